@@ -1,0 +1,90 @@
+// Holder of the library's process-wide objects (the D-Bus transport, the
+// secure-storage data cache and the caller identity). Each holder class T
+// derives from SSOAPISingleton<T>; the instance is created on first use and
+// deleted by RemoveInstance at library unload.
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cerrno>
+#include <system_error>
+
+#include "sso_log.h"
+
+template <typename T> class SSOAPISingleton {
+public:
+    virtual ~SSOAPISingleton() = default;
+
+    // Called once, right after construction, under m_mutexInstance. It must
+    // not call GetInstance of the same type: that blocks on the mutex.
+    virtual void PostCreateInstance() {}
+
+    // Returns the instance, creating it on first use. The common path reads
+    // the pointer and the ready flag without the lock; creation is serialised
+    // by the per-type mutex. A failed lock is fatal (std::system_error).
+    static T *GetInstance()
+    {
+        T *instance = m_pInstance.load(std::memory_order_acquire);
+        if (instance != nullptr && IsReady(instance))
+            return instance;
+
+        SSO_LOG_START();
+        int err = pthread_mutex_lock(&m_mutexInstance);
+        if (err != 0)
+            throw std::system_error(err, std::generic_category(), "pthread_mutex_lock");
+        instance = m_pInstance.load(std::memory_order_relaxed);
+        if (instance == nullptr) {
+            instance = new T();
+            // Published before the hook runs: a second caller arriving now
+            // sees the flag still false, takes the slow path and waits here.
+            m_pInstance.store(instance, std::memory_order_release);
+            instance->PostCreateInstance();
+            static_cast<SSOAPISingleton<T> *>(instance)->m_bInitialized.store(
+                true, std::memory_order_release);
+        }
+        SSO_LOG_END();
+        pthread_mutex_unlock(&m_mutexInstance);
+        return instance;
+    }
+
+    // Deletes the instance if there is one.
+    static void RemoveInstance()
+    {
+        SSO_LOG_START();
+        int err = pthread_mutex_lock(&m_mutexInstance);
+        if (err != 0)
+            throw std::system_error(err, std::generic_category(), "pthread_mutex_lock");
+        T *instance = m_pInstance.load(std::memory_order_relaxed);
+        if (instance != nullptr) {
+            static_cast<SSOAPISingleton<T> *>(instance)->m_bInitialized.store(
+                false, std::memory_order_release);
+            delete static_cast<SSOAPISingleton<T> *>(instance);
+            m_pInstance.store(nullptr, std::memory_order_release);
+        }
+        SSO_LOG_END();
+        pthread_mutex_unlock(&m_mutexInstance);
+    }
+
+protected:
+    SSOAPISingleton() = default;
+
+    // True once PostCreateInstance has returned; false again just before the
+    // instance is deleted.
+    std::atomic<bool> m_bInitialized{false};
+
+private:
+    static bool IsReady(T *instance)
+    {
+        return static_cast<SSOAPISingleton<T> *>(instance)->m_bInitialized.load(
+            std::memory_order_acquire);
+    }
+
+    static std::atomic<T *> m_pInstance;    // guarded by m_mutexInstance for writes
+    static pthread_mutex_t m_mutexInstance; // non-recursive
+};
+
+template <typename T> std::atomic<T *> SSOAPISingleton<T>::m_pInstance{nullptr};
+
+template <typename T>
+pthread_mutex_t SSOAPISingleton<T>::m_mutexInstance = PTHREAD_MUTEX_INITIALIZER;

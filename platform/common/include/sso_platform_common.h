@@ -1,0 +1,47 @@
+/*
+ * Shared helpers of the Linux device platform: where platform state lives and
+ * how files under it are read and written. Internal to the platform libraries
+ * and tools.
+ */
+#ifndef SSO_PLATFORM_COMMON_H
+#define SSO_PLATFORM_COMMON_H
+
+#include <stddef.h>
+#include <sys/types.h>
+
+/* Marks the definitions that a platform library exports; everything else in
+ * it is hidden. */
+#define SSO_PLATFORM_EXPORT __attribute__((visibility("default")))
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The platform root: $SSO_PLATFORM_ROOT when set and non-empty, else the
+ * configured default. Read afresh on every call, so a test may point a process
+ * at a new root between runs. Never null. */
+const char *sso_platform_root(void);
+
+/* Writes "<root>/<relative>" into buf. Returns 0, or -1 (errno ENAMETOOLONG)
+ * when it does not fit. */
+int sso_platform_path(char *buf, size_t size, const char *relative);
+
+/* mkdir -p with the given mode for every component created. Returns 0 or -1
+ * with errno set. */
+int sso_platform_mkdirs(const char *path, mode_t mode);
+
+/* Replaces path with the given bytes atomically: a reader sees either the old
+ * or the new contents, never a mix. The file gets the given mode. Returns 0 or
+ * -1 with errno set. */
+int sso_platform_write_atomic(const char *path, const void *data, size_t len, mode_t mode);
+
+/* Reads the whole file into a malloc'ed buffer with a terminating NUL byte
+ * that is not counted in *len. Files above max_len bytes fail with EFBIG.
+ * Returns 0 or -1 with errno set. */
+int sso_platform_read_file(const char *path, size_t max_len, char **data, size_t *len);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

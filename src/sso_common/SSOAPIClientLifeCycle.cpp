@@ -1,0 +1,24 @@
+#include "SSOAPIClientLifeCycle.h"
+
+#include "SSOAPIUtil.h"
+#include "sso_log.h"
+
+SSOAPIClientLifeCycle::SSOAPIClientLifeCycle()
+{
+    SSO_LOG_START();
+    SSOAPIUtil::SetClientToAlive();
+    m_appId = SSOAPIUtil::GetAppId(-1);
+    SSO_LOGW_G("m_appId[%s] Alive[%d]", m_appId.c_str(), SSOAPIUtil::IsClientAlive() ? 1 : 0);
+}
+
+SSOAPIClientLifeCycle::~SSOAPIClientLifeCycle()
+{
+    // Runs at unload or exit: nothing here may throw.
+    try {
+        SSOAPIUtil::SetClientToTerminated();
+        SSO_LOGW_G("m_appId[%s] Alive[%d]", m_appId.c_str(), SSOAPIUtil::IsClientAlive() ? 1 : 0);
+        SSO_LOG_END();
+    } catch (...) {
+        // A failed lock of the alive flag; the process is going away anyway.
+    }
+}

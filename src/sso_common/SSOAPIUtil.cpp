@@ -1,0 +1,249 @@
+#include "SSOAPIUtil.h"
+
+#include <app_common.h>
+#include <cynara-creds-gdbus.h>
+#include <devfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+
+#include "sso_log.h"
+
+bool SSOAPIUtil::m_bClientAlive = false;
+pthread_mutex_t SSOAPIUtil::m_mutexClientAlive = PTHREAD_MUTEX_INITIALIZER;
+
+namespace sso_log_detail {
+bool IsDevelMode()
+{
+    return devfs_access("/etc/debug", F_OK) == 0;
+}
+} // namespace sso_log_detail
+
+namespace {
+
+void LockOrThrow(pthread_mutex_t *mutex)
+{
+    int err = pthread_mutex_lock(mutex);
+    if (err != 0)
+        throw std::system_error(err, std::generic_category(), "pthread_mutex_lock");
+}
+
+} // namespace
+
+void SSOAPIUtil::SetClientToAlive()
+{
+    LockOrThrow(&m_mutexClientAlive);
+    m_bClientAlive = true;
+    SSO_LOGY("m_bClientAlive [%d]", 1);
+    pthread_mutex_unlock(&m_mutexClientAlive);
+}
+
+void SSOAPIUtil::SetClientToTerminated()
+{
+    LockOrThrow(&m_mutexClientAlive);
+    m_bClientAlive = false;
+    SSO_LOGY("m_bClientAlive [%d]", 0);
+    pthread_mutex_unlock(&m_mutexClientAlive);
+}
+
+bool SSOAPIUtil::IsClientAlive()
+{
+    LockOrThrow(&m_mutexClientAlive);
+    bool alive = m_bClientAlive;
+    SSO_LOGY("m_bClientAlive [%d]", alive ? 1 : 0);
+    pthread_mutex_unlock(&m_mutexClientAlive);
+    return alive;
+}
+
+int SSOAPIUtil::GetProcessId()
+{
+    int processId = static_cast<int>(getpid());
+    if (processId < 1) {
+        SSO_LOGE("Failed to getpid(). (%d)", processId);
+        processId = -1;
+    }
+    SSO_LOGY("processId [%d]", processId);
+    return processId;
+}
+
+std::string SSOAPIUtil::GetProcessName(int processId)
+{
+    std::string processName = "unknown";
+    if (processId < 1) {
+        SSO_LOGE("processId(%d) <= 0", processId);
+        return processName;
+    }
+    char exePath[512] = {0};
+    snprintf(exePath, sizeof(exePath), "/proc/%d/exe", processId);
+    char link[1024] = {0};
+    ssize_t len = readlink(exePath, link, sizeof(link) - 1);
+    if (len <= 0) {
+        SSO_LOGE("Failed to readlink(%s). len(%d) <= 0", exePath, static_cast<int>(len));
+        return processName;
+    }
+    link[len] = '\0';
+    processName = link;
+    SSO_LOGY("processName [%s]", processName.c_str());
+    return processName;
+}
+
+std::string SSOAPIUtil::DeriveAppIdFromCommandLine(const std::string &argument)
+{
+    size_t org = argument.find("org");
+    if (org != std::string::npos) {
+        size_t slash = argument.find('/', org);
+        return argument.substr(org, slash == std::string::npos ? std::string::npos : slash - org);
+    }
+    size_t last = argument.rfind('/');
+    return last == std::string::npos ? argument : argument.substr(last + 1);
+}
+
+std::string SSOAPIUtil::AppIdFromCmdline(char *buffer, size_t size)
+{
+    if (size > 0 && buffer[size - 1] == '\n')
+        buffer[size - 1] = '\0';
+    size_t first = strnlen(buffer, size);
+    SSO_LOGY("cmdlineBuffer [%.*s]", static_cast<int>(first), buffer);
+    // Only the first argument counts: the text up to the first NUL.
+    return DeriveAppIdFromCommandLine(std::string(buffer, first));
+}
+
+std::string SSOAPIUtil::GetAppId(int processId)
+{
+    SSO_LOG_START_F("processId [%d]", processId);
+
+    // Inside an application the platform knows the answer, whatever process
+    // was asked for; the command line is only for processes it does not know.
+    char *platformId = nullptr;
+    int ret = app_get_id(&platformId);
+    if (ret == APP_ERROR_NONE && platformId != nullptr) {
+        std::string appId = platformId;
+        free(platformId);
+        SSO_LOG_END_F("appId [%s]", appId.c_str());
+        return appId;
+    }
+    free(platformId);
+    SSO_LOG_AT(LOG_ID_MAIN, DLOG_WARN,
+               SSO_COLOR_GREEN "Failed to app_get_id(). error(%d)" SSO_COLOR_END, ret);
+
+    if (processId < 1)
+        processId = GetProcessId();
+    if (processId < 1)
+        return "unknown";
+
+    char cmdlinePath[512] = {0};
+    snprintf(cmdlinePath, sizeof(cmdlinePath), "/proc/%d/cmdline", processId);
+    SSO_LOGY("Try to read appId from [%s]", cmdlinePath);
+    FILE *file = fopen(cmdlinePath, "re");
+    if (file == nullptr) {
+        SSO_LOG_CHECK_NULL("Failed to fopen()");
+        return "unknown";
+    }
+
+    std::string appId = "unknown";
+    char cmdline[1024] = {0};
+    size_t size = fread(cmdline, 1, sizeof(cmdline) - 1, file);
+    if (size == 0) {
+        SSO_LOGE("Failed to fread(). error size(%d)", static_cast<int>(size));
+    } else {
+        appId = AppIdFromCmdline(cmdline, size);
+    }
+    fclose(file);
+    SSO_LOG_END_F("appId from cmdline [%s]", appId.c_str());
+    return appId;
+}
+
+std::string SSOAPIUtil::GetObjectName(int processId)
+{
+    std::string objectName = "obj" + std::to_string(processId) + "_" + GetAppId(processId);
+    SSO_LOGY("objectName [%s]", objectName.c_str());
+    return objectName;
+}
+
+bool SSOAPIUtil::DoesFileExist(std::string path)
+{
+    if (devfs_access(path.c_str(), F_OK) == 0) {
+        SSO_LOGP("[%s] exist", path.c_str());
+        return true;
+    }
+    SSO_LOGY("[%s] don't exist", path.c_str());
+    return false;
+}
+
+bool SSOAPIUtil::m_GetCallerObjectProcessId(GDBusConnection *connection, const char *sender,
+                                            std::string &out)
+{
+    SSO_LOG_START();
+    pid_t pid = 0;
+    int ret = cynara_creds_gdbus_get_pid(connection, sender, &pid);
+    if (ret != CYNARA_API_SUCCESS) {
+        SSO_LOGY("Failed to cynara_creds_gdbus_get_pid() : %d", ret);
+        return false;
+    }
+    out = "obj" + std::to_string(static_cast<long>(pid));
+    SSO_LOG_END_F("objectPid = %s", out.c_str());
+    return true;
+}
+
+bool SSOAPIUtil::IsCallerProcessValid(GDBusConnection *connection, const char *sender,
+                                      GVariant *parameters)
+{
+    SSO_LOG_START();
+    std::string callerObjPid;
+    if (!m_GetCallerObjectProcessId(connection, sender, callerObjPid)) {
+        SSO_LOGE("Failed to m_GetCallerObjProcessId()");
+        return false;
+    }
+
+    // The first parameter must be a string; anything else is treated as
+    // missing rather than handed to g_variant_dup_string, which would only
+    // complain and return null.
+    gchar *objName = nullptr;
+    if (parameters != nullptr && g_variant_is_container(parameters) &&
+        g_variant_n_children(parameters) > 0) {
+        GVariant *child = g_variant_get_child_value(parameters, 0);
+        if (child != nullptr) {
+            if (g_variant_is_of_type(child, G_VARIANT_TYPE_STRING))
+                objName = g_variant_dup_string(child, nullptr);
+            g_variant_unref(child);
+        }
+    }
+    if (objName == nullptr) {
+        SSO_LOGE("pChildValue is null");
+        return false;
+    }
+    SSO_LOGY("pChildValue [%s]", objName);
+    SSO_LOGY("callerObjPid(%s) vs. dbusParamObjName(%s)", callerObjPid.c_str(), objName);
+
+    // A substring test on purpose: the peer's "obj<pid>" must appear somewhere
+    // in the object name it sent.
+    bool valid = strstr(objName, callerObjPid.c_str()) != nullptr;
+    g_free(objName);
+    if (!valid) {
+        SSO_LOGE("INVALID Not found!");
+        return false;
+    }
+    SSO_LOG_END_F("Caller process is valid");
+    return true;
+}
+
+void SSOAPIUtil::SplitParam(const std::string &text, const std::string &delimiter,
+                            std::vector<std::string> &out)
+{
+    out.clear();
+    if (delimiter.empty()) {
+        out.push_back(text);
+        return;
+    }
+    size_t start = 0;
+    size_t pos;
+    while ((pos = text.find(delimiter, start)) != std::string::npos) {
+        out.push_back(text.substr(start, pos - start));
+        start = pos + delimiter.size();
+    }
+    out.push_back(text.substr(start));
+}

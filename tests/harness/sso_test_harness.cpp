@@ -1,0 +1,517 @@
+#include "sso_test_harness.h"
+
+#include <dlog.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#ifndef SSO_BUILD_DIR
+#error "SSO_BUILD_DIR must be defined"
+#endif
+
+extern char **environ;
+
+namespace ssotest {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::string MakeTempDir(const char *prefix)
+{
+    const char *tmp = getenv("TMPDIR");
+    std::string templ = std::string(tmp && *tmp ? tmp : "/tmp") + "/" + prefix + "XXXXXX";
+    std::vector<char> buf(templ.begin(), templ.end());
+    buf.push_back('\0');
+    if (!mkdtemp(buf.data()))
+        throw std::runtime_error(std::string("mkdtemp: ") + strerror(errno));
+    return std::string(buf.data());
+}
+
+void RemoveTree(const std::string &path)
+{
+    if (path.empty() || path == "/")
+        return;
+    // Make everything writable first so a test that chmod'ed a directory
+    // read-only does not leave it behind.
+    std::string cmd = "chmod -R u+rwx '" + path + "' 2>/dev/null; rm -rf '" + path + "'";
+    int rc = system(cmd.c_str());
+    (void)rc;
+}
+
+void WriteFile(const std::string &path, const std::string &content)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!out)
+        throw std::runtime_error("cannot write " + path);
+    out << content;
+}
+
+std::string ReadFileOrEmpty(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return {};
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void MkdirP(const std::string &path)
+{
+    std::string cur;
+    std::stringstream ss(path);
+    std::string part;
+    if (!path.empty() && path[0] == '/')
+        cur = "";
+    while (std::getline(ss, part, '/')) {
+        if (part.empty())
+            continue;
+        cur += "/" + part;
+        mkdir(cur.c_str(), 0755);
+    }
+}
+
+// Reads from fd until the text contains needle, EOF or the deadline.
+bool ReadUntil(int fd, std::string &acc, const std::string &needle, Clock::time_point deadline)
+{
+    char buf[4096];
+    while (needle.empty() || acc.find(needle) == std::string::npos) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0)
+            return false;
+        struct pollfd pfd = {fd, POLLIN, 0};
+        int r = poll(&pfd, 1, static_cast<int>(left.count()));
+        if (r < 0 && errno == EINTR)
+            continue;
+        if (r <= 0)
+            return false;
+        ssize_t n = read(fd, buf, sizeof(buf));
+        if (n < 0 && (errno == EINTR || errno == EAGAIN))
+            continue;
+        if (n <= 0)
+            return needle.empty();
+        acc.append(buf, static_cast<size_t>(n));
+    }
+    return true;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- PrivateBus
+
+PrivateBus::~PrivateBus()
+{
+    Stop();
+    RemoveTree(dir_);
+}
+
+void PrivateBus::Start(const std::string &extra_config)
+{
+    if (pid_ > 0)
+        return;
+    if (dir_.empty())
+        dir_ = MakeTempDir("sso-bus-");
+    extra_config_ = extra_config;
+    const std::string socket = dir_ + "/system_bus_socket";
+    const std::string config = dir_ + "/system.conf";
+    std::string policy = extra_config;
+    if (policy.empty()) {
+        policy = "  <policy context=\"default\">\n"
+                 "    <allow user=\"*\"/>\n"
+                 "    <allow own=\"*\"/>\n"
+                 "    <allow send_type=\"method_call\"/>\n"
+                 "    <allow send_type=\"signal\"/>\n"
+                 "    <allow send_type=\"method_return\"/>\n"
+                 "    <allow send_type=\"error\"/>\n"
+                 "    <allow receive_type=\"method_call\"/>\n"
+                 "    <allow receive_type=\"signal\"/>\n"
+                 "    <allow receive_type=\"method_return\"/>\n"
+                 "    <allow receive_type=\"error\"/>\n"
+                 "  </policy>\n";
+    }
+    WriteFile(config,
+              "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
+              " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+              "<busconfig>\n"
+              "  <type>system</type>\n"
+              "  <listen>unix:path=" +
+                  socket +
+                  "</listen>\n"
+                  "  <auth>EXTERNAL</auth>\n"
+                  "  <limit name=\"max_replies_per_connection\">50000</limit>\n"
+                  "  <limit name=\"max_connections_per_user\">2048</limit>\n"
+                  "  <limit name=\"max_match_rules_per_connection\">4096</limit>\n" +
+                  policy + "</busconfig>\n");
+    unlink(socket.c_str());
+
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0)
+        throw std::runtime_error("pipe2 failed");
+    pid_t parent = getpid();
+    pid_t pid = fork();
+    if (pid < 0)
+        throw std::runtime_error("fork failed");
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            _exit(127);
+        // The address is written to fd 3; dup2 clears FD_CLOEXEC on it.
+        dup2(fds[1], 3);
+        int devnull = open("/dev/null", O_RDWR);
+        if (devnull >= 0) {
+            dup2(devnull, 0);
+            dup2(devnull, 1);
+        }
+        std::string cfg = "--config-file=" + config;
+        execlp("dbus-daemon", "dbus-daemon", cfg.c_str(), "--nofork", "--nopidfile",
+               "--print-address=3", static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    close(fds[1]);
+    std::string acc;
+    bool ok = ReadUntil(fds[0], acc, "\n", Clock::now() + std::chrono::seconds(20));
+    close(fds[0]);
+    if (!ok) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        throw std::runtime_error("dbus-daemon did not start");
+    }
+    pid_ = pid;
+    address_ = acc.substr(0, acc.find('\n'));
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
+}
+
+void PrivateBus::Stop()
+{
+    if (pid_ <= 0)
+        return;
+    kill(pid_, SIGTERM);
+    auto deadline = Clock::now() + std::chrono::seconds(5);
+    int status = 0;
+    while (waitpid(pid_, &status, WNOHANG) == 0) {
+        if (Clock::now() > deadline) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, &status, 0);
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    pid_ = -1;
+}
+
+void PrivateBus::Restart()
+{
+    Stop();
+    Start(extra_config_);
+}
+
+// -------------------------------------------------------------- PlatformRoot
+
+PlatformRoot::PlatformRoot()
+{
+    path_ = MakeTempDir("sso-root-");
+    setenv("SSO_PLATFORM_ROOT", path_.c_str(), 1);
+    setenv("SSO_PLATFORM_LOG", ("file:" + log_path()).c_str(), 1);
+    setenv("SSO_PLATFORM_LOG_LEVEL", "verbose", 1);
+    dlog_reload_config();
+}
+
+PlatformRoot::~PlatformRoot()
+{
+    if (getenv("SSO_TEST_KEEP_ROOT") == nullptr)
+        RemoveTree(path_);
+}
+
+std::string PlatformRoot::DevicePath(const std::string &device_path) const
+{
+    return path_ + "/fs" + device_path;
+}
+
+void PlatformRoot::CreateDeviceFile(const std::string &device_path, const std::string &content)
+{
+    std::string host = DevicePath(device_path);
+    MkdirP(host.substr(0, host.rfind('/')));
+    WriteFile(host, content);
+}
+
+void PlatformRoot::RemoveDeviceFile(const std::string &device_path)
+{
+    unlink(DevicePath(device_path).c_str());
+}
+
+// ---------------------------------------------------------------- LogCapture
+
+std::string LogCapture::Text() const
+{
+    return ReadFileOrEmpty(path_);
+}
+
+std::vector<std::string> LogCapture::Lines() const
+{
+    std::vector<std::string> lines;
+    std::stringstream ss(Text());
+    std::string line;
+    while (std::getline(ss, line))
+        lines.push_back(line);
+    return lines;
+}
+
+bool LogCapture::Contains(const std::string &needle) const
+{
+    return Text().find(needle) != std::string::npos;
+}
+
+int LogCapture::Count(const std::string &needle) const
+{
+    int n = 0;
+    for (const auto &line : Lines())
+        if (line.find(needle) != std::string::npos)
+            ++n;
+    return n;
+}
+
+std::vector<std::string> LogCapture::LinesWith(const std::vector<std::string> &needles) const
+{
+    std::vector<std::string> out;
+    for (const auto &line : Lines()) {
+        bool all = true;
+        for (const auto &n : needles)
+            if (line.find(n) == std::string::npos) {
+                all = false;
+                break;
+            }
+        if (all)
+            out.push_back(line);
+    }
+    return out;
+}
+
+void LogCapture::Clear() const
+{
+    if (truncate(path_.c_str(), 0) != 0 && errno != ENOENT)
+        throw std::runtime_error("cannot truncate " + path_);
+}
+
+// -------------------------------------------------------------- ChildProcess
+
+ChildProcess::~ChildProcess()
+{
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    if (out_fd_ >= 0)
+        close(out_fd_);
+}
+
+ChildProcess::ChildProcess(ChildProcess &&other) noexcept
+    : pid_(other.pid_), out_fd_(other.out_fd_), status_(other.status_), out_(std::move(other.out_))
+{
+    other.pid_ = -1;
+    other.out_fd_ = -1;
+}
+
+ChildProcess &ChildProcess::operator=(ChildProcess &&other) noexcept
+{
+    if (this != &other) {
+        this->~ChildProcess();
+        pid_ = other.pid_;
+        out_fd_ = other.out_fd_;
+        status_ = other.status_;
+        out_ = std::move(other.out_);
+        other.pid_ = -1;
+        other.out_fd_ = -1;
+    }
+    return *this;
+}
+
+ChildProcess ChildProcess::Spawn(const std::vector<std::string> &argv,
+                                 const std::map<std::string, std::string> &env,
+                                 bool stdout_to_parent)
+{
+    if (argv.empty())
+        throw std::invalid_argument("empty argv");
+    int fds[2] = {-1, -1};
+    if (!stdout_to_parent && pipe2(fds, O_CLOEXEC) != 0)
+        throw std::runtime_error("pipe2 failed");
+    std::vector<std::string> envs;
+    for (char **e = environ; *e; ++e) {
+        std::string entry(*e);
+        std::string key = entry.substr(0, entry.find('='));
+        if (env.count(key) == 0)
+            envs.push_back(entry);
+    }
+    for (const auto &kv : env)
+        envs.push_back(kv.first + "=" + kv.second);
+    std::vector<char *> cargv;
+    for (const auto &a : argv)
+        cargv.push_back(const_cast<char *>(a.c_str()));
+    cargv.push_back(nullptr);
+    std::vector<char *> cenv;
+    for (const auto &e : envs)
+        cenv.push_back(const_cast<char *>(e.c_str()));
+    cenv.push_back(nullptr);
+
+    pid_t parent = getpid();
+    pid_t pid = fork();
+    if (pid < 0)
+        throw std::runtime_error("fork failed");
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            _exit(127);
+        if (!stdout_to_parent)
+            dup2(fds[1], 1);
+        if (argv[0].find('/') == std::string::npos)
+            execvpe(cargv[0], cargv.data(), cenv.data());
+        else
+            execve(cargv[0], cargv.data(), cenv.data());
+        _exit(127);
+    }
+    ChildProcess child;
+    child.pid_ = pid;
+    if (!stdout_to_parent) {
+        close(fds[1]);
+        child.out_fd_ = fds[0];
+    }
+    return child;
+}
+
+ChildProcess ChildProcess::Fork(const std::function<int()> &fn)
+{
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0)
+        throw std::runtime_error("pipe2 failed");
+    pid_t parent = getpid();
+    pid_t pid = fork();
+    if (pid < 0)
+        throw std::runtime_error("fork failed");
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            _exit(127);
+        dup2(fds[1], 1);
+        int rc = 1;
+        try {
+            rc = fn();
+        } catch (...) {
+            rc = 126;
+        }
+        fflush(stdout);
+        _exit(rc);
+    }
+    close(fds[1]);
+    ChildProcess child;
+    child.pid_ = pid;
+    child.out_fd_ = fds[0];
+    return child;
+}
+
+int ChildProcess::Wait(std::chrono::milliseconds timeout)
+{
+    if (pid_ <= 0)
+        return status_;
+    auto deadline = Clock::now() + timeout;
+    int status = 0;
+    for (;;) {
+        pid_t r = waitpid(pid_, &status, WNOHANG);
+        if (r == pid_)
+            break;
+        if (r < 0 && errno != EINTR)
+            return -1;
+        if (Clock::now() > deadline)
+            return -1;
+        // Keep draining stdout so a chatty child never blocks on a full pipe.
+        if (out_fd_ >= 0)
+            ReadUntil(out_fd_, out_, "\x01\x02never", Clock::now() + std::chrono::milliseconds(2));
+        else
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    pid_ = -1;
+    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return status_;
+}
+
+void ChildProcess::Kill(int sig)
+{
+    if (pid_ > 0)
+        kill(pid_, sig);
+}
+
+std::string ChildProcess::ReadStdout(std::chrono::milliseconds timeout)
+{
+    if (out_fd_ >= 0)
+        ReadUntil(out_fd_, out_, "", Clock::now() + timeout);
+    return out_;
+}
+
+bool ChildProcess::WaitForOutput(const std::string &needle, std::chrono::milliseconds timeout)
+{
+    if (out_.find(needle) != std::string::npos)
+        return true;
+    if (out_fd_ < 0)
+        return false;
+    return ReadUntil(out_fd_, out_, needle, Clock::now() + timeout);
+}
+
+CommandResult RunCommand(const std::vector<std::string> &argv,
+                         const std::map<std::string, std::string> &env,
+                         std::chrono::milliseconds timeout)
+{
+    ChildProcess child = ChildProcess::Spawn(argv, env);
+    CommandResult result;
+    result.status = child.Wait(timeout);
+    if (result.status == -1)
+        child.Kill(SIGKILL);
+    result.out = child.ReadStdout(std::chrono::milliseconds(500));
+    return result;
+}
+
+bool WaitUntil(const std::function<bool()> &pred, std::chrono::milliseconds timeout)
+{
+    auto deadline = Clock::now() + timeout;
+    while (!pred()) {
+        if (Clock::now() > deadline)
+            return pred();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+std::string BuildDir()
+{
+    return SSO_BUILD_DIR;
+}
+
+std::string ToolPath(const std::string &name)
+{
+    return BuildDir() + "/bin/" + name;
+}
+
+// ------------------------------------------------------------------ fixtures
+
+void BusTest::SetUp()
+{
+    bus_.Start();
+}
+
+void BusTest::TearDown()
+{
+    bus_.Stop();
+}
+
+void RootTest::SetUp() {}
+
+} // namespace ssotest

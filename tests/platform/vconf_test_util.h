@@ -1,0 +1,272 @@
+// Helpers shared by the settings store tests: a GLib main loop on its own
+// thread, a recorder of change callbacks, and running the admin CLI with its
+// stderr captured.
+#pragma once
+
+#include <glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vconf.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <map>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "sso_test_harness.h"
+
+namespace vconftest {
+
+using namespace std::chrono_literals;
+
+// A thread that runs a fresh GMainContext, pushed as its thread default, so
+// whatever subscribes through Run() is delivered on this thread.
+class LoopThread {
+public:
+    LoopThread()
+    {
+        std::promise<void> ready;
+        std::future<void> started = ready.get_future();
+        thread_ = std::thread([this, &ready] {
+            GMainContext *ctx = g_main_context_new();
+            g_main_context_push_thread_default(ctx);
+            GMainLoop *loop = g_main_loop_new(ctx, FALSE);
+            {
+                std::lock_guard<std::mutex> lock(mutex_);
+                ctx_ = ctx;
+                loop_ = loop;
+                id_ = std::this_thread::get_id();
+            }
+            ready.set_value();
+            g_main_loop_run(loop);
+            g_main_context_pop_thread_default(ctx);
+            g_main_loop_unref(loop);
+            g_main_context_unref(ctx);
+        });
+        started.wait();
+    }
+
+    ~LoopThread() { Stop(); }
+    LoopThread(const LoopThread &) = delete;
+    LoopThread &operator=(const LoopThread &) = delete;
+
+    std::thread::id id() const
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return id_;
+    }
+
+    // Runs fn on the loop thread and waits for it.
+    void Run(std::function<void()> fn)
+    {
+        auto task = std::make_shared<std::packaged_task<void()>>(std::move(fn));
+        std::future<void> done = task->get_future();
+        Post([task] { (*task)(); });
+        if (done.wait_for(10s) != std::future_status::ready) {
+            ADD_FAILURE() << "the loop thread did not run the task in time";
+            std::abort();
+        }
+        done.get();
+    }
+
+    // Subscribes on the loop thread; Stop() removes what is still there.
+    int Subscribe(const std::string &key, vconf_callback_fn cb, void *user_data)
+    {
+        int rc = VCONF_ERROR;
+        Run([&] { rc = vconf_notify_key_changed(key.c_str(), cb, user_data); });
+        if (rc == VCONF_OK)
+            subscribed_.emplace_back(key, cb);
+        return rc;
+    }
+
+    void Stop()
+    {
+        if (!thread_.joinable())
+            return;
+        for (const auto &s : subscribed_)
+            vconf_ignore_key_changed(s.first.c_str(), s.second);
+        subscribed_.clear();
+        // Quit from inside the loop: a quit that lands before the loop starts
+        // running would be lost.
+        Post([this] {
+            std::lock_guard<std::mutex> lock(mutex_);
+            g_main_loop_quit(loop_);
+        });
+        thread_.join();
+    }
+
+private:
+    // Queued under our own mutex, so the handoff is visible to the thread
+    // sanitizer; the idle source only wakes the loop.
+    void Post(std::function<void()> fn)
+    {
+        GMainContext *ctx;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            tasks_.push_back(std::move(fn));
+            ctx = ctx_;
+        }
+        GSource *idle = g_idle_source_new();
+        g_source_set_callback(idle, &LoopThread::RunTasks, this, nullptr);
+        g_source_attach(idle, ctx);
+        g_source_unref(idle);
+    }
+
+    static gboolean RunTasks(gpointer self_ptr)
+    {
+        auto *self = static_cast<LoopThread *>(self_ptr);
+        std::vector<std::function<void()>> tasks;
+        {
+            std::lock_guard<std::mutex> lock(self->mutex_);
+            tasks.swap(self->tasks_);
+        }
+        for (auto &t : tasks)
+            t();
+        return G_SOURCE_REMOVE;
+    }
+
+    mutable std::mutex mutex_;
+    GMainContext *ctx_ = nullptr;
+    GMainLoop *loop_ = nullptr;
+    std::thread::id id_;
+    std::vector<std::function<void()>> tasks_;
+    std::vector<std::pair<std::string, vconf_callback_fn>> subscribed_;
+    std::thread thread_;
+};
+
+// One delivered change, copied out of the node.
+struct Event {
+    std::string key;
+    int type = -1;
+    int ival = -1;
+    bool has_str = false;
+    std::string sval;
+    std::thread::id thread;
+};
+
+// Records every callback it receives. Callback<N> are distinct functions, so
+// several recorders can watch one key (a key and callback pair is unique).
+class Recorder {
+public:
+    template <int N = 0>
+    static void Callback(keynode_t *node, void *self)
+    {
+        static_cast<Recorder *>(self)->Record(node);
+    }
+
+    void Record(keynode_t *node)
+    {
+        Event e;
+        e.key = vconf_keynode_get_name(node);
+        e.type = vconf_keynode_get_type(node);
+        if (e.type == VCONF_TYPE_INT)
+            e.ival = vconf_keynode_get_int(node);
+        else if (e.type == VCONF_TYPE_BOOL)
+            e.ival = vconf_keynode_get_bool(node);
+        const char *s = vconf_keynode_get_str(node);
+        e.has_str = s != nullptr;
+        if (s)
+            e.sval = s;
+        e.thread = std::this_thread::get_id();
+        std::lock_guard<std::mutex> lock(mutex_);
+        events_.push_back(std::move(e));
+    }
+
+    std::vector<Event> Events() const
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return events_;
+    }
+
+    std::vector<Event> EventsFor(const std::string &key) const
+    {
+        std::vector<Event> out;
+        for (auto &e : Events())
+            if (e.key == key)
+                out.push_back(e);
+        return out;
+    }
+
+    size_t Count(const std::string &key) const { return EventsFor(key).size(); }
+
+    bool WaitForCount(const std::string &key, size_t n, std::chrono::milliseconds timeout = 10s)
+    {
+        return ssotest::WaitUntil([&] { return Count(key) >= n; }, timeout);
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<Event> events_;
+};
+
+struct CliResult {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+inline std::string ReadWholeFile(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+// Runs sso-platform with the given arguments; stderr is captured through a
+// temporary file (the harness collects stdout only).
+inline CliResult RunCli(const std::vector<std::string> &args,
+                        std::map<std::string, std::string> env = {})
+{
+    const char *tmpdir = std::getenv("TMPDIR");
+    std::string templ = std::string(tmpdir && *tmpdir ? tmpdir : "/tmp") + "/sso-cli-err-XXXXXX";
+    std::vector<char> buf(templ.begin(), templ.end());
+    buf.push_back('\0');
+    int fd = mkstemp(buf.data());
+    if (fd < 0) {
+        ADD_FAILURE() << "mkstemp failed";
+        return {};
+    }
+    close(fd);
+    std::string err_path(buf.data());
+    std::vector<std::string> argv = {"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>\"$SSO_TEST_STDERR\"",
+                                     ssotest::ToolPath("sso-platform")};
+    argv.insert(argv.end(), args.begin(), args.end());
+    env["SSO_TEST_STDERR"] = err_path;
+    ssotest::CommandResult r = ssotest::RunCommand(argv, env);
+    CliResult result;
+    result.status = r.status;
+    result.out = r.out;
+    result.err = ReadWholeFile(err_path);
+    unlink(err_path.c_str());
+    return result;
+}
+
+// Makes writes into the store fail. Permission bits do not stop root (tests
+// run as root in CI), so there a regular file takes the store directory's
+// place instead and every mkdir or rename under it fails.
+inline void MakeStoreUnwritable(const std::string &root)
+{
+    if (geteuid() == 0) {
+        std::ofstream(root + "/vconf") << "not a directory";
+    } else {
+        chmod(root.c_str(), 0555);
+    }
+}
+
+inline bool IsFileError(int rc)
+{
+    return rc <= VCONF_ERROR_FILE_PERM && rc >= VCONF_ERROR_NOT_SUPPORTED;
+}
+
+}  // namespace vconftest

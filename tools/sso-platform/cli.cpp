@@ -1,0 +1,149 @@
+#include "cli.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace ssoplatform {
+
+namespace {
+
+bool IsHelp(const std::string &arg)
+{
+    return arg == "--help" || arg == "-h";
+}
+
+// "-5" is a value, not an option: negative numbers are legal positionals.
+bool LooksLikeOption(const std::string &arg)
+{
+    if (arg.size() < 2 || arg[0] != '-')
+        return false;
+    return !(arg[1] >= '0' && arg[1] <= '9');
+}
+
+std::string Where(const Group &group, const Command *command)
+{
+    std::string s = std::string(kProgram) + " " + group.name;
+    if (command)
+        s += std::string(" ") + command->name;
+    return s;
+}
+
+std::string HelpHint(const Group &group, const Command *command)
+{
+    return " (see '" + Where(group, command) + " --help')";
+}
+
+const Option *FindOption(const Command &command, const std::string &name)
+{
+    for (const Option &o : command.options)
+        if (name == o.name)
+            return &o;
+    return nullptr;
+}
+
+}  // namespace
+
+void PrintGroupHelp(const Group &group, std::FILE *out)
+{
+    std::fprintf(out, "Usage: %s %s COMMAND [ARGS...]\n\n%s\n\nCommands:\n", kProgram, group.name,
+                 group.help);
+    std::size_t width = 0;
+    for (const Command &c : group.commands)
+        width = std::max(width, std::strlen(c.name));
+    for (const Command &c : group.commands)
+        std::fprintf(out, "  %-*s  %s\n", static_cast<int>(width), c.name, c.summary);
+    std::fprintf(out, "\nRun '%s %s COMMAND --help' for the details of a command.\n", kProgram,
+                 group.name);
+}
+
+void PrintCommandHelp(const Group &group, const Command &command, std::FILE *out)
+{
+    std::fprintf(out, "Usage: %s %s\n\n%s\n\n%s\n\nOptions:\n", Where(group, &command).c_str(),
+                 command.synopsis, command.summary, command.help);
+    std::vector<std::pair<std::string, const char *>> rows;
+    for (const Option &o : command.options) {
+        std::string left = o.name;
+        if (o.value_name)
+            left += std::string(" ") + o.value_name;
+        rows.emplace_back(left, o.help);
+    }
+    rows.emplace_back("-h, --help", "Show this help and exit");
+    std::size_t width = 0;
+    for (const auto &row : rows)
+        width = std::max(width, row.first.size());
+    for (const auto &row : rows)
+        std::fprintf(out, "  %-*s  %s\n", static_cast<int>(width), row.first.c_str(), row.second);
+}
+
+int RunGroup(const Group &group, const std::vector<std::string> &argv)
+{
+    if (argv.empty())
+        throw UsageError(std::string("missing command") + HelpHint(group, nullptr));
+    if (IsHelp(argv[0])) {
+        PrintGroupHelp(group, stdout);
+        return kExitOk;
+    }
+    const Command *command = nullptr;
+    for (const Command &c : group.commands)
+        if (argv[0] == c.name)
+            command = &c;
+    if (!command)
+        throw UsageError("unknown command '" + argv[0] + "' for '" + Where(group, nullptr) + "'" +
+                         HelpHint(group, nullptr));
+
+    // Help wins over everything else on the line, so it works even when the
+    // rest is incomplete.
+    for (std::size_t i = 1; i < argv.size() && argv[i] != "--"; ++i) {
+        if (IsHelp(argv[i])) {
+            PrintCommandHelp(group, *command, stdout);
+            return kExitOk;
+        }
+    }
+
+    Args args;
+    bool options_done = false;
+    for (std::size_t i = 1; i < argv.size(); ++i) {
+        const std::string &arg = argv[i];
+        if (options_done || !LooksLikeOption(arg)) {
+            args.positional.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            options_done = true;
+            continue;
+        }
+        std::string name = arg;
+        std::string value;
+        bool inline_value = false;
+        std::size_t eq = arg.find('=');
+        if (arg.compare(0, 2, "--") == 0 && eq != std::string::npos) {
+            name = arg.substr(0, eq);
+            value = arg.substr(eq + 1);
+            inline_value = true;
+        }
+        const Option *option = FindOption(*command, name);
+        if (!option)
+            throw UsageError("unknown option '" + name + "'" + HelpHint(group, command));
+        if (!option->value_name) {
+            if (inline_value)
+                throw UsageError("option '" + name + "' takes no value");
+        } else if (!inline_value) {
+            if (i + 1 >= argv.size())
+                throw UsageError("option '" + name + "' needs a value" + HelpHint(group, command));
+            value = argv[++i];
+        }
+        args.options[name] = value;
+    }
+
+    std::size_t n = args.positional.size();
+    if (n < command->min_args)
+        throw UsageError("missing argument; usage: " + Where(group, command) + " " +
+                         command->synopsis);
+    if (n > command->max_args)
+        throw UsageError("too many arguments; usage: " + Where(group, command) + " " +
+                         command->synopsis);
+    return command->run(args);
+}
+
+}  // namespace ssoplatform

@@ -1,0 +1,82 @@
+// The command framework of sso-platform: groups of subcommands described by
+// tables, a shared option parser and help printer. A new group is one source
+// file defining its Group plus one entry in the table in main.cpp.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <limits>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace ssoplatform {
+
+inline constexpr const char *kProgram = "sso-platform";
+
+// Bad usage: unknown command, missing argument, malformed value. Exit 2.
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// The command was well formed but failed. Exit 1.
+struct Failure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFailure = 1;
+inline constexpr int kExitUsage = 2;
+
+struct Option {
+    const char *name;        // "--type"
+    const char *value_name;  // "TYPE", or nullptr for a flag
+    const char *help;
+};
+
+// What a handler receives: the positional arguments in order and the options
+// given, by name ("--type" -> "int"; flags map to "").
+struct Args {
+    std::vector<std::string> positional;
+    std::map<std::string, std::string> options;
+
+    bool Has(const std::string &name) const { return options.count(name) != 0; }
+    std::string Get(const std::string &name, const std::string &fallback = "") const
+    {
+        auto it = options.find(name);
+        return it == options.end() ? fallback : it->second;
+    }
+};
+
+inline constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
+
+struct Command {
+    const char *name;
+    const char *synopsis;  // after "sso-platform GROUP NAME", e.g. "KEY VALUE --type TYPE"
+    const char *summary;   // one line for the group's help
+    const char *help;      // paragraphs and examples for the command's help
+    std::vector<Option> options;
+    std::size_t min_args;
+    std::size_t max_args;  // kUnlimited for any number
+    int (*run)(const Args &args);
+};
+
+struct Group {
+    const char *name;
+    const char *summary;
+    const char *help;
+    std::vector<Command> commands;
+};
+
+// The groups, one function a group; each lives in its own cmd_<group>.cpp.
+const Group &VconfGroup();
+
+// Parses argv (after the group name) against the group's tables and runs the
+// chosen command. Throws UsageError or Failure; returns the exit status.
+int RunGroup(const Group &group, const std::vector<std::string> &argv);
+
+void PrintGroupHelp(const Group &group, std::FILE *out);
+void PrintCommandHelp(const Group &group, const Command &command, std::FILE *out);
+
+}  // namespace ssoplatform
