@@ -219,8 +219,11 @@ void BM_VconfNotifyLatencyCrossProcess(benchmark::State &state)
     int status = 0;
     waitpid(pid, &status, 0);
 }
-BENCHMARK(BM_VconfNotifyLatencyCrossProcess)->UseManualTime()->MinTime(0.2)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_VconfNotifyLatencyCrossProcess)
+    ->UseManualTime()
+    ->MinTime(0.2)
+    ->Unit(benchmark::kMicrosecond);
 
-}  // namespace
+} // namespace
 
 BENCHMARK_MAIN();

@@ -34,9 +34,9 @@
 #define FILE_MODE 0644
 #define DIR_MODE 0755
 
-#define WATCH_MASK                                                                       \
-    (IN_MOVED_TO | IN_MOVED_FROM | IN_CLOSE_WRITE | IN_DELETE | IN_DELETE_SELF |         \
-     IN_MOVE_SELF | IN_ONLYDIR)
+#define WATCH_MASK                                                                                 \
+    (IN_MOVED_TO | IN_MOVED_FROM | IN_CLOSE_WRITE | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF |    \
+     IN_ONLYDIR)
 
 struct _keynode_t {
     char *keyname;
@@ -56,8 +56,8 @@ struct value {
 
 static int is_plain_byte(unsigned char c)
 {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-           c == '_' || c == '.' || c == '-';
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' ||
+           c == '.' || c == '-';
 }
 
 /* Returns VCONF_OK, VCONF_ERROR for a null key or VCONF_ERROR_WRONG_PREFIX for
@@ -446,7 +446,9 @@ SSO_PLATFORM_EXPORT int vconf_unset(const char *key)
  * mutex, which the thread sanitizer understands, unlike GLib's futex locks).
  * Callbacks never run with g_lock held: a delivery snapshots the ids of the
  * matching subscriptions and re-checks each id under the lock just before its
- * call, so a callback may subscribe or unsubscribe anything.
+ * call, so a callback may subscribe or unsubscribe anything. Unsubscribing
+ * from another thread waits for a call of that subscription in progress, so
+ * its user_data may be freed right after.
  *
  * A removed watcher's source may still be dispatching on its thread; GLib
  * holds a reference for that, and the finalizer closes the fd only after the
@@ -468,9 +470,17 @@ struct subscription {
     vconf_callback_fn cb;
     void *user_data;
     Watcher *watcher;
+    /* Calls in progress, all on the thread of the watcher's context. Once
+     * removed while calls run, the last call out frees the entry, unless a
+     * remover on another thread waits for it. */
+    unsigned running;
+    pthread_t runner;
+    int removed;
+    int remover_waits;
 };
 
 static pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
+static pthread_cond_t g_call_done = PTHREAD_COND_INITIALIZER;
 static GPtrArray *g_subs;     /* struct subscription * */
 static GPtrArray *g_watchers; /* Watcher *, one reference each */
 static guint64 g_next_id = 1;
@@ -583,6 +593,12 @@ static keynode_t *node_new(const char *dir, const char *key)
     return node;
 }
 
+static void sub_free(struct subscription *s)
+{
+    g_free(s->key);
+    g_free(s);
+}
+
 static void node_free(keynode_t *node)
 {
     free(node->keyname);
@@ -612,11 +628,29 @@ static void deliver(Watcher *w, const char *key)
             break;
         pthread_mutex_lock(&g_lock);
         struct subscription *s = find_sub_locked(ids[i]);
-        vconf_callback_fn cb = s && s->watcher == w ? s->cb : NULL;
-        void *user_data = s ? s->user_data : NULL;
+        if (!s || s->watcher != w) {
+            pthread_mutex_unlock(&g_lock);
+            continue;
+        }
+        s->running++;
+        s->runner = pthread_self();
+        vconf_callback_fn cb = s->cb;
+        void *user_data = s->user_data;
         pthread_mutex_unlock(&g_lock);
-        if (cb)
-            cb(node, user_data);
+
+        cb(node, user_data);
+
+        pthread_mutex_lock(&g_lock);
+        struct subscription *done = NULL;
+        if (--s->running == 0 && s->removed) {
+            if (s->remover_waits)
+                pthread_cond_broadcast(&g_call_done);
+            else
+                done = s;
+        }
+        pthread_mutex_unlock(&g_lock);
+        if (done)
+            sub_free(done);
     }
     if (node)
         node_free(node);
@@ -672,18 +706,21 @@ static gboolean watcher_dispatch(GSource *source, GSourceFunc callback, gpointer
             deliver_all(w);
             continue;
         }
-        pthread_mutex_lock(&g_lock);
-        int current = ev->wd == w->wd;
-        if (current && (ev->mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT))) {
-            /* The store directory went away (or moved): stop delivering. A
-             * later subscription on this context watches it afresh. */
+        if (ev->mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) {
+            /* The store directory went away (or moved): its watch ends and
+             * nothing more arrives until a later subscription on this context
+             * watches the directory there now. */
+            pthread_mutex_lock(&g_lock);
             if (!(ev->mask & IN_IGNORED))
-                inotify_rm_watch(fd, w->wd);
-            w->wd = -1;
-            current = 0;
+                inotify_rm_watch(fd, ev->wd);
+            if (ev->wd == w->wd)
+                w->wd = -1;
+            pthread_mutex_unlock(&g_lock);
+            continue;
         }
-        pthread_mutex_unlock(&g_lock);
-        if (!current || ev->len == 0 || ev->name[0] == '.' || ev->name[0] == '\0')
+        /* Name events of an older watch still count: the value is read from
+         * the store as it is now anyway. */
+        if (ev->len == 0 || ev->name[0] == '.' || ev->name[0] == '\0')
             continue;
         char *key = decode_name(ev->name);
         if (key)
@@ -727,11 +764,14 @@ SSO_PLATFORM_EXPORT int vconf_notify_key_changed(const char *key, vconf_callback
     }
     if (!w) {
         rc = watcher_new_locked(ctx, &w);
-    } else if (w->wd < 0) {
-        /* Its directory went away; watch the one there now. */
-        rc = watch_dir(w->fd, w->dir, &w->wd);
-        if (rc != VCONF_OK)
-            w->wd = -1;
+    } else {
+        /* Watch the directory there now: the same one gives back the same
+         * watch; a replacement (its predecessor removed, maybe with the news
+         * not yet read) gets a new one. */
+        int wd;
+        rc = watch_dir(w->fd, w->dir, &wd);
+        if (rc == VCONF_OK)
+            w->wd = wd;
     }
     if (rc != VCONF_OK) {
         pthread_mutex_unlock(&g_lock);
@@ -778,6 +818,21 @@ SSO_PLATFORM_EXPORT int vconf_ignore_key_changed(const char *key, vconf_callback
         ctx = w->ctx;
         w->ctx = NULL;
     }
+    int free_now = 1;
+    if (found->running > 0) {
+        found->removed = 1;
+        if (pthread_equal(found->runner, pthread_self())) {
+            /* Called from the callback (or its thread): the call in progress
+             * frees the entry on its way out. */
+            free_now = 0;
+        } else {
+            /* Once this returns the callback is not running, so the caller may
+             * free user_data. */
+            found->remover_waits = 1;
+            while (found->running > 0)
+                pthread_cond_wait(&g_call_done, &g_lock);
+        }
+    }
     pthread_mutex_unlock(&g_lock);
     if (ctx) {
         /* Last subscriber on this context: detach. A dispatch running right
@@ -786,8 +841,8 @@ SSO_PLATFORM_EXPORT int vconf_ignore_key_changed(const char *key, vconf_callback
         g_source_unref(&w->base);
         g_main_context_unref(ctx);
     }
-    g_free(found->key);
-    g_free(found);
+    if (free_now)
+        sub_free(found);
     return VCONF_OK;
 }
 

@@ -37,9 +37,9 @@ TEST_P(VconfIntRoundTrip, ReadsBackTheIntItWrote)
 INSTANTIATE_TEST_SUITE_P(Values, VconfIntRoundTrip,
                          ::testing::Values(0, 1, -1, 42, INT_MAX, INT_MIN));
 
-class VconfStringRoundTrip : public Vconf,
-                             public ::testing::WithParamInterface<std::pair<const char *, std::string>> {
-};
+class VconfStringRoundTrip
+    : public Vconf,
+      public ::testing::WithParamInterface<std::pair<const char *, std::string>> {};
 
 TEST_P(VconfStringRoundTrip, ReadsBackTheStringItWrote)
 {
@@ -141,8 +141,8 @@ void ExpectStored(const char *key, Type t)
     }
 }
 
-class VconfTypeMismatch : public Vconf, public ::testing::WithParamInterface<std::tuple<Type, Type>> {
-};
+class VconfTypeMismatch : public Vconf,
+                          public ::testing::WithParamInterface<std::tuple<Type, Type>> {};
 
 TEST_P(VconfTypeMismatch, ReadingWithAnotherTypeFailsAndLeavesTheValueUntouched)
 {
@@ -184,15 +184,17 @@ TEST_P(VconfTypeMismatch, UnsetLetsTheKeyTakeAnotherType)
     ExpectStored("db/test/typed", second);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    AllPairs, VconfTypeMismatch,
-    ::testing::Values(std::make_tuple(Type::Int, Type::Bool), std::make_tuple(Type::Int, Type::Str),
-                      std::make_tuple(Type::Bool, Type::Int), std::make_tuple(Type::Bool, Type::Str),
-                      std::make_tuple(Type::Str, Type::Int), std::make_tuple(Type::Str, Type::Bool)),
-    [](const ::testing::TestParamInfo<std::tuple<Type, Type>> &info) {
-        return std::string(TypeName(std::get<0>(info.param))) + "Then" +
-               TypeName(std::get<1>(info.param));
-    });
+INSTANTIATE_TEST_SUITE_P(AllPairs, VconfTypeMismatch,
+                         ::testing::Values(std::make_tuple(Type::Int, Type::Bool),
+                                           std::make_tuple(Type::Int, Type::Str),
+                                           std::make_tuple(Type::Bool, Type::Int),
+                                           std::make_tuple(Type::Bool, Type::Str),
+                                           std::make_tuple(Type::Str, Type::Int),
+                                           std::make_tuple(Type::Str, Type::Bool)),
+                         [](const ::testing::TestParamInfo<std::tuple<Type, Type>> &info) {
+                             return std::string(TypeName(std::get<0>(info.param))) + "Then" +
+                                    TypeName(std::get<1>(info.param));
+                         });
 
 TEST_F(Vconf, UnsetRemovesTheKey)
 {
@@ -356,4 +358,4 @@ TEST_F(Vconf, KeynodeGettersTolerateANullNode)
     EXPECT_EQ(nullptr, vconf_keynode_get_str(nullptr));
 }
 
-}  // namespace
+} // namespace

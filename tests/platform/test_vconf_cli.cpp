@@ -45,7 +45,8 @@ TEST_F(VconfCli, ABoolSetByTheToolReadsBackTypedInProcess)
 
 TEST_F(VconfCli, AStringSetByTheToolReadsBackTypedInProcess)
 {
-    CliResult r = RunCli({"vconf", "set", "db/sso/user", "Jane Doe\nsecond line", "--type", "string"});
+    CliResult r =
+        RunCli({"vconf", "set", "db/sso/user", "Jane Doe\nsecond line", "--type", "string"});
     ASSERT_EQ(0, r.status) << r.err;
     char *s = vconf_get_str("db/sso/user");
     ASSERT_NE(nullptr, s);
@@ -80,15 +81,14 @@ TEST_P(VconfCliGet, PrintsWhatTheLibrarySet)
 
 INSTANTIATE_TEST_SUITE_P(
     Types, VconfCliGet,
-    ::testing::Values(GetCase{"Int", [] { return vconf_set_int("db/test/key", 42); }, "42\n"},
-                      GetCase{"NegativeInt", [] { return vconf_set_int("db/test/key", -7); }, "-7\n"},
-                      GetCase{"True", [] { return vconf_set_bool("db/test/key", 1); }, "true\n"},
-                      GetCase{"False", [] { return vconf_set_bool("db/test/key", 0); }, "false\n"},
-                      GetCase{"String", [] { return vconf_set_str("db/test/key", "hi there"); },
-                              "hi there\n"},
-                      GetCase{"EmptyString", [] { return vconf_set_str("db/test/key", ""); }, "\n"},
-                      GetCase{"MultilineString",
-                              [] { return vconf_set_str("db/test/key", "a\nb"); }, "a\nb\n"}),
+    ::testing::Values(
+        GetCase{"Int", [] { return vconf_set_int("db/test/key", 42); }, "42\n"},
+        GetCase{"NegativeInt", [] { return vconf_set_int("db/test/key", -7); }, "-7\n"},
+        GetCase{"True", [] { return vconf_set_bool("db/test/key", 1); }, "true\n"},
+        GetCase{"False", [] { return vconf_set_bool("db/test/key", 0); }, "false\n"},
+        GetCase{"String", [] { return vconf_set_str("db/test/key", "hi there"); }, "hi there\n"},
+        GetCase{"EmptyString", [] { return vconf_set_str("db/test/key", ""); }, "\n"},
+        GetCase{"MultilineString", [] { return vconf_set_str("db/test/key", "a\nb"); }, "a\nb\n"}),
     [](const ::testing::TestParamInfo<GetCase> &info) { return std::string(info.param.name); });
 
 TEST_F(VconfCli, UnsetRemovesAKeyTheLibrarySet)
@@ -118,7 +118,7 @@ struct ErrorCase {
     const char *name;
     std::vector<std::string> args;
     int status;
-    const char *message;  // expected in stderr
+    const char *message; // expected in stderr
 };
 
 void PrintTo(const ErrorCase &c, std::ostream *os)
@@ -149,7 +149,9 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         ErrorCase{"GetMissingKey", {"vconf", "get", "missing"}, 1, "not set"},
         ErrorCase{"UnsetMissingKey", {"vconf", "unset", "missing"}, 1, "not set"},
-        ErrorCase{"SetAnotherType", {"vconf", "set", "int/key", "x", "--type", "string"}, 1,
+        ErrorCase{"SetAnotherType",
+                  {"vconf", "set", "int/key", "x", "--type", "string"},
+                  1,
                   "another type"},
         ErrorCase{"NoArguments", {}, 2, "missing command group"},
         ErrorCase{"UnknownGroup", {"nosuch"}, 2, "unknown command group 'nosuch'"},
@@ -164,7 +166,9 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{"TypeWithoutValue", {"vconf", "set", "k", "1", "--type"}, 2, "needs a value"},
         ErrorCase{"BadType", {"vconf", "set", "k", "1", "--type", "float"}, 2, "invalid --type"},
         ErrorCase{"BadInt", {"vconf", "set", "k", "12x", "--type", "int"}, 2, "invalid int"},
-        ErrorCase{"IntOutOfRange", {"vconf", "set", "k", "99999999999", "--type", "int"}, 2,
+        ErrorCase{"IntOutOfRange",
+                  {"vconf", "set", "k", "99999999999", "--type", "int"},
+                  2,
                   "invalid int"},
         ErrorCase{"BadBool", {"vconf", "set", "k", "yes", "--type", "bool"}, 2, "invalid bool"},
         ErrorCase{"EmptyKey", {"vconf", "get", ""}, 2, "invalid key"},
@@ -264,7 +268,7 @@ TEST_F(VconfCli, WatchPrintsChangesMadeByOtherProcesses)
     ASSERT_TRUE(watcher.WaitForOutput("db/a = 5\n")) << watcher.output();
     ASSERT_EQ(0, RunCli({"vconf", "set", "db/b", "hello world", "--type", "string"}).status);
     ASSERT_TRUE(watcher.WaitForOutput("db/b = hello world\n")) << watcher.output();
-    ASSERT_EQ(VCONF_OK, vconf_set_bool("db/c", 1));  // not watched
+    ASSERT_EQ(VCONF_OK, vconf_set_bool("db/c", 1)); // not watched
     ASSERT_EQ(VCONF_OK, vconf_unset("db/a"));
     ASSERT_TRUE(watcher.WaitForOutput("db/a unset\n")) << watcher.output();
     ASSERT_EQ(VCONF_OK, vconf_unset("db/b"));
@@ -285,4 +289,4 @@ TEST_F(VconfCli, WatchExitsCleanlyOnSigterm)
     EXPECT_EQ(0, watcher.Wait());
 }
 
-}  // namespace
+} // namespace

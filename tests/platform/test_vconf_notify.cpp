@@ -189,6 +189,61 @@ TEST_F(VconfNotify, ACallbackMayUnsubscribeItselfDuringDelivery)
     EXPECT_EQ(VCONF_OK, remover.ignore_rc.load());
 }
 
+TEST_F(VconfNotify, TheOnlySubscriberMayUnsubscribeItself)
+{
+    SelfRemover remover;
+    Recorder rec;
+    LoopThread loop;
+    ASSERT_EQ(VCONF_OK, loop.Subscribe("k", SelfRemover::Callback, &remover));
+    ASSERT_EQ(VCONF_OK, vconf_set_int("k", 1));
+    ASSERT_TRUE(ssotest::WaitUntil([&] { return remover.calls.load() == 1; }));
+    EXPECT_EQ(VCONF_OK, remover.ignore_rc.load());
+    // Its context lost its watcher; the loop keeps running and a new
+    // subscription there works.
+    ASSERT_EQ(VCONF_OK, vconf_set_int("k", 2));
+    loop.Run([] {});
+    ASSERT_EQ(VCONF_OK, loop.Subscribe("k", Recorder::Callback<>, &rec));
+    ASSERT_EQ(VCONF_OK, vconf_set_int("k", 3));
+    ASSERT_TRUE(rec.WaitForCount("k", 1));
+    EXPECT_EQ(1, remover.calls.load());
+}
+
+// Holds its call open until released.
+struct SlowCallback {
+    std::atomic<bool> entered{false};
+    std::atomic<bool> release{false};
+    std::atomic<bool> finished{false};
+    static void Callback(keynode_t *, void *self_ptr)
+    {
+        auto *self = static_cast<SlowCallback *>(self_ptr);
+        self->entered = true;
+        ssotest::WaitUntil([self] { return self->release.load(); });
+        self->finished = true;
+    }
+};
+
+TEST_F(VconfNotify, UnsubscribingFromAnotherThreadWaitsForACallInProgress)
+{
+    SlowCallback slow;
+    LoopThread loop;
+    ASSERT_EQ(VCONF_OK, loop.Subscribe("k", SlowCallback::Callback, &slow));
+    ASSERT_EQ(VCONF_OK, vconf_set_int("k", 1));
+    ASSERT_TRUE(ssotest::WaitUntil([&] { return slow.entered.load(); }));
+
+    std::atomic<bool> returned{false};
+    std::atomic<bool> finished_at_return{false};
+    std::thread remover([&] {
+        EXPECT_EQ(VCONF_OK, vconf_ignore_key_changed("k", SlowCallback::Callback));
+        finished_at_return = slow.finished.load();
+        returned = true;
+    });
+    EXPECT_FALSE(
+        ssotest::WaitUntil([&] { return returned.load(); }, std::chrono::milliseconds(100)));
+    slow.release = true;
+    remover.join();
+    EXPECT_TRUE(finished_at_return.load());
+}
+
 // Removes another subscriber of the same key, which would be called next.
 struct PeerRemover {
     std::atomic<int> calls{0};
@@ -303,8 +358,8 @@ TEST_F(VconfNotify, ManyThreadsSubscribingAndUnsubscribingAtOnceStayConsistent)
         threads.emplace_back([t] {
             std::string key = "churn/" + std::to_string(t);
             for (int i = 0; i < 200; ++i) {
-                EXPECT_EQ(VCONF_OK, vconf_notify_key_changed(key.c_str(), Recorder::Callback<5>,
-                                                             nullptr));
+                EXPECT_EQ(VCONF_OK,
+                          vconf_notify_key_changed(key.c_str(), Recorder::Callback<5>, nullptr));
                 EXPECT_EQ(VCONF_OK, vconf_ignore_key_changed(key.c_str(), Recorder::Callback<5>));
             }
         });
@@ -319,4 +374,4 @@ TEST_F(VconfNotify, ManyThreadsSubscribingAndUnsubscribingAtOnceStayConsistent)
     Barrier(rec);
 }
 
-}  // namespace
+} // namespace

@@ -135,4 +135,4 @@ TEST_F(VconfStress, ThreadsWritingDistinctKeysAllLand)
     }
 }
 
-}  // namespace
+} // namespace

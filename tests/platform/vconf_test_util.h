@@ -158,8 +158,7 @@ struct Event {
 // several recorders can watch one key (a key and callback pair is unique).
 class Recorder {
 public:
-    template <int N = 0>
-    static void Callback(keynode_t *node, void *self)
+    template <int N = 0> static void Callback(keynode_t *node, void *self)
     {
         static_cast<Recorder *>(self)->Record(node);
     }
@@ -269,4 +268,4 @@ inline bool IsFileError(int rc)
     return rc <= VCONF_ERROR_FILE_PERM && rc >= VCONF_ERROR_NOT_SUPPORTED;
 }
 
-}  // namespace vconftest
+} // namespace vconftest

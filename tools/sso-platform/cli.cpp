@@ -42,7 +42,7 @@ const Option *FindOption(const Command &command, const std::string &name)
     return nullptr;
 }
 
-}  // namespace
+} // namespace
 
 void PrintGroupHelp(const Group &group, std::FILE *out)
 {
@@ -146,4 +146,4 @@ int RunGroup(const Group &group, const std::vector<std::string> &argv)
     return command->run(args);
 }
 
-}  // namespace ssoplatform
+} // namespace ssoplatform

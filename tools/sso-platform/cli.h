@@ -30,8 +30,8 @@ inline constexpr int kExitFailure = 1;
 inline constexpr int kExitUsage = 2;
 
 struct Option {
-    const char *name;        // "--type"
-    const char *value_name;  // "TYPE", or nullptr for a flag
+    const char *name;       // "--type"
+    const char *value_name; // "TYPE", or nullptr for a flag
     const char *help;
 };
 
@@ -53,12 +53,12 @@ inline constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max(
 
 struct Command {
     const char *name;
-    const char *synopsis;  // after "sso-platform GROUP NAME", e.g. "KEY VALUE --type TYPE"
-    const char *summary;   // one line for the group's help
-    const char *help;      // paragraphs and examples for the command's help
+    const char *synopsis; // after "sso-platform GROUP NAME", e.g. "KEY VALUE --type TYPE"
+    const char *summary;  // one line for the group's help
+    const char *help;     // paragraphs and examples for the command's help
     std::vector<Option> options;
     std::size_t min_args;
-    std::size_t max_args;  // kUnlimited for any number
+    std::size_t max_args; // kUnlimited for any number
     int (*run)(const Args &args);
 };
 
@@ -79,4 +79,4 @@ int RunGroup(const Group &group, const std::vector<std::string> &argv);
 void PrintGroupHelp(const Group &group, std::FILE *out);
 void PrintCommandHelp(const Group &group, const Command &command, std::FILE *out);
 
-}  // namespace ssoplatform
+} // namespace ssoplatform

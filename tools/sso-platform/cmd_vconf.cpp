@@ -187,7 +187,7 @@ int Watch(const Args &args)
     return kExitOk;
 }
 
-}  // namespace
+} // namespace
 
 const Group &VconfGroup()
 {
@@ -197,14 +197,21 @@ const Group &VconfGroup()
         "Settings are typed keys (int, bool or string) stored under <root>/vconf.\n"
         "Every change made by any process reaches the watchers of the key.",
         {
-            {"get", "KEY", "Print the value of a key",
+            {"get",
+             "KEY",
+             "Print the value of a key",
              "Prints the value alone: an int in decimal, a bool as true or false, a\n"
              "string as it is. Fails with status 1 when the key is not set.\n"
              "\n"
              "Example:\n"
              "  sso-platform vconf get db/sso/login_status",
-             {}, 1, 1, Get},
-            {"set", "KEY VALUE --type TYPE", "Write a key",
+             {},
+             1,
+             1,
+             Get},
+            {"set",
+             "KEY VALUE --type TYPE",
+             "Write a key",
              "TYPE is int, bool (true, false, 1 or 0) or string. A key keeps its type:\n"
              "writing another type fails until the key is unset.\n"
              "\n"
@@ -212,25 +219,38 @@ const Group &VconfGroup()
              "  sso-platform vconf set db/sso/login_status 1 --type int\n"
              "  sso-platform vconf set --type bool db/sso/enabled true\n"
              "  sso-platform vconf set db/sso/user 'Jane Doe' --type string",
-             {{"--type", "TYPE", "The value's type: int, bool or string (required)"}}, 2, 2, Set},
-            {"unset", "KEY", "Remove a key",
+             {{"--type", "TYPE", "The value's type: int, bool or string (required)"}},
+             2,
+             2,
+             Set},
+            {"unset",
+             "KEY",
+             "Remove a key",
              "Removes the key; its watchers see it unset. Fails with status 1 when the\n"
              "key is not set.\n"
              "\n"
              "Example:\n"
              "  sso-platform vconf unset db/sso/user",
-             {}, 1, 1, Unset},
-            {"watch", "KEY...", "Print every change of the keys until interrupted",
+             {},
+             1,
+             1,
+             Unset},
+            {"watch",
+             "KEY...",
+             "Print every change of the keys until interrupted",
              "First prints \"watching KEY...\" once every key is watched, then one line a\n"
              "change: \"KEY = VALUE\", or \"KEY unset\". Runs until SIGINT or SIGTERM and\n"
              "then exits with status 0.\n"
              "\n"
              "Example:\n"
              "  sso-platform vconf watch db/sso/login_status db/sso/user",
-             {}, 1, kUnlimited, Watch},
+             {},
+             1,
+             kUnlimited,
+             Watch},
         },
     };
     return group;
 }
 
-}  // namespace ssoplatform
+} // namespace ssoplatform

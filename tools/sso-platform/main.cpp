@@ -94,7 +94,7 @@ int Run(const std::vector<std::string> &args)
     throw UsageError("unknown command group '" + args[i] + "' (see '" + kProgram + " --help')");
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char **argv)
 {

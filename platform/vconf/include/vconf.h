@@ -54,15 +54,25 @@ typedef struct _keynode_t keynode_t;
 
 typedef void (*vconf_callback_fn)(keynode_t *node, void *user_data);
 
-/* Reads. A missing key, a key of another type or an unreadable store fails
- * with a non-zero result and leaves *val untouched. */
+/* Keys are 1 to 255 bytes without control characters; a key must also fit a
+ * file name once bytes outside [A-Za-z0-9_.-] are written as %XX (247 bytes).
+ * Other keys fail with VCONF_ERROR_WRONG_PREFIX, a null key with VCONF_ERROR.
+ *
+ * Reads. A missing key fails with VCONF_ERROR_FILE_NO_ENT, a key of another
+ * type with VCONF_ERROR_WRONG_TYPE, an unreadable store with another
+ * VCONF_ERROR_FILE_* code; *val is left untouched on failure. A bool reads as
+ * 0 or 1. */
 int vconf_get_int(const char *key, int *val);
 int vconf_get_bool(const char *key, int *val);
-/* Returns a malloc'ed copy of a string key that the caller frees, or NULL. */
+/* Returns a malloc'ed copy of a string key that the caller frees, or NULL
+ * (missing key, another type, store error). */
 char *vconf_get_str(const char *key);
 
 /* Writes. A key that exists with another type fails with
- * VCONF_ERROR_WRONG_TYPE. */
+ * VCONF_ERROR_WRONG_TYPE (unset it first). A bool is stored as 0 or 1; a null
+ * string fails with VCONF_ERROR. A store that cannot be written fails with a
+ * VCONF_ERROR_FILE_* code (FILE_PERM when permission is denied). Unsetting a
+ * missing key fails with VCONF_ERROR_FILE_NO_ENT. */
 int vconf_set_int(const char *key, int val);
 int vconf_set_bool(const char *key, int val);
 int vconf_set_str(const char *key, const char *str);
@@ -71,9 +81,17 @@ int vconf_unset(const char *key);
 /* Calls cb(node, user_data) after every write of the key by any process
  * (an unset is delivered with type VCONF_TYPE_NONE). The callback runs on the
  * thread that runs the main context that was the thread default at this
- * call. The same key and callback may be registered once. */
+ * call. The node carries the value read when the change is delivered, so
+ * after a quick burst of writes several calls may report the latest value.
+ * The same key and callback may be registered once (else VCONF_ERROR). A
+ * callback may subscribe and unsubscribe anything, itself included.
+ * Subscribing creates the store directory if needed and fails with a
+ * VCONF_ERROR_FILE_* code when it cannot. */
 int vconf_notify_key_changed(const char *key, vconf_callback_fn cb, void *user_data);
-/* Removes the registration of this key and callback. */
+/* Removes the registration of this key and callback, whatever its context;
+ * VCONF_ERROR when there is none. Once it returns the callback is not called
+ * again, and a call running on another thread has finished (so do not call
+ * this holding a lock that callback takes). */
 int vconf_ignore_key_changed(const char *key, vconf_callback_fn cb);
 
 const char *vconf_keynode_get_name(keynode_t *keynode);
