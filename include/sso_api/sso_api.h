@@ -66,6 +66,29 @@ typedef struct {
 } sso_name_check_auth_info_s;
 
 /**
+ * @brief Asks whether the SSO service answers.
+ *
+ * Sends one synchronous request on the calling thread and blocks for at most
+ * 5000 ms; the first request of a process also brings up the library's D-Bus
+ * link (its bus name, its account client object and its "SSOProxyMonitor"
+ * thread), which can take up to 10 s more when the bus is slow. No callback.
+ *
+ * @return 0 when the service accepted the request, -1 when it refused, did
+ *         not answer in time, is not running, or after sso_give_proxy().
+ */
+SSO_API int sso_check_alive(void);
+
+/**
+ * @brief Tears the library's D-Bus link down for the rest of the process.
+ *
+ * Gives up the bus name, unregisters the account client object and joins the
+ * "SSOProxyMonitor" thread; every later request fails with -1 until the
+ * library is unloaded. Must not be called from a result callback (those run
+ * on the thread it joins). Blocks until the thread has ended.
+ */
+SSO_API void sso_give_proxy(void);
+
+/**
  * @brief Size in bytes of sso_login_info_s (1536), for callers that allocate it
  *        dynamically.
  */

@@ -48,6 +48,15 @@ public:
         return instance;
     }
 
+    // The instance if it exists and is ready; never creates one and never
+    // waits. For code that must not block on a creation or removal under way
+    // (the response dispatcher, while the library is being unloaded).
+    static T *PeekInstance()
+    {
+        T *instance = m_pInstance.load(std::memory_order_acquire);
+        return (instance != nullptr && IsReady(instance)) ? instance : nullptr;
+    }
+
     // Deletes the instance if there is one.
     static void RemoveInstance()
     {

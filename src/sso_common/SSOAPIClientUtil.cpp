@@ -1,0 +1,184 @@
+#include "SSOAPIClientUtil.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "SSOAPIUtil.h"
+#include "sso_api_proxy.h"
+#include "sso_log.h"
+
+// Client method name -> argument shape. It differs from the client interface
+// on purpose: "sso_CLIENT_partner_auth_info" is listed here but is no method
+// of the interface, and five interface methods have no entry, so a call to
+// them is handled as an unknown method.
+const std::map<std::string, CLIENT_DBUS_METHOD_TYPE> SSOAPIClientUtil::m_clientDBusMethodTypeInfo =
+    {
+        {"sso_request_access_token", CLIENT_METHOD_STRING_RESULT},
+        {"sso_request_auth_code", CLIENT_METHOD_STRING_RESULT},
+        {"sso_request_auth_code_for_effortless_login", CLIENT_METHOD_STRING_RESULT},
+        {"sso_request_user_authcode_with_dsc", CLIENT_METHOD_STRING_RESULT},
+        {"sso_request_service_auth_code", CLIENT_METHOD_STRING_RESULT},
+        {"sso_request_authcode_with_ID_PWD", CLIENT_METHOD_STRING_RESULT},
+        {"sso_request_authcode_for_other_device", CLIENT_METHOD_STRING_RESULT},
+        {"RESULT_sso_service_request_whitelist_accesstoken", CLIENT_METHOD_STRING_RESULT},
+        {"sso_register_account", CLIENT_METHOD_STRING_RESULT},
+        {"sso_switch_account", CLIENT_METHOD_STRING_RESULT},
+        {"sso_switch_account_by_guid", CLIENT_METHOD_STRING_RESULT},
+        {"sso_switch_account_with_usertoken", CLIENT_METHOD_STRING_RESULT},
+        {"sso_verify_password", CLIENT_METHOD_STRING_RESULT},
+        {"sso_request_reset_passwd", CLIENT_METHOD_STRING_RESULT},
+        {"sso_perform_logout", CLIENT_METHOD_STRING_RESULT},
+        {"sso_request_account_list", CLIENT_METHOD_STRING_RESULT},
+        {"sso_set_passfw", CLIENT_METHOD_STRING_RESULT},
+        {"sso_get_dynamic_my_account_list", CLIENT_METHOD_STRING_RESULT},
+        {"sso_CLIENT_partner_auth_info", CLIENT_METHOD_STRING_RESULT},
+        {"sso_request_user_authcode_with_challenge", CLIENT_METHOD_STRING_RESULT},
+        {"sso_request_user_authcode_with_verifier", CLIENT_METHOD_STRING_RESULT},
+        {"sso_get_user_family_group", CLIENT_METHOD_STRING_RESULT},
+        {"sso_get_user_group_users", CLIENT_METHOD_STRING_RESULT},
+        {"sso_generate_token_with_authcode_dsc", CLIENT_METHOD_RESULT_ONLY},
+        {"sso_generate_token_with_authcode_dsc_deleteFlag", CLIENT_METHOD_RESULT_STRING},
+        {"sso_generate_token_with_ID_PWD", CLIENT_METHOD_RESULT_STRING},
+        {"sso_get_user_info_v4", CLIENT_METHOD_USERDATA_RESULT_STRING},
+        {"sso_identify_current_user_info", CLIENT_METHOD_USERDATA_RESULT_2STRINGS},
+        {"sso_get_namecheck_auth_info", CLIENT_METHOD_USERDATA_RESULT_3STRINGS},
+        {"sso_get_user_info", CLIENT_METHOD_USERDATA_RESULT_9STRINGS},
+};
+
+const std::map<CLIENT_DBUS_METHOD_TYPE, std::string>
+    SSOAPIClientUtil::m_clientDBusMethodParamFormatInfo = {
+        {CLIENT_METHOD_STRING_RESULT, "(sxxsixis)"},
+        {CLIENT_METHOD_RESULT_ONLY, "(sxxixis)"},
+        {CLIENT_METHOD_RESULT_STRING, "(sxxisxis)"},
+        {CLIENT_METHOD_USERDATA_RESULT_STRING, "(sxxxisis)"},
+        {CLIENT_METHOD_USERDATA_RESULT_2STRINGS, "(sxxxissis)"},
+        {CLIENT_METHOD_USERDATA_RESULT_3STRINGS, "(sxxxisssis)"},
+        {CLIENT_METHOD_USERDATA_RESULT_9STRINGS, "(sxxxisssssssssis)"},
+};
+
+CLIENT_DBUS_METHOD_TYPE SSOAPIClientUtil::GetClientDBusMethodType(const char *methodName)
+{
+    if (methodName == nullptr) {
+        SSO_LOG_CHECK_NULL("pMethodName is null");
+        return CLIENT_METHOD_NONE;
+    }
+    auto it = m_clientDBusMethodTypeInfo.find(methodName);
+    if (it == m_clientDBusMethodTypeInfo.end()) {
+        SSO_LOGE("Invalid method name: (%s)", methodName);
+        return CLIENT_METHOD_NONE;
+    }
+    SSO_LOGY("[%s] = %d", methodName, static_cast<int>(it->second));
+    return it->second;
+}
+
+std::string SSOAPIClientUtil::GetClientDBusMethodParameterFormat(CLIENT_DBUS_METHOD_TYPE type)
+{
+    if (type == CLIENT_METHOD_NONE) {
+        SSO_LOGE("clientMethodType is CLIENT_METHOD_NONE");
+        return std::string();
+    }
+    auto it = m_clientDBusMethodParamFormatInfo.find(type);
+    if (it == m_clientDBusMethodParamFormatInfo.end()) {
+        SSO_LOGE("Invalid clientMethodType: (%d)", static_cast<int>(type));
+        return std::string();
+    }
+    SSO_LOGY("[%d] = %s", static_cast<int>(type), it->second.c_str());
+    return it->second;
+}
+
+std::string SSOAPIClientUtil::GetDBusObjectName()
+{
+    CSSOSvcGdbus *transport =
+        SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSvcGdbus>::GetInstance() : nullptr;
+    if (transport == nullptr) {
+        SSO_LOG_CHECK_NULL("pDBusInstance is null");
+        return std::string();
+    }
+    return transport->objectName();
+}
+
+long long SSOAPIClientUtil::GetDBusProxyThreadId()
+{
+    CSSOSvcGdbus *transport =
+        SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSvcGdbus>::GetInstance() : nullptr;
+    if (transport == nullptr) {
+        SSO_LOG_CHECK_NULL("pDBusInstance is null");
+        return 0;
+    }
+    return transport->proxyMonitorThreadId();
+}
+
+bool SSOAPIClientUtil::IsThreadIdEqualToDBusProxy(long long tid)
+{
+    if (tid < 1) {
+        SSO_LOGE("tid is invalid : %lld", tid);
+        return false;
+    }
+    // This runs on the monitor thread, for a transport that exists. It only
+    // peeks at the instance: while the library is being unloaded the
+    // transport's removal holds the singleton lock and joins this very
+    // thread, so waiting for that lock here would never end.
+    long long tidProxyMonitor = 0;
+    if (SSOAPIUtil::IsClientAlive()) {
+        CSSOSvcGdbus *transport = SSOAPISingleton<CSSOSvcGdbus>::PeekInstance();
+        if (transport != nullptr)
+            tidProxyMonitor = transport->proxyMonitorThreadId();
+        else
+            SSO_LOG_CHECK_NULL("pDBusInstance is null");
+    } else {
+        SSO_LOG_CHECK_NULL("pDBusInstance is null");
+    }
+    if (tidProxyMonitor <= 0) {
+        SSO_LOGE("tidProxyMonitor <= 0 : %lld", tidProxyMonitor);
+        return false;
+    }
+    if (tid != tidProxyMonitor) {
+        SSO_LOGE("tid(%lld) is not equal to tidProxyMonitor(%lld)", tid, tidProxyMonitor);
+        return false;
+    }
+    return true;
+}
+
+std::string SSOAPIClientUtil::GetParameterWithCheckNoValue(const char *value)
+{
+    return value == nullptr ? std::string("HAS_NO_VALUE") : std::string(value);
+}
+
+namespace {
+
+// Copies with a bound one byte short of the field: a text fills at most
+// size - 2 characters.
+template <size_t N> void CopyCut(char (&field)[N], const char *text)
+{
+    if (text != nullptr)
+        snprintf(field, N - 1, "%s", text);
+}
+
+} // namespace
+
+void SSOAPIClientUtil::SetNameCheckAuthInfo(sso_name_check_auth_info_s &info, const char *birthDate,
+                                            const char *age, const char *checkUrl)
+{
+    memset(&info, 0, sizeof(info));
+    CopyCut(info.birth_date, birthDate);
+    CopyCut(info.age, age);
+    CopyCut(info.check_url, checkUrl);
+}
+
+void SSOAPIClientUtil::SetUserInfo(sso_user_info &info, const char *userId, const char *prefixName,
+                                   const char *firstName, const char *lastName,
+                                   const char *birthDate, const char *zipCode,
+                                   const char *mobileNum, const char *receiveEmail,
+                                   const char *auth)
+{
+    memset(&info, 0, sizeof(info));
+    CopyCut(info.user_id, userId);
+    CopyCut(info.prefix_name, prefixName);
+    CopyCut(info.first_name, firstName);
+    CopyCut(info.last_name, lastName);
+    CopyCut(info.birth_date, birthDate);
+    CopyCut(info.zip_code, zipCode);
+    CopyCut(info.mobile_num, mobileNum);
+    CopyCut(info.receive_email, receiveEmail);
+    CopyCut(info.auth, auth);
+}

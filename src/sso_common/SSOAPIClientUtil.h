@@ -1,0 +1,58 @@
+// Helpers of the request and dispatch paths: the shapes of the client
+// callback methods, the request's common fields (object name, request id),
+// and the records filled for two of the callbacks.
+#pragma once
+
+#include <sso_api/sso_api.h>
+
+#include <map>
+#include <string>
+
+// The argument shape of a client callback method; the value is the shape's
+// number. Shapes 0 to 2 carry user_data after the result, 3 to 6 right after
+// request_id.
+enum CLIENT_DBUS_METHOD_TYPE {
+    CLIENT_METHOD_NONE = -1,
+    CLIENT_METHOD_STRING_RESULT = 0,            // (sxxsixis)
+    CLIENT_METHOD_RESULT_ONLY = 1,              // (sxxixis)
+    CLIENT_METHOD_RESULT_STRING = 2,            // (sxxisxis)
+    CLIENT_METHOD_USERDATA_RESULT_STRING = 3,   // (sxxxisis)
+    CLIENT_METHOD_USERDATA_RESULT_2STRINGS = 4, // (sxxxissis)
+    CLIENT_METHOD_USERDATA_RESULT_3STRINGS = 5, // (sxxxisssis)
+    CLIENT_METHOD_USERDATA_RESULT_9STRINGS = 6, // (sxxxisssssssssis)
+};
+
+class SSOAPIClientUtil {
+public:
+    // The shape of a client method, or CLIENT_METHOD_NONE for a name the
+    // table does not know.
+    static CLIENT_DBUS_METHOD_TYPE GetClientDBusMethodType(const char *methodName);
+    // The GVariant format of a shape, or "".
+    static std::string GetClientDBusMethodParameterFormat(CLIENT_DBUS_METHOD_TYPE type);
+
+    // The transport's object name (creating and connecting the transport on
+    // first use), or "" once the library is being unloaded.
+    static std::string GetDBusObjectName();
+    // The transport's monitor thread id (creating the transport on first
+    // use), or 0.
+    static long long GetDBusProxyThreadId();
+    // Whether a request id that came back from the service is the current
+    // monitor thread's: results addressed to an earlier one are refused.
+    static bool IsThreadIdEqualToDBusProxy(long long tid);
+
+    // A missing optional string is sent as "HAS_NO_VALUE".
+    static std::string GetParameterWithCheckNoValue(const char *value);
+
+    // Fill the records of the name-check and user-info callbacks; each text
+    // is cut one byte short of its field.
+    static void SetNameCheckAuthInfo(sso_name_check_auth_info_s &info, const char *birthDate,
+                                     const char *age, const char *checkUrl);
+    static void SetUserInfo(sso_user_info &info, const char *userId, const char *prefixName,
+                            const char *firstName, const char *lastName, const char *birthDate,
+                            const char *zipCode, const char *mobileNum, const char *receiveEmail,
+                            const char *auth);
+
+private:
+    static const std::map<std::string, CLIENT_DBUS_METHOD_TYPE> m_clientDBusMethodTypeInfo;
+    static const std::map<CLIENT_DBUS_METHOD_TYPE, std::string> m_clientDBusMethodParamFormatInfo;
+};

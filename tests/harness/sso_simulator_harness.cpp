@@ -1,0 +1,363 @@
+#include "sso_simulator_harness.h"
+
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace ssotest {
+
+namespace {
+
+// CallClient waits for the client inside the simulator (up to 20 s there).
+constexpr int kControlTimeoutMs = 30000;
+
+std::string ReadWholeFile(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+std::string TakeError(GError *error)
+{
+    std::string message = error && error->message ? error->message : "unknown error";
+    if (error)
+        g_error_free(error);
+    return message;
+}
+
+void AddEntry(GVariantBuilder *dict, const char *key, GVariant *value)
+{
+    g_variant_builder_add(dict, "{sv}", key, value);
+}
+
+GVariant *BehaviourToVariant(const Behaviour &b)
+{
+    GVariantBuilder dict;
+    g_variant_builder_init(&dict, G_VARIANT_TYPE_VARDICT);
+    if (b.accept)
+        AddEntry(&dict, "accept", g_variant_new_int32(*b.accept));
+    if (b.result)
+        AddEntry(&dict, "result", g_variant_new_int32(*b.result));
+    if (b.payloads) {
+        GVariantBuilder list;
+        g_variant_builder_init(&list, G_VARIANT_TYPE_STRING_ARRAY);
+        for (const auto &p : *b.payloads)
+            g_variant_builder_add(&list, "s", p.c_str());
+        AddEntry(&dict, "payloads", g_variant_builder_end(&list));
+    }
+    if (b.answer_delay_ms)
+        AddEntry(&dict, "answer_delay_ms", g_variant_new_uint32(*b.answer_delay_ms));
+    if (b.result_delay_ms)
+        AddEntry(&dict, "result_delay_ms", g_variant_new_uint32(*b.result_delay_ms));
+    if (b.drop_result)
+        AddEntry(&dict, "drop_result", g_variant_new_boolean(*b.drop_result));
+    if (b.error)
+        AddEntry(&dict, "error", g_variant_new_string(b.error->c_str()));
+    if (b.no_answer)
+        AddEntry(&dict, "no_answer", g_variant_new_boolean(*b.no_answer));
+    return g_variant_builder_end(&dict);
+}
+
+// Reads the (a(sss)) of GetJournal / GetDeliveries.
+std::vector<std::vector<std::string>> Rows(GVariant *reply)
+{
+    std::vector<std::vector<std::string>> rows;
+    GVariantIter *iter = nullptr;
+    g_variant_get(reply, "(a(sss))", &iter);
+    const gchar *a = nullptr;
+    const gchar *b = nullptr;
+    const gchar *c = nullptr;
+    while (g_variant_iter_next(iter, "(&s&s&s)", &a, &b, &c))
+        rows.push_back({a, b, c});
+    g_variant_iter_free(iter);
+    return rows;
+}
+
+// Tests never touch the machine's real system bus: without the private bus
+// of a BusTest there is no address, and we refuse rather than fall back.
+void RequirePrivateBus()
+{
+    const char *address = getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    if (address == nullptr || *address == '\0')
+        throw std::runtime_error("DBUS_SYSTEM_BUS_ADDRESS is not set: start a PrivateBus "
+                                 "(BusTest) before the simulator");
+}
+
+} // namespace
+
+SimulatorCommandResult RunSimulatorCommand(const std::vector<std::string> &args,
+                                           const std::map<std::string, std::string> &env,
+                                           std::chrono::milliseconds timeout)
+{
+    const char *tmpdir = getenv("TMPDIR");
+    std::string templ = std::string(tmpdir && *tmpdir ? tmpdir : "/tmp") + "/sso-sim-err-XXXXXX";
+    std::vector<char> buf(templ.begin(), templ.end());
+    buf.push_back('\0');
+    int fd = mkstemp(buf.data());
+    if (fd < 0)
+        throw std::runtime_error("mkstemp failed");
+    close(fd);
+    const std::string err_path(buf.data());
+    // The shell only redirects stderr into the file and then becomes the tool.
+    std::vector<std::string> argv = {"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>\"$SSO_SIM_STDERR\"",
+                                     ToolPath("sso-simulator")};
+    argv.insert(argv.end(), args.begin(), args.end());
+    std::map<std::string, std::string> full_env = env;
+    full_env["SSO_SIM_STDERR"] = err_path;
+    CommandResult r = RunCommand(argv, full_env, timeout);
+    SimulatorCommandResult result;
+    result.status = r.status;
+    result.out = r.out;
+    result.err = ReadWholeFile(err_path);
+    unlink(err_path.c_str());
+    return result;
+}
+
+// ----------------------------------------------------------------- Simulator
+
+Simulator::~Simulator()
+{
+    Stop();
+    DropConnection();
+}
+
+void Simulator::Start(const std::map<std::string, std::string> &env,
+                      std::chrono::milliseconds timeout)
+{
+    if (child_.pid() > 0)
+        throw std::runtime_error("Simulator::Start: the simulator is already running");
+    RequirePrivateBus();
+    env_ = env;
+    exit_status_ = -1;
+    child_ = ChildProcess::Spawn({ToolPath("sso-simulator")}, env);
+    if (child_.WaitForOutput("ready\n", timeout))
+        return;
+    int status = child_.Wait(std::chrono::milliseconds(0));
+    if (status == -1) {
+        child_.Kill(SIGKILL);
+        status = child_.Wait();
+    }
+    exit_status_ = status;
+    throw std::runtime_error("sso-simulator was not ready within " +
+                             std::to_string(timeout.count()) + " ms (exit status " +
+                             std::to_string(status) + ", stdout '" + child_.output() +
+                             "'); its messages are on stderr and in the platform log");
+}
+
+int Simulator::Stop(std::chrono::milliseconds grace)
+{
+    if (child_.pid() <= 0)
+        return -1;
+    child_.Kill(SIGTERM);
+    int status = child_.Wait(grace);
+    if (status == -1) {
+        child_.Kill(SIGKILL);
+        status = child_.Wait();
+    }
+    exit_status_ = status;
+    return status;
+}
+
+void Simulator::Restart()
+{
+    Stop();
+    Start(env_);
+}
+
+bool Simulator::running()
+{
+    if (child_.pid() <= 0)
+        return false;
+    int status = child_.Wait(std::chrono::milliseconds(0));
+    if (status == -1)
+        return true;
+    exit_status_ = status;
+    return false;
+}
+
+GDBusConnection *Simulator::connection()
+{
+    if (connection_ != nullptr && g_dbus_connection_is_closed(connection_))
+        DropConnection();
+    if (connection_ != nullptr)
+        return connection_;
+    RequirePrivateBus();
+    GError *error = nullptr;
+    gchar *address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    if (address == nullptr)
+        throw std::runtime_error("no system bus address: " + TakeError(error));
+    connection_ = g_dbus_connection_new_for_address_sync(
+        address,
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, nullptr, &error);
+    g_free(address);
+    if (connection_ == nullptr)
+        throw std::runtime_error("cannot connect to the system bus: " + TakeError(error));
+    return connection_;
+}
+
+void Simulator::DropConnection()
+{
+    if (connection_ != nullptr) {
+        g_object_unref(connection_);
+        connection_ = nullptr;
+    }
+}
+
+GVariant *Simulator::Call(const char *method, GVariant *params, const char *reply_type)
+{
+    GVariant *owned = params ? g_variant_ref_sink(params) : nullptr;
+    GDBusConnection *c = nullptr;
+    try {
+        c = connection();
+    } catch (...) {
+        if (owned)
+            g_variant_unref(owned);
+        throw;
+    }
+    GError *error = nullptr;
+    GVariant *reply = g_dbus_connection_call_sync(
+        c, kSsoServiceName, kSimulatorControlPath, kSimulatorControlInterface, method, owned,
+        G_VARIANT_TYPE(reply_type), G_DBUS_CALL_FLAGS_NO_AUTO_START, kControlTimeoutMs, nullptr,
+        &error);
+    if (owned)
+        g_variant_unref(owned);
+    if (reply == nullptr)
+        throw std::runtime_error(std::string("simulator control ") + method +
+                                 " failed: " + TakeError(error));
+    return reply;
+}
+
+void Simulator::Configure(const std::string &method, const Behaviour &behaviour)
+{
+    GVariant *reply =
+        Call("Configure", g_variant_new("(s@a{sv})", method.c_str(), BehaviourToVariant(behaviour)),
+             "()");
+    g_variant_unref(reply);
+}
+
+void Simulator::ResetMethod(const std::string &method)
+{
+    g_variant_unref(Call("ResetMethod", g_variant_new("(s)", method.c_str()), "()"));
+}
+
+void Simulator::Reset()
+{
+    g_variant_unref(Call("Reset", nullptr, "()"));
+}
+
+std::vector<JournalEntry> Simulator::Journal()
+{
+    GVariant *reply = Call("GetJournal", nullptr, "(a(sss))");
+    std::vector<JournalEntry> out;
+    for (auto &row : Rows(reply))
+        out.push_back({row[0], row[1], row[2]});
+    g_variant_unref(reply);
+    return out;
+}
+
+void Simulator::ClearJournal()
+{
+    g_variant_unref(Call("ClearJournal", nullptr, "()"));
+}
+
+std::vector<DeliveryEntry> Simulator::Deliveries()
+{
+    GVariant *reply = Call("GetDeliveries", nullptr, "(a(sss))");
+    std::vector<DeliveryEntry> out;
+    for (auto &row : Rows(reply))
+        out.push_back({row[0], row[1], row[2]});
+    g_variant_unref(reply);
+    return out;
+}
+
+void Simulator::ClearDeliveries()
+{
+    g_variant_unref(Call("ClearDeliveries", nullptr, "()"));
+}
+
+bool Simulator::WaitForJournal(std::size_t n, std::chrono::milliseconds timeout)
+{
+    return WaitUntil([&] { return Journal().size() >= n; }, timeout);
+}
+
+bool Simulator::WaitForDeliveries(std::size_t n, std::chrono::milliseconds timeout)
+{
+    return WaitUntil([&] { return Deliveries().size() >= n; }, timeout);
+}
+
+void Simulator::EmitSignal(const std::string &name, const std::string &args_text)
+{
+    g_variant_unref(
+        Call("EmitSignal", g_variant_new("(ss)", name.c_str(), args_text.c_str()), "()"));
+}
+
+std::string Simulator::CallClient(const std::string &bus_name, const std::string &method,
+                                  const std::string &args_text)
+{
+    GVariant *reply =
+        Call("CallClient",
+             g_variant_new("(sss)", bus_name.c_str(), method.c_str(), args_text.c_str()), "(s)");
+    const gchar *error = nullptr;
+    g_variant_get(reply, "(&s)", &error);
+    std::string result = error;
+    g_variant_unref(reply);
+    return result;
+}
+
+std::string Simulator::ObjectName()
+{
+    GVariant *reply = Call("GetObjectName", nullptr, "(s)");
+    const gchar *name = nullptr;
+    g_variant_get(reply, "(&s)", &name);
+    std::string result = name;
+    g_variant_unref(reply);
+    return result;
+}
+
+bool Simulator::NameHasOwner(const std::string &bus_name)
+{
+    GError *error = nullptr;
+    GVariant *reply = g_dbus_connection_call_sync(
+        connection(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "NameHasOwner", g_variant_new("(s)", bus_name.c_str()), G_VARIANT_TYPE("(b)"),
+        G_DBUS_CALL_FLAGS_NONE, kControlTimeoutMs, nullptr, &error);
+    if (reply == nullptr)
+        throw std::runtime_error("NameHasOwner(" + bus_name + ") failed: " + TakeError(error));
+    gboolean owned = FALSE;
+    g_variant_get(reply, "(b)", &owned);
+    g_variant_unref(reply);
+    return owned != FALSE;
+}
+
+int Simulator::Quit(std::chrono::milliseconds timeout)
+{
+    g_variant_unref(Call("Quit", nullptr, "()"));
+    int status = child_.Wait(timeout);
+    if (status != -1)
+        exit_status_ = status;
+    return status;
+}
+
+// ------------------------------------------------------------ SimulatorTest
+
+void SimulatorTest::SetUp()
+{
+    BusTest::SetUp();
+    sim_.Start();
+}
+
+void SimulatorTest::TearDown()
+{
+    sim_.Stop();
+    BusTest::TearDown();
+}
+
+} // namespace ssotest

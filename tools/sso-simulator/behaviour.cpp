@@ -1,0 +1,165 @@
+#include "behaviour.h"
+
+#include "glib_util.h"
+
+namespace ssosim {
+
+namespace {
+
+template <typename T> void Take(std::optional<T> &into, const std::optional<T> &from)
+{
+    if (from)
+        into = from;
+}
+
+void ExpectType(GVariant *value, const char *type, const char *key)
+{
+    if (!g_variant_is_of_type(value, G_VARIANT_TYPE(type)))
+        throw BehaviourError(std::string("behaviour key '") + key + "' must have type '" + type +
+                             "', got '" + g_variant_get_type_string(value) + "'");
+}
+
+} // namespace
+
+void Behaviour::MergeFrom(const Behaviour &other)
+{
+    Take(accept, other.accept);
+    Take(result, other.result);
+    Take(payloads, other.payloads);
+    Take(answer_delay_ms, other.answer_delay_ms);
+    Take(result_delay_ms, other.result_delay_ms);
+    Take(drop_result, other.drop_result);
+    Take(error, other.error);
+    Take(no_answer, other.no_answer);
+}
+
+bool Behaviour::empty() const
+{
+    return !accept && !result && !payloads && !answer_delay_ms && !result_delay_ms &&
+           !drop_result && !error && !no_answer;
+}
+
+std::string Behaviour::Describe() const
+{
+    std::string s;
+    auto add = [&s](const std::string &item) { s += (s.empty() ? "" : " ") + item; };
+    if (accept)
+        add("accept=" + std::to_string(*accept));
+    if (result)
+        add("result=" + std::to_string(*result));
+    if (payloads)
+        add("payloads=" + std::to_string(payloads->size()));
+    if (answer_delay_ms)
+        add("answer_delay_ms=" + std::to_string(*answer_delay_ms));
+    if (result_delay_ms)
+        add("result_delay_ms=" + std::to_string(*result_delay_ms));
+    if (drop_result)
+        add(std::string("drop_result=") + (*drop_result ? "true" : "false"));
+    if (error)
+        add("error=" + (error->empty() ? std::string("(none)") : *error));
+    if (no_answer)
+        add(std::string("no_answer=") + (*no_answer ? "true" : "false"));
+    return s.empty() ? "(nothing)" : s;
+}
+
+Behaviour BehaviourFromVariant(GVariant *dict)
+{
+    if (!g_variant_is_of_type(dict, G_VARIANT_TYPE_VARDICT))
+        throw BehaviourError("behaviour must be a{sv}");
+    Behaviour b;
+    GVariantIter iter;
+    g_variant_iter_init(&iter, dict);
+    const gchar *key = nullptr;
+    GVariant *raw = nullptr;
+    while (g_variant_iter_next(&iter, "{&sv}", &key, &raw)) {
+        VariantPtr value(raw);
+        const std::string k = key;
+        if (k == "accept") {
+            ExpectType(value.get(), "i", key);
+            b.accept = g_variant_get_int32(value.get());
+        } else if (k == "result") {
+            ExpectType(value.get(), "i", key);
+            b.result = g_variant_get_int32(value.get());
+        } else if (k == "payloads") {
+            ExpectType(value.get(), "as", key);
+            std::vector<std::string> list;
+            GVariantIter items;
+            g_variant_iter_init(&items, value.get());
+            const gchar *item = nullptr;
+            while (g_variant_iter_next(&items, "&s", &item))
+                list.emplace_back(item);
+            b.payloads = std::move(list);
+        } else if (k == "answer_delay_ms") {
+            ExpectType(value.get(), "u", key);
+            b.answer_delay_ms = g_variant_get_uint32(value.get());
+        } else if (k == "result_delay_ms") {
+            ExpectType(value.get(), "u", key);
+            b.result_delay_ms = g_variant_get_uint32(value.get());
+        } else if (k == "drop_result") {
+            ExpectType(value.get(), "b", key);
+            b.drop_result = g_variant_get_boolean(value.get()) != FALSE;
+        } else if (k == "error") {
+            ExpectType(value.get(), "s", key);
+            std::string name = g_variant_get_string(value.get(), nullptr);
+            // Error names follow interface-name rules; GDBus refuses others.
+            if (!name.empty() && !g_dbus_is_interface_name(name.c_str()))
+                throw BehaviourError("'" + name + "' is not a valid D-Bus error name");
+            b.error = std::move(name);
+        } else if (k == "no_answer") {
+            ExpectType(value.get(), "b", key);
+            b.no_answer = g_variant_get_boolean(value.get()) != FALSE;
+        } else {
+            throw BehaviourError("unknown behaviour key '" + k +
+                                 "' (known: accept, result, payloads, answer_delay_ms, "
+                                 "result_delay_ms, drop_result, error, no_answer)");
+        }
+    }
+    return b;
+}
+
+void BehaviourTable::Check(const std::string &method) const
+{
+    if (method != kAllMethods && !is_known_(method))
+        throw BehaviourError("unknown method '" + method + "'");
+}
+
+void BehaviourTable::Configure(const std::string &method, const Behaviour &behaviour)
+{
+    Check(method);
+    scripted_[method].MergeFrom(behaviour);
+}
+
+void BehaviourTable::Reset(const std::string &method)
+{
+    Check(method);
+    scripted_.erase(method);
+}
+
+void BehaviourTable::ResetAll()
+{
+    scripted_.clear();
+}
+
+EffectiveBehaviour BehaviourTable::For(const std::string &method) const
+{
+    Behaviour merged;
+    auto all = scripted_.find(kAllMethods);
+    if (all != scripted_.end())
+        merged.MergeFrom(all->second);
+    auto own = scripted_.find(method);
+    if (own != scripted_.end())
+        merged.MergeFrom(own->second);
+    EffectiveBehaviour e;
+    e.accept = merged.accept.value_or(e.accept);
+    e.result = merged.result.value_or(e.result);
+    if (merged.payloads)
+        e.payloads = *merged.payloads;
+    e.answer_delay_ms = merged.answer_delay_ms.value_or(0);
+    e.result_delay_ms = merged.result_delay_ms.value_or(0);
+    e.drop_result = merged.drop_result.value_or(false);
+    e.error = merged.error.value_or("");
+    e.no_answer = merged.no_answer.value_or(false);
+    return e;
+}
+
+} // namespace ssosim

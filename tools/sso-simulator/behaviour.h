@@ -1,0 +1,82 @@
+// The "method behaviour" layer: how the simulated service treats a request to
+// one method. Tests script it per method (or for all methods with "*");
+// every field left unset falls back to the "*" entry, then to the built-in
+// default of a well-behaved service.
+#pragma once
+
+#include <gio/gio.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace ssosim {
+
+// A scripted behaviour: only the fields that were set.
+struct Behaviour {
+    std::optional<std::int32_t> accept;               // (i) answer; 1 = accepted
+    std::optional<std::int32_t> result;               // "result" of the delivered callback
+    std::optional<std::vector<std::string>> payloads; // string payloads in order
+    std::optional<std::uint32_t> answer_delay_ms;     // before the answer
+    std::optional<std::uint32_t> result_delay_ms;     // between the answer and the delivery
+    std::optional<bool> drop_result;                  // answer, never deliver
+    std::optional<std::string> error;                 // answer with this D-Bus error ("" = none)
+    std::optional<bool> no_answer;                    // never answer at all
+
+    // Fields set in other override ours.
+    void MergeFrom(const Behaviour &other);
+    bool empty() const;
+    // "accept=0 result=3 ..." for the log; payload contents are not shown.
+    std::string Describe() const;
+};
+
+// What a request actually gets: every field resolved.
+struct EffectiveBehaviour {
+    std::int32_t accept = 1;
+    std::int32_t result = 0;
+    std::vector<std::string> payloads;
+    std::uint32_t answer_delay_ms = 0;
+    std::uint32_t result_delay_ms = 0;
+    bool drop_result = false;
+    std::string error;
+    bool no_answer = false;
+};
+
+// A scripting request the simulator refuses (unknown method or key, wrong
+// type, malformed error name). Reported to the caller as InvalidArgs.
+struct BehaviourError : std::invalid_argument {
+    using std::invalid_argument::invalid_argument;
+};
+
+// Reads the a{sv} of Configure. Throws BehaviourError.
+Behaviour BehaviourFromVariant(GVariant *dict);
+
+class BehaviourTable {
+public:
+    static constexpr const char *kAllMethods = "*";
+
+    // is_known says which method names may be scripted (besides "*").
+    explicit BehaviourTable(std::function<bool(const std::string &)> is_known)
+        : is_known_(std::move(is_known))
+    {
+    }
+
+    // Merges into the method's scripted behaviour. Throws BehaviourError.
+    void Configure(const std::string &method, const Behaviour &behaviour);
+    // Back to the default (for "*": the built-in default). Throws BehaviourError.
+    void Reset(const std::string &method);
+    void ResetAll();
+    EffectiveBehaviour For(const std::string &method) const;
+
+private:
+    void Check(const std::string &method) const;
+
+    std::function<bool(const std::string &)> is_known_;
+    std::map<std::string, Behaviour> scripted_;
+};
+
+} // namespace ssosim

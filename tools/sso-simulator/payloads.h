@@ -1,0 +1,30 @@
+// The "payload provider" layer: what the simulated service says when a test
+// scripted nothing. Results carry made-up but realistic values chosen by the
+// client argument's name (an access token looks like a token, a birthday like
+// a date), so a client under test sees plausible data by default.
+//
+// Later account-aware behaviour (signed-in user, token families, family
+// groups) plugs in here, without touching the D-Bus plumbing or scripting.
+#pragma once
+
+#include <string>
+
+#include "contract.h"
+
+namespace ssosim {
+
+class PayloadProvider {
+public:
+    // The string argument arg_name of the result call client_method for the
+    // request, when the behaviour scripted no payload for it.
+    std::string ResultString(const Request &request, const std::string &client_method,
+                             const std::string &arg_name);
+    // The (s) answer of a data read (sso_get_public_account_data,
+    // sso_get_extracted_application_data) when none was scripted.
+    std::string DataAnswer(const Request &request);
+
+private:
+    static std::string RandomHex(std::size_t digits);
+};
+
+} // namespace ssosim

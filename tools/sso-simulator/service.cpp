@@ -1,0 +1,139 @@
+#include "service.h"
+
+#include <exception>
+#include <stdexcept>
+
+#include "sim_log.h"
+
+namespace ssosim {
+
+Service::Service(GDBusConnection *connection, const Contract &contract, BehaviourTable &behaviours,
+                 PayloadProvider &payloads, Delivery &delivery, Timers &timers)
+    : connection_(connection), contract_(contract), behaviours_(behaviours), payloads_(payloads),
+      delivery_(delivery), timers_(timers)
+{
+}
+
+Service::~Service()
+{
+    Unregister();
+}
+
+void Service::Register()
+{
+    static const GDBusInterfaceVTable kVTable = {&Service::OnMethodCall, nullptr, nullptr, {}};
+    GError *error = nullptr;
+    // With the interface info GDBus rejects ill-typed calls (InvalidArgs)
+    // before they reach us, as the real service would.
+    registration_ = g_dbus_connection_register_object(
+        connection_, kServicePath, contract_.server_info(), &kVTable, this, nullptr, &error);
+    if (registration_ == 0) {
+        ErrorPtr owned(error);
+        throw std::runtime_error(std::string("cannot export ") + kServicePath + ": " +
+                                 owned->message);
+    }
+}
+
+void Service::Unregister()
+{
+    if (registration_ != 0) {
+        g_dbus_connection_unregister_object(connection_, registration_);
+        registration_ = 0;
+    }
+}
+
+void Service::OnMethodCall(GDBusConnection *, const gchar *sender, const gchar *, const gchar *,
+                           const gchar *method_name, GVariant *parameters,
+                           GDBusMethodInvocation *invocation, gpointer user_data)
+{
+    Invocation owned(invocation);
+    try {
+        static_cast<Service *>(user_data)->Handle(sender ? sender : "", method_name, parameters,
+                                                  owned);
+    } catch (const std::exception &e) {
+        SIM_LOGE("%s failed: %s", method_name, e.what());
+        if (owned)
+            g_dbus_method_invocation_return_error(owned.release(), G_DBUS_ERROR,
+                                                  G_DBUS_ERROR_FAILED, "%s", e.what());
+    } catch (...) {
+        SIM_LOGE("%s failed", method_name);
+        if (owned)
+            g_dbus_method_invocation_return_error_literal(owned.release(), G_DBUS_ERROR,
+                                                          G_DBUS_ERROR_FAILED, "internal error");
+    }
+}
+
+void Service::Handle(const std::string &sender, const std::string &method, GVariant *params,
+                     Invocation &invocation)
+{
+    journal_.push_back({sender, method, PrintVariant(params)});
+    const ServerMethod *info = contract_.FindServerMethod(method);
+    if (info == nullptr)
+        throw std::runtime_error("no such method " + method);
+    auto request = std::make_shared<const Request>(ParseRequest(*info, sender, params));
+    if (info->kind == RequestKind::Async)
+        SIM_LOGI("request %s from %s (object %s, request_id %lld, method_call %s)", method.c_str(),
+                 sender.c_str(), request->object_name.c_str(),
+                 static_cast<long long>(request->request_id), request->method_call.c_str());
+    else
+        SIM_LOGI("request %s from %s (object %s)", method.c_str(), sender.c_str(),
+                 request->object_name.c_str());
+
+    const EffectiveBehaviour behaviour = behaviours_.For(method);
+    if (behaviour.no_answer) {
+        SIM_LOGI("%s: scripted to stay unanswered", method.c_str());
+        held_.push_back(std::move(invocation));
+        return;
+    }
+    if (behaviour.answer_delay_ms == 0) {
+        Answer(invocation, request, behaviour);
+        return;
+    }
+    SIM_LOGD("%s: answering in %u ms", method.c_str(), behaviour.answer_delay_ms);
+    // std::function needs a copyable closure, hence the shared owner.
+    auto later = std::make_shared<Invocation>(std::move(invocation));
+    timers_.After(behaviour.answer_delay_ms,
+                  [this, later, request, behaviour]() { Answer(*later, request, behaviour); });
+}
+
+void Service::Answer(Invocation &invocation, const std::shared_ptr<const Request> &request,
+                     const EffectiveBehaviour &behaviour)
+{
+    const std::string &method = request->method->name;
+    if (!behaviour.error.empty()) {
+        SIM_LOGI("answer %s: error %s", method.c_str(), behaviour.error.c_str());
+        g_dbus_method_invocation_return_dbus_error(invocation.release(), behaviour.error.c_str(),
+                                                   "scripted error of the SSO simulator");
+        return;
+    }
+    if (request->method->kind == RequestKind::Data) {
+        const std::string data = behaviour.payloads.empty() ? payloads_.DataAnswer(*request)
+                                                            : behaviour.payloads.front();
+        SIM_LOGI("answer %s: %zu bytes of data", method.c_str(), data.size());
+        g_dbus_method_invocation_return_value(invocation.release(),
+                                              g_variant_new("(s)", data.c_str()));
+        return;
+    }
+    SIM_LOGI("answer %s: %d", method.c_str(), behaviour.accept);
+    g_dbus_method_invocation_return_value(invocation.release(),
+                                          g_variant_new("(i)", behaviour.accept));
+
+    if (request->method->kind != RequestKind::Async || behaviour.accept != 1)
+        return;
+    if (behaviour.drop_result) {
+        SIM_LOGI("%s request_id %lld: result dropped as scripted", method.c_str(),
+                 static_cast<long long>(request->request_id));
+        return;
+    }
+    // The answer is queued on the connection before the delivery call, so the
+    // client always sees the answer first.
+    if (behaviour.result_delay_ms == 0) {
+        delivery_.Deliver(*request, behaviour);
+        return;
+    }
+    SIM_LOGD("%s: delivering in %u ms", method.c_str(), behaviour.result_delay_ms);
+    timers_.After(behaviour.result_delay_ms,
+                  [this, request, behaviour]() { delivery_.Deliver(*request, behaviour); });
+}
+
+} // namespace ssosim

@@ -1,0 +1,61 @@
+// The simulated SSO service object: every request is journaled, then treated
+// as its method's behaviour says (answer now, later, with an error, or
+// never; deliver the result, later, or not at all).
+#pragma once
+
+#include <gio/gio.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "behaviour.h"
+#include "contract.h"
+#include "delivery.h"
+#include "payloads.h"
+#include "records.h"
+#include "timers.h"
+
+namespace ssosim {
+
+class Service {
+public:
+    Service(GDBusConnection *connection, const Contract &contract, BehaviourTable &behaviours,
+            PayloadProvider &payloads, Delivery &delivery, Timers &timers);
+    ~Service();
+    Service(const Service &) = delete;
+    Service &operator=(const Service &) = delete;
+
+    // Exports the server object. Throws std::runtime_error.
+    void Register();
+    void Unregister();
+
+    const std::vector<JournalEntry> &journal() const { return journal_; }
+    void ClearJournal() { journal_.clear(); }
+    // Lets go of requests kept unanswered (no_answer); their callers time out.
+    void ReleaseHeld() { held_.clear(); }
+
+private:
+    using Invocation = ObjectPtr<GDBusMethodInvocation>;
+
+    static void OnMethodCall(GDBusConnection *connection, const gchar *sender,
+                             const gchar *object_path, const gchar *interface_name,
+                             const gchar *method_name, GVariant *parameters,
+                             GDBusMethodInvocation *invocation, gpointer user_data);
+    void Handle(const std::string &sender, const std::string &method, GVariant *params,
+                Invocation &invocation);
+    void Answer(Invocation &invocation, const std::shared_ptr<const Request> &request,
+                const EffectiveBehaviour &behaviour);
+
+    GDBusConnection *connection_;
+    const Contract &contract_;
+    BehaviourTable &behaviours_;
+    PayloadProvider &payloads_;
+    Delivery &delivery_;
+    Timers &timers_;
+    guint registration_ = 0;
+    std::vector<JournalEntry> journal_;
+    std::vector<Invocation> held_;
+};
+
+} // namespace ssosim
