@@ -94,6 +94,101 @@ SSO_API void sso_give_proxy(void);
  */
 SSO_API int get_size_of_sso_login_info_s(void);
 
+/* ----------------------------------------------------------------------------
+ * Synchronous account queries. They answer at once, on the calling thread,
+ * from the device's settings and the cached account document; none talks to
+ * the SSO service. A getter that needs a signed-in user returns -1 without
+ * touching secure storage when nobody is signed in.
+ * ------------------------------------------------------------------------- */
+
+/**
+ * @brief Reads whether a user is signed in.
+ * @param[out] state SSO_LOGEDIN or SSO_NOT_LOGIN (written SSO_NOT_LOGIN first).
+ * @return 0, or -1 when @p state is NULL or the state cannot be read.
+ */
+SSO_API int sso_get_login_state(sso_login_state *state);
+
+/**
+ * @brief Reads the number of accounts registered on the device.
+ * @param[out] count the number; 0 when it cannot be read.
+ * @return 0, or -1 when @p count is NULL or the number cannot be read.
+ */
+SSO_API int sso_get_account_number(int *count);
+
+/**
+ * @brief Gives the signed-in account's GUID.
+ * @param[out] guid a new NUL-terminated text; the caller frees it with free().
+ *                  Untouched on failure.
+ * @return 0; -1 when @p guid is NULL, nobody is signed in or the account data
+ *         cannot be read; -101 when the text could not be allocated.
+ */
+SSO_API int sso_get_guid(char **guid);
+
+/**
+ * @brief Gives the signed-in account's UID, as sso_get_guid() does.
+ * @return 0, or -1 on any failure (allocation included).
+ */
+SSO_API int sso_get_login_vd_uid(char **uid);
+
+/**
+ * @brief Gives the signed-in account's auth token, as sso_get_guid() does.
+ *        The token is never logged.
+ * @return 0; -1 on failure; -101 when the text could not be allocated.
+ */
+SSO_API int sso_get_auth_token(char **auth_token);
+
+/**
+ * @brief Gives the signed-in user's device id, as sso_get_guid() does.
+ * @return 0, or -1 on any failure.
+ */
+SSO_API int sso_get_device_id(char **device_id);
+
+/**
+ * @brief Fills the caller's record with the signed-in account's login id,
+ *        GUID, UID and icon path (the password field stays empty). Only those
+ *        five fields are written.
+ * @return 0, or -1 when @p login_info is NULL, nobody is signed in or the
+ *         account data cannot be read.
+ */
+SSO_API int sso_get_login_info(sso_login_info_s *login_info);
+
+/**
+ * @brief Gives the signed-in account's login id in a new text the caller frees.
+ * @return 0, or -1 on any failure.
+ */
+SSO_API int sso_get_login_user_id(char **user_id);
+
+/**
+ * @brief Gives the signed-in account as a JSON object ("loginid", "password"
+ *        (always ""), "guid", "uid", "userIcon", "userPinSet",
+ *        "userCountryCode", "alpha2CountryCode", "displayName",
+ *        "userDeviceID") in a new text the caller frees.
+ * @return 0, or -1 when nobody is signed in or the text cannot be made.
+ */
+SSO_API int sso_get_login_json_info(char **json);
+
+/**
+ * @brief Gives the device's whole public account document (every registered
+ *        account) in a new text the caller frees. No sign-in is needed.
+ * @return 0; -1 when the document cannot be read, in which case @p accounts
+ *         still receives an empty text that the caller must free.
+ */
+SSO_API int sso_get_accounts(char **accounts);
+
+/**
+ * @brief Tells whether the account UI shows a popup.
+ * @param[out] state 1 when the view state is 1 (a popup is shown), else 0.
+ * @return 0, or -1 when @p state is NULL or the state cannot be read.
+ */
+SSO_API int sso_get_popup_state(int *state);
+
+/**
+ * @brief Gives the application id of the account UI ("com.veltra.tv.CSAccount")
+ *        in a new text the caller frees.
+ * @return 0, or -1 when @p package_id is NULL or allocation failed.
+ */
+SSO_API int sso_get_account_ui_application_package_id(char **package_id);
+
 /**
  * @brief Retired query of a terms state. Logs the term id and always returns
  *        -1; term_id may be NULL. Does not block.

@@ -3,9 +3,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include <cstdlib>
+#include <memory>
+
+#include "ICVConf.h"
 #include "SSOAPIUtil.h"
 #include "sso_api_proxy.h"
 #include "sso_log.h"
+#include "sso_ss_data_storage.h"
 
 // Client method name -> argument shape. It differs from the client interface
 // on purpose: "sso_CLIENT_partner_auth_info" is listed here but is no method
@@ -181,4 +186,213 @@ void SSOAPIClientUtil::SetUserInfo(sso_user_info &info, const char *userId, cons
     CopyCut(info.mobile_num, mobileNum);
     CopyCut(info.receive_email, receiveEmail);
     CopyCut(info.auth, auth);
+}
+
+// ------------------------------------------------------------------ accounts
+
+namespace {
+
+constexpr int kMaxAccounts = 6;
+constexpr int kAddAccountLimitReached = -100;
+
+CSSOSSData *DataCache()
+{
+    return SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSSData>::GetInstance() : nullptr;
+}
+
+// The JSON texts the getters hand out: a stream writer with its default
+// settings but UTF-8 written as it is, copied into a calloc'ed buffer.
+bool WriteJson(const Json::Value &value, char **out)
+{
+    Json::StreamWriterBuilder builder;
+    builder["emitUTF8"] = true;
+    std::string text = Json::writeString(builder, value);
+    char *buffer = static_cast<char *>(calloc(text.size() + 1, 1));
+    if (buffer == nullptr) {
+        // The caller sees whatever *out held; the answer stays true.
+        SSO_LOG_CHECK_NULL("Failed to malloc()");
+        return true;
+    }
+    memcpy(buffer, text.data(), text.size());
+    *out = buffer;
+    return true;
+}
+
+} // namespace
+
+bool SSOAPIClientUtil::GetAccountsInfo(sso_accounts_info &out)
+{
+    CSSOSSData *cache = DataCache();
+    if (cache == nullptr) {
+        SSO_LOG_CHECK_NULL("pSSDataInstance is null");
+        return false;
+    }
+    out = cache->GetAccountsInfo();
+    return true;
+}
+
+int SSOAPIClientUtil::GetNumberOfAccount()
+{
+    if (DataCache() == nullptr) {
+        SSO_LOG_CHECK_NULL("pSSDataInstance is null");
+        return -1;
+    }
+    sso_accounts_info info;
+    if (!GetAccountsInfo(info)) {
+        SSO_LOGE("Failed to GetAccountsInfo()");
+        return -1;
+    }
+    SSO_LOG_END_F("numOfAccounts [%d]", info.numOfAccounts);
+    return info.numOfAccounts;
+}
+
+int SSOAPIClientUtil::IsAddAccountAvailable(const char *loginId)
+{
+    if (DataCache() == nullptr) {
+        SSO_LOG_CHECK_NULL("pSSDataInstance is null");
+        return -1;
+    }
+    sso_accounts_info info;
+    if (!GetAccountsInfo(info)) {
+        SSO_LOGE("Failed to GetAccountsInfo()");
+        return -1;
+    }
+    SSO_LOGY("numOfAccounts [%d]", info.numOfAccounts);
+    const char *shown = loginId != nullptr ? loginId : "(null)";
+    if (info.numOfAccounts < kMaxAccounts) {
+        SSO_LOGY("[%s] can be added.", shown);
+        return 0;
+    }
+    // At the limit only an account that is already registered may log in
+    // again.
+    if (m_IsAccountIdRegistered(info.accountsInfoJsonString, info.numOfAccounts, loginId)) {
+        SSO_LOGY("[%s] can be added.", shown);
+        return 0;
+    }
+    SSO_LOGE("It exceeded the maximum number of accounts(%d)", kMaxAccounts);
+    return kAddAccountLimitReached;
+}
+
+bool SSOAPIClientUtil::m_GetJsonObjectFromString(std::string &text, Json::Value &out)
+{
+    try {
+        Json::CharReaderBuilder builder;
+        std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+        std::string errors;
+        if (!reader->parse(text.data(), text.data() + text.size(), &out, &errors)) {
+            SSO_LOGE("Failed to reader->parse(jsonString). paserError(%s)", errors.c_str());
+            return false;
+        }
+        return true;
+    } catch (const std::exception &e) {
+        SSO_LOGE("Exception handle by %s", e.what());
+        return false;
+    }
+}
+
+bool SSOAPIClientUtil::m_IsAccountIdRegistered(std::string &accountsInfoJsonString,
+                                               int numOfAccounts, const char *accountId)
+{
+    if (accountId == nullptr) {
+        SSO_LOG_CHECK_NULL("pAccountId is null");
+        return false;
+    }
+    if (numOfAccounts <= 0) {
+        SSO_LOGE("numOfAccounts(%d) <= 0", numOfAccounts);
+        return false;
+    }
+    if (accountsInfoJsonString.empty()) {
+        SSO_LOGE("accountsInfoJsonString is empty");
+        return false;
+    }
+    Json::Value root;
+    if (!m_GetJsonObjectFromString(accountsInfoJsonString, root)) {
+        SSO_LOGE("Failed to m_GetJsonObjectFromString()");
+        return false;
+    }
+    try {
+        const Json::Value &list = root["list"];
+        for (int i = 0; i < numOfAccounts; ++i) {
+            // Entries past the end of "list" read as empty ids.
+            std::string id;
+            if (list.isArray() && static_cast<Json::ArrayIndex>(i) < list.size() &&
+                list[i].isObject())
+                id = list[i].get("account_id", "").asString();
+            if (id == accountId) {
+                SSO_LOG_END_F("Already, %s is registered", accountId);
+                return true;
+            }
+        }
+    } catch (const std::exception &e) {
+        SSO_LOGE("Exception handle by %s", e.what());
+        return false;
+    }
+    SSO_LOG_END_F("%s is not registered", accountId);
+    return false;
+}
+
+bool SSOAPIClientUtil::GetJsonStringLoginInfo(sso_accounts_info &info, char **out)
+{
+    try {
+        Json::Value object(Json::objectValue);
+        object["loginid"] = info.strLoginID;
+        object["password"] = "";
+        object["guid"] = info.strLoginGUID;
+        object["uid"] = info.strLoginUID;
+        object["userIcon"] = info.strUserIconPath;
+        object["userPinSet"] = info.strUserPinSet;
+        object["userCountryCode"] = info.userCountryCode;
+        object["alpha2CountryCode"] = info.alpha2CountryCode;
+        object["displayName"] = info.displayName;
+        object["userDeviceID"] = info.userDeviceID;
+        return WriteJson(object, out);
+    } catch (const std::exception &e) {
+        SSO_LOGE("Exception handle by %s", e.what());
+        return false;
+    }
+}
+
+bool SSOAPIClientUtil::GetJsonStringUserInfoAndCountryCode(sso_user_info &info, char **out)
+{
+    try {
+        // auth is never put into this text.
+        Json::Value object(Json::objectValue);
+        object["user_id"] = info.user_id;
+        object["prefix_name"] = info.prefix_name;
+        object["first_name"] = info.first_name;
+        object["last_name"] = info.last_name;
+        object["birth_date"] = info.birth_date;
+        object["zip_code"] = info.zip_code;
+        object["mobile_num"] = info.mobile_num;
+        object["receive_email"] = info.receive_email;
+        object["alpha2CountryCode"] = ICVConf::GetUCCodeAlpha2();
+        object["userCountryCode"] = ICVConf::GetUCCodeAlpha3();
+        char *previous = *out;
+        bool ok = WriteJson(object, out);
+        if (ok && *out != previous)
+            SSO_LOG_DEVEL("*ppUserInfoBuffer: %s", *out);
+        return ok;
+    } catch (const std::exception &e) {
+        SSO_LOGE("Exception handle by %s", e.what());
+        return false;
+    }
+}
+
+bool SSOAPIClientUtil::GetUserDisplayName(const std::string &key, std::string &out)
+{
+    std::string text;
+    if (!ICVConf::GetAccountDisplayName(text))
+        return false;
+    Json::Value root;
+    if (!m_GetJsonObjectFromString(text, root))
+        return false;
+    try {
+        if (!root.isObject())
+            return false;
+        out = root.get(key, "").asString();
+        return true;
+    } catch (const std::exception &e) {
+        SSO_LOGE("Exception handle by %s", e.what());
+        return false;
+    }
 }

@@ -5,8 +5,12 @@
 
 #include <sso_api/sso_api.h>
 
+#include <json/json.h>
+
 #include <map>
 #include <string>
+
+#include "sso_accounts_info.h"
 
 // The argument shape of a client callback method; the value is the shape's
 // number. Shapes 0 to 2 carry user_data after the result, 3 to 6 right after
@@ -51,6 +55,27 @@ public:
                             const char *firstName, const char *lastName, const char *birthDate,
                             const char *zipCode, const char *mobileNum, const char *receiveEmail,
                             const char *auth);
+
+    // ------------------------------------------------------------ accounts
+
+    // The active account from the data cache. False once the library is
+    // being unloaded.
+    static bool GetAccountsInfo(sso_accounts_info &out);
+    // The number of registered accounts, or -1.
+    static int GetNumberOfAccount();
+    // 0 when an account with this login id may be added (at most six
+    // accounts; an id already registered never counts against the limit),
+    // -100 at the limit, -1 when it cannot tell.
+    static int IsAddAccountAvailable(const char *loginId);
+    // JSON texts in a calloc'ed buffer the caller frees.
+    static bool GetJsonStringLoginInfo(sso_accounts_info &info, char **out);
+    static bool GetJsonStringUserInfoAndCountryCode(sso_user_info &info, char **out);
+    // The member named key of the display-name object in "db/sso/display_name".
+    static bool GetUserDisplayName(const std::string &key, std::string &out);
+
+    static bool m_GetJsonObjectFromString(std::string &text, Json::Value &out);
+    static bool m_IsAccountIdRegistered(std::string &accountsInfoJsonString, int numOfAccounts,
+                                        const char *accountId);
 
 private:
     static const std::map<std::string, CLIENT_DBUS_METHOD_TYPE> m_clientDBusMethodTypeInfo;

@@ -247,3 +247,17 @@ void SSOAPIUtil::SplitParam(const std::string &text, const std::string &delimite
     }
     out.push_back(text.substr(start));
 }
+
+void SSOAPIUtil::PrintActiveAccountInfo(const sso_accounts_info &info)
+{
+    bool devel = sso_log_detail::IsDevelMode();
+    const char *hidden = "<hidden>";
+    SSO_LOGY("strLoginID [%s]", info.strLoginID.c_str());
+    SSO_LOGY("strLoginGUID [%s]", devel ? info.strLoginGUID.c_str() : hidden);
+    SSO_LOGY("strLoginUID [%s]", devel ? info.strLoginUID.c_str() : hidden);
+    SSO_LOGY("strUserPinSet [%s]", info.strUserPinSet.c_str());
+    SSO_LOGY("userCountryCode [%s]", info.userCountryCode.c_str());
+    SSO_LOGY("displayName [%s]", info.displayName.c_str());
+    SSO_LOGY("userDeviceID [%s]", devel ? info.userDeviceID.c_str() : hidden);
+    SSO_LOGY("strUserIconPath [%s]", info.strUserIconPath.c_str());
+}

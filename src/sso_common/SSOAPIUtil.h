@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "sso_accounts_info.h"
+
 class SSOAPIUtil {
 public:
     // getpid(), or -1.
@@ -44,6 +46,10 @@ public:
     // The application id from a raw /proc/<pid>/cmdline read of size bytes
     // (size > 0): a final line feed is dropped, the first argument counts.
     static std::string AppIdFromCmdline(char *buffer, size_t size);
+
+    // Logs the active account; identifying values only with the debug marker,
+    // the auth token and the raw document never.
+    static void PrintActiveAccountInfo(const sso_accounts_info &info);
 
     // The client-alive flag: true from library load until the start of unload.
     static void SetClientToAlive();

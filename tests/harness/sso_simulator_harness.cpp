@@ -130,12 +130,25 @@ Simulator::~Simulator()
 void Simulator::Start(const std::map<std::string, std::string> &env,
                       std::chrono::milliseconds timeout)
 {
+    StartWithArgs({}, env, timeout);
+}
+
+void Simulator::StartWithArgs(const std::vector<std::string> &extra_args,
+                              const std::map<std::string, std::string> &env,
+                              std::chrono::milliseconds timeout)
+{
     if (child_.pid() > 0)
         throw std::runtime_error("Simulator::Start: the simulator is already running");
     RequirePrivateBus();
     env_ = env;
+    args_ = extra_args;
     exit_status_ = -1;
-    child_ = ChildProcess::Spawn({ToolPath("sso-simulator")}, env);
+    std::vector<std::string> argv = {ToolPath("sso-simulator")};
+    if (!extra_args.empty()) {
+        argv.push_back("run");
+        argv.insert(argv.end(), extra_args.begin(), extra_args.end());
+    }
+    child_ = ChildProcess::Spawn(argv, env);
     if (child_.WaitForOutput("ready\n", timeout))
         return;
     int status = child_.Wait(std::chrono::milliseconds(0));
@@ -167,7 +180,7 @@ int Simulator::Stop(std::chrono::milliseconds grace)
 void Simulator::Restart()
 {
     Stop();
-    Start(env_);
+    StartWithArgs(std::vector<std::string>(args_), std::map<std::string, std::string>(env_));
 }
 
 bool Simulator::running()
@@ -344,6 +357,94 @@ int Simulator::Quit(std::chrono::milliseconds timeout)
     if (status != -1)
         exit_status_ = status;
     return status;
+}
+
+// ------------------------------------------------------------------ accounts
+
+namespace {
+
+std::string StringReply(GVariant *reply)
+{
+    const gchar *text = nullptr;
+    g_variant_get(reply, "(&s)", &text);
+    std::string result = text;
+    g_variant_unref(reply);
+    return result;
+}
+
+} // namespace
+
+std::string Simulator::AddAccount(const AccountSpec &spec)
+{
+    GVariantBuilder dict;
+    g_variant_builder_init(&dict, G_VARIANT_TYPE_VARDICT);
+    AddEntry(&dict, "login_id", g_variant_new_string(spec.login_id.c_str()));
+    const std::pair<const char *, const std::optional<std::string> *> fields[] = {
+        {"guid", &spec.guid},
+        {"uid", &spec.uid},
+        {"icon_path", &spec.icon_path},
+        {"auth", &spec.auth},
+        {"user_pin_set", &spec.user_pin_set},
+        {"country", &spec.country},
+        {"country2", &spec.country2},
+        {"display_name", &spec.display_name},
+        {"first_name", &spec.first_name},
+        {"last_name", &spec.last_name},
+        {"device_id", &spec.device_id},
+        {"password", &spec.password},
+    };
+    for (const auto &[key, value] : fields)
+        if (*value)
+            AddEntry(&dict, key, g_variant_new_string((*value)->c_str()));
+    return StringReply(Call("AddAccount", g_variant_new("(a{sv})", &dict), "(s)"));
+}
+
+void Simulator::RemoveAccount(const std::string &login_id_or_guid)
+{
+    g_variant_unref(Call("RemoveAccount", g_variant_new("(s)", login_id_or_guid.c_str()), "()"));
+}
+
+void Simulator::SignIn(const std::string &login_id_or_guid)
+{
+    g_variant_unref(Call("SignIn", g_variant_new("(s)", login_id_or_guid.c_str()), "()"));
+}
+
+void Simulator::SignOut()
+{
+    g_variant_unref(Call("SignOut", nullptr, "()"));
+}
+
+std::string Simulator::Accounts()
+{
+    return StringReply(Call("GetAccounts", nullptr, "(s)"));
+}
+
+std::string Simulator::State()
+{
+    return StringReply(Call("GetState", nullptr, "(s)"));
+}
+
+void Simulator::SetApplicationData(const std::string &package, const std::string &guid,
+                                   const std::string &key, const std::string &value)
+{
+    g_variant_unref(Call(
+        "SetApplicationData",
+        g_variant_new("(ssss)", package.c_str(), guid.c_str(), key.c_str(), value.c_str()), "()"));
+}
+
+void Simulator::RemoveApplicationData(const std::string &package)
+{
+    g_variant_unref(Call("RemoveApplicationData", g_variant_new("(s)", package.c_str()), "()"));
+}
+
+void Simulator::WritePublicData(const std::string &text)
+{
+    g_variant_unref(Call("WritePublicData", g_variant_new("(s)", text.c_str()), "()"));
+}
+
+void Simulator::Publish()
+{
+    g_variant_unref(Call("Publish", nullptr, "()"));
 }
 
 // ------------------------------------------------------------ SimulatorTest

@@ -79,6 +79,39 @@ struct DeliveryEntry {
     std::string args;        // the argument tuple, g_variant_print(args, TRUE)
 };
 
+// An account to register. Unset fields are generated (guid: 32 uppercase hex
+// digits, auth: "UT-<hex>", uid, device_id) or defaulted (country "USA" /
+// country2 "US", user_pin_set "N", display_name from the names or the part
+// of login_id before '@', the rest ""). StartWithArgs({"--seed", "N"}) gives
+// the same generated values on every run.
+struct AccountSpec {
+    std::string login_id; // required, unique
+    std::optional<std::string> guid;
+    std::optional<std::string> uid;
+    std::optional<std::string> icon_path;
+    std::optional<std::string> auth;
+    std::optional<std::string> user_pin_set; // "Y" or "N"
+    std::optional<std::string> country;      // three letters, e.g. "KOR"
+    std::optional<std::string> country2;     // two letters, e.g. "KR"
+    std::optional<std::string> display_name;
+    std::optional<std::string> first_name;
+    std::optional<std::string> last_name;
+    std::optional<std::string> device_id;
+    std::optional<std::string> password; // for ID/password requests; never published
+};
+
+// Error names the simulator answers refused account operations with.
+inline constexpr const char *kSimErrorNoSuchAccount =
+    "org.orvex.tv.ssoservice.simulator.Error.NoSuchAccount";
+inline constexpr const char *kSimErrorAccountExists =
+    "org.orvex.tv.ssoservice.simulator.Error.AccountExists";
+inline constexpr const char *kSimErrorAccountLimit =
+    "org.orvex.tv.ssoservice.simulator.Error.AccountLimit";
+inline constexpr const char *kSimErrorNotSignedIn =
+    "org.orvex.tv.ssoservice.simulator.Error.NotSignedIn";
+inline constexpr const char *kSimErrorAlreadySignedIn =
+    "org.orvex.tv.ssoservice.simulator.Error.AlreadySignedIn";
+
 // What a finished sso-simulator command printed.
 struct SimulatorCommandResult {
     int status = -1; // exit status, -1 on time-out
@@ -108,11 +141,17 @@ public:
     // process dies.
     void Start(const std::map<std::string, std::string> &env = {},
                std::chrono::milliseconds timeout = std::chrono::seconds(10));
+    // The same with options of "sso-simulator run", e.g. {"--demo-accounts"}
+    // or {"--seed", "7"}. (Not an overload of Start: Start({{"K", "V"}})
+    // would become ambiguous.)
+    void StartWithArgs(const std::vector<std::string> &extra_args,
+                       const std::map<std::string, std::string> &env = {},
+                       std::chrono::milliseconds timeout = std::chrono::seconds(10));
     // SIGTERM, then SIGKILL if it has not exited within grace. Returns the
     // exit status (128 + signal when killed), or -1 when it was not running.
     int Stop(std::chrono::milliseconds grace = std::chrono::seconds(5));
-    // Stop and Start with the same environment: every behaviour, the journal
-    // and the deliveries start afresh.
+    // Stop and Start with the same environment and arguments: every
+    // behaviour, the journal, the deliveries and the accounts start afresh.
     void Restart();
     pid_t pid() const { return child_.pid(); }
     // Started and not exited yet.
@@ -160,6 +199,34 @@ public:
     // Asks the simulator to exit (status 0) and waits for it.
     int Quit(std::chrono::milliseconds timeout = std::chrono::seconds(5));
 
+    // ---- accounts (each throws std::runtime_error whose message holds the
+    // D-Bus error name, e.g. kSimErrorAccountLimit) ----
+
+    // Registers an account (at most six); returns its GUID. Publishes the
+    // document and account_count and bumps the version.
+    std::string AddAccount(const AccountSpec &spec);
+    // By login id or GUID. A signed-in account is signed out first.
+    void RemoveAccount(const std::string &login_id_or_guid);
+    // Signs in; when another account is signed in, switches.
+    void SignIn(const std::string &login_id_or_guid);
+    void SignOut();
+    // {"accounts": [{"login_id", "guid", "uid", "icon_path", "auth",
+    // "user_pin_set", "country", "country2", "display_name", "first_name",
+    // "last_name", "device_id", "password", "active"}...], "active": guid or
+    // "", "version": n}
+    std::string Accounts();
+    // {"signed_in": guid or "", "version": n}
+    std::string State();
+    // package's item "SSO_PUBLICDATA_ID_<package>" gets value under key for
+    // the account guid.
+    void SetApplicationData(const std::string &package, const std::string &guid,
+                            const std::string &key, const std::string &value);
+    void RemoveApplicationData(const std::string &package);
+    // text, verbatim, as the public document (version bumped).
+    void WritePublicData(const std::string &text);
+    // Writes the current state again.
+    void Publish();
+
     // The harness's own connection to the system bus (created on first use,
     // re-created after the bus restarted). Owned by the Simulator.
     GDBusConnection *connection();
@@ -170,6 +237,7 @@ private:
 
     ChildProcess child_;
     std::map<std::string, std::string> env_;
+    std::vector<std::string> args_;
     int exit_status_ = -1;
     GDBusConnection *connection_ = nullptr;
 };

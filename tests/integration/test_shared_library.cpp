@@ -19,16 +19,21 @@ using SharedLibrary = ssotest::RootTest;
 
 TEST_F(SharedLibrary, ExportsOnlyTheApiSymbols)
 {
-    auto result = ssotest::RunCommand({"nm", "-D", "--defined-only", SSO_API_LIBRARY});
+    auto result = ssotest::RunCommand({"nm", "-D", "-C", "--defined-only", SSO_API_LIBRARY});
     ASSERT_EQ(result.status, 0);
     std::istringstream lines(result.out);
     std::string line;
     int exported = 0;
-    const std::regex api("^(sso_[A-Za-z0-9_]+|get_size_of_sso_login_info_s)$");
+    // C names, and the two C++ reads of raw service data (demangled).
+    const std::regex api(
+        "^(sso_[A-Za-z0-9_]+|get_size_of_sso_login_info_s|"
+        "sso_private_get_(public_account_data|extracted_application_data)\\(.*\\))$");
     while (std::getline(lines, line)) {
         std::istringstream fields(line);
         std::string address, type, name;
-        fields >> address >> type >> name;
+        fields >> address >> type;
+        std::getline(fields, name); // demangled names hold blanks
+        name.erase(0, name.find_first_not_of(' '));
         if (name.empty()) { // "<type> <name>" without an address
             name = type;
             type = address;

@@ -73,23 +73,18 @@ TEST_F(Dlog, NoneWritesNothing)
 
 TEST_F(Dlog, StderrIsADestination)
 {
-    // The child is this test binary, running only the helper below, with its
-    // stderr sent into the captured stdout.
-    std::string self = "/proc/" + std::to_string(getpid()) + "/exe";
-    auto child = ssotest::RunCommand({"/bin/sh", "-c",
-                                      "exec \"$0\" --gtest_also_run_disabled_tests "
-                                      "--gtest_filter=Dlog.DISABLED_HelperWritesOneLine 2>&1",
-                                      self},
-                                     {{"SSO_PLATFORM_LOG", "stderr"}});
-    EXPECT_NE(child.out.find("W/main Helper: to stderr"), std::string::npos) << child.out;
-}
-
-// Run only by StderrIsADestination, in a child process.
-TEST_F(Dlog, DISABLED_HelperWritesOneLine)
-{
-    setenv("SSO_PLATFORM_LOG", "stderr", 1);
-    dlog_reload_config();
-    dlog_print(DLOG_WARN, "Helper", "to stderr");
+    // A child whose stderr is the captured pipe.
+    ssotest::ChildProcess child = ssotest::ChildProcess::Fork([] {
+        dup2(1, 2);
+        setenv("SSO_PLATFORM_LOG", "stderr", 1);
+        dlog_reload_config();
+        dlog_print(DLOG_WARN, "Helper", "to stderr");
+        return 0;
+    });
+    EXPECT_EQ(child.Wait(), 0);
+    EXPECT_NE(child.ReadStdout().find("W/main Helper: to stderr"), std::string::npos)
+        << child.output();
+    EXPECT_FALSE(log().Contains("to stderr"));
 }
 
 TEST_F(Dlog, LinesFromManyThreadsNeverInterleave)

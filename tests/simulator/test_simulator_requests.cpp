@@ -491,9 +491,11 @@ TEST_F(SimRequests, SynchronousControlsAreAnsweredAndNeverDelivered)
     EXPECT_EQ(1u, sim_.Deliveries().size());
 }
 
-TEST_F(SimRequests, DataReadsAnswerTheScriptedPayloadOrNothing)
+TEST_F(SimRequests, DataReadsAnswerTheScriptedPayloadOrThePublishedState)
 {
-    EXPECT_EQ("", client_.RequestSimple("sso_get_public_account_data").String());
+    // Unscripted, they answer what is published: no account, nobody signed in.
+    EXPECT_EQ("{\"account_count\":0,\"list\":[]}",
+              client_.RequestSimple("sso_get_public_account_data").String());
     EXPECT_EQ("", client_.RequestSimple("sso_get_extracted_application_data").String());
     ssotest::Behaviour b;
     b.payloads = std::vector<std::string>{"{\"id\":\"user-1\"}"};

@@ -40,7 +40,8 @@ TEST_F(LogLines, AFailedNullCheckNamesItsReason)
 {
     SSO_LOG_CHECK_NULL("guid is null");
     EXPECT_TRUE(log().Contains("W/system SSOAPIClient: test_log.cpp: TestBody("));
-    EXPECT_TRUE(log().Contains("> \033[0;31mSSO_API_CHECK_NULL_RETURN. Return (guid is null)\033[0m"));
+    EXPECT_TRUE(
+        log().Contains("> \033[0;31mSSO_API_CHECK_NULL_RETURN. Return (guid is null)\033[0m"));
 }
 
 TEST_F(LogLines, DevelLinesAppearOnlyWithTheDebugMarker)
@@ -65,4 +66,4 @@ TEST_F(LogLines, LinesBelowTheThresholdAreDropped)
     EXPECT_TRUE(log().Contains("error that is kept"));
 }
 
-}  // namespace
+} // namespace

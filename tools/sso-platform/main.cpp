@@ -23,6 +23,7 @@ using namespace ssoplatform;
 // accessor here.
 const Group &(*const kGroups[])() = {
     &VconfGroup,
+    &SsGroup,
 };
 
 void PrintHelp(std::FILE *out)
@@ -48,8 +49,9 @@ void PrintHelp(std::FILE *out)
                  "\n"
                  "Examples:\n"
                  "  %s vconf set db/sso/login_status 1 --type int\n"
-                 "  %s --root /tmp/device vconf get db/sso/login_status\n",
-                 kProgram, kProgram, kProgram);
+                 "  %s --root /tmp/device vconf get db/sso/login_status\n"
+                 "  %s ss put sso/accounts accounts.json\n",
+                 kProgram, kProgram, kProgram, kProgram);
 }
 
 void SetRoot(const std::string &dir)

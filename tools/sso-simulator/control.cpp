@@ -44,9 +44,10 @@ GVariant *Records(const std::vector<std::array<std::string, 3>> &rows)
 } // namespace
 
 Control::Control(GDBusConnection *connection, BehaviourTable &behaviours, Service &service,
-                 Delivery &delivery, std::string own_object_name, std::function<void()> quit)
+                 Delivery &delivery, AccountService &accounts, std::string own_object_name,
+                 std::function<void()> quit)
     : connection_(connection), behaviours_(behaviours), service_(service), delivery_(delivery),
-      own_object_name_(std::move(own_object_name)), quit_(std::move(quit))
+      accounts_(accounts), own_object_name_(std::move(own_object_name)), quit_(std::move(quit))
 {
 }
 
@@ -104,6 +105,13 @@ void Control::OnMethodCall(GDBusConnection *, const gchar *, const gchar *, cons
         if (owned)
             g_dbus_method_invocation_return_error(owned.release(), G_DBUS_ERROR,
                                                   G_DBUS_ERROR_INVALID_ARGS, "%s", e.what());
+    } catch (const AccountError &e) {
+        // Messages name login ids and GUIDs the caller gave; the log gets
+        // only the error name.
+        SIM_LOGW("control %s refused: %s", method_name, e.error_name.c_str());
+        if (owned)
+            g_dbus_method_invocation_return_dbus_error(owned.release(), e.error_name.c_str(),
+                                                       e.what());
     } catch (const std::exception &e) {
         SIM_LOGE("control %s failed: %s", method_name, e.what());
         if (owned)
@@ -117,9 +125,47 @@ void Control::OnMethodCall(GDBusConnection *, const gchar *, const gchar *, cons
     }
 }
 
+bool Control::HandleAccounts(const std::string &method, GVariant *params, GVariant **reply)
+{
+    *reply = nullptr;
+    auto string_arg = [params](gsize i) {
+        VariantPtr child(g_variant_get_child_value(params, i));
+        return std::string(g_variant_get_string(child.get(), nullptr));
+    };
+    if (method == "AddAccount") {
+        VariantPtr dict(g_variant_get_child_value(params, 0));
+        const std::string guid = accounts_.Add(AccountFieldsFromVariant(dict.get()));
+        *reply = g_variant_new("(s)", guid.c_str());
+    } else if (method == "RemoveAccount") {
+        accounts_.Remove(string_arg(0));
+    } else if (method == "SignIn") {
+        accounts_.SignIn(string_arg(0));
+    } else if (method == "SignOut") {
+        accounts_.SignOut();
+    } else if (method == "GetAccounts") {
+        *reply = g_variant_new("(s)", accounts_.AccountsJson().c_str());
+    } else if (method == "GetState") {
+        *reply = g_variant_new("(s)", accounts_.StateJson().c_str());
+    } else if (method == "SetApplicationData") {
+        accounts_.SetApplicationData(string_arg(0), string_arg(1), string_arg(2), string_arg(3));
+    } else if (method == "RemoveApplicationData") {
+        accounts_.RemoveApplicationData(string_arg(0));
+    } else if (method == "WritePublicData") {
+        accounts_.WritePublicData(string_arg(0));
+    } else if (method == "Publish") {
+        accounts_.Publish();
+    } else {
+        return false;
+    }
+    return true;
+}
+
 GVariant *Control::Handle(const std::string &method, GVariant *params,
                           ObjectPtr<GDBusMethodInvocation> &invocation)
 {
+    GVariant *reply = nullptr;
+    if (HandleAccounts(method, params, &reply))
+        return reply;
     if (method == "Configure") {
         const gchar *target = nullptr;
         GVariant *dict_raw = nullptr;

@@ -1,5 +1,5 @@
 // The control object: scripting, journal and deliveries, signals, calls into
-// clients, and Quit. Its calls change only the simulator's own state.
+// clients, accounts and what is published about them, and Quit.
 #pragma once
 
 #include <gio/gio.h>
@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "account_service.h"
 #include "behaviour.h"
 #include "delivery.h"
 #include "service.h"
@@ -16,7 +17,8 @@ namespace ssosim {
 class Control {
 public:
     Control(GDBusConnection *connection, BehaviourTable &behaviours, Service &service,
-            Delivery &delivery, std::string own_object_name, std::function<void()> quit);
+            Delivery &delivery, AccountService &accounts, std::string own_object_name,
+            std::function<void()> quit);
     ~Control();
     Control(const Control &) = delete;
     Control &operator=(const Control &) = delete;
@@ -33,11 +35,15 @@ private:
     // Returns the reply, or nullptr when the call completes later.
     GVariant *Handle(const std::string &method, GVariant *params,
                      ObjectPtr<GDBusMethodInvocation> &invocation);
+    // The account methods: false when method is none of them, else *reply
+    // is the reply (nullptr for an empty one).
+    bool HandleAccounts(const std::string &method, GVariant *params, GVariant **reply);
 
     GDBusConnection *connection_;
     BehaviourTable &behaviours_;
     Service &service_;
     Delivery &delivery_;
+    AccountService &accounts_;
     std::string own_object_name_;
     std::function<void()> quit_;
     GDBusNodeInfo *node_ = nullptr;

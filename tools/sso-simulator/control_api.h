@@ -40,6 +40,36 @@ inline constexpr const char *kControlXml = R"xml(<node>
       <arg name="object_name" type="s" direction="out"/>
     </method>
     <method name="Quit"/>
+    <method name="AddAccount">
+      <arg name="fields" type="a{sv}" direction="in"/>
+      <arg name="guid" type="s" direction="out"/>
+    </method>
+    <method name="RemoveAccount">
+      <arg name="login_id_or_guid" type="s" direction="in"/>
+    </method>
+    <method name="SignIn">
+      <arg name="login_id_or_guid" type="s" direction="in"/>
+    </method>
+    <method name="SignOut"/>
+    <method name="GetAccounts">
+      <arg name="json" type="s" direction="out"/>
+    </method>
+    <method name="GetState">
+      <arg name="json" type="s" direction="out"/>
+    </method>
+    <method name="SetApplicationData">
+      <arg name="package" type="s" direction="in"/>
+      <arg name="guid" type="s" direction="in"/>
+      <arg name="key" type="s" direction="in"/>
+      <arg name="value" type="s" direction="in"/>
+    </method>
+    <method name="RemoveApplicationData">
+      <arg name="package" type="s" direction="in"/>
+    </method>
+    <method name="WritePublicData">
+      <arg name="text" type="s" direction="in"/>
+    </method>
+    <method name="Publish"/>
   </interface>
 </node>)xml";
 

@@ -7,7 +7,14 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
 #include <string>
+
+#include <json/reader.h>
+#include <json/value.h>
 
 #include "cli.h"
 #include "contract.h"
@@ -318,6 +325,149 @@ int RunQuit(const Parsed &)
     return kExitOk;
 }
 
+// ---------------------------------------------------------------- accounts
+
+// Account options of "account add" and the a{sv} keys they fill.
+const std::vector<std::pair<const char *, const char *>> &AccountOptionKeys()
+{
+    static const std::vector<std::pair<const char *, const char *>> kKeys = {
+        {"--login-id", "login_id"},
+        {"--guid", "guid"},
+        {"--uid", "uid"},
+        {"--icon", "icon_path"},
+        {"--auth", "auth"},
+        {"--pin-set", "user_pin_set"},
+        {"--country", "country"},
+        {"--country2", "country2"},
+        {"--display-name", "display_name"},
+        {"--first-name", "first_name"},
+        {"--last-name", "last_name"},
+        {"--device-id", "device_id"},
+        {"--password", "password"},
+    };
+    return kKeys;
+}
+
+int RunAccountAdd(const Parsed &p)
+{
+    GVariantBuilder dict;
+    g_variant_builder_init(&dict, G_VARIANT_TYPE_VARDICT);
+    bool have_login_id = false;
+    for (const auto &[name, value] : p.options)
+        for (const auto &[option, key] : AccountOptionKeys())
+            if (name == option) {
+                g_variant_builder_add(&dict, "{sv}", key, g_variant_new_string(value.c_str()));
+                have_login_id = have_login_id || name == "--login-id";
+            }
+    VariantPtr fields = AdoptVariant(g_variant_builder_end(&dict));
+    if (!have_login_id)
+        throw UsageError("ctl account add needs --login-id ID" + Hint("account add"));
+    VariantPtr reply =
+        ControlClient().Call("AddAccount", g_variant_new("(@a{sv})", fields.get()), "(s)");
+    const gchar *guid = nullptr;
+    g_variant_get(reply.get(), "(&s)", &guid);
+    std::printf("%s\n", guid);
+    return kExitOk;
+}
+
+int RunAccountRm(const Parsed &p)
+{
+    ControlClient().Call("RemoveAccount", g_variant_new("(s)", p.positional[0].c_str()));
+    return kExitOk;
+}
+
+Json::Value ParseJsonReply(const std::string &text)
+{
+    Json::CharReaderBuilder builder;
+    Json::Value value;
+    std::string errors;
+    std::istringstream in(text);
+    if (!Json::parseFromStream(builder, in, &value, &errors) || !value.isObject())
+        throw Failure("the simulator answered malformed JSON: " + errors);
+    return value;
+}
+
+int RunAccounts(const Parsed &p)
+{
+    VariantPtr reply = ControlClient().Call("GetAccounts", nullptr, "(s)");
+    const gchar *text = nullptr;
+    g_variant_get(reply.get(), "(&s)", &text);
+    if (!p.options.empty()) { // --json
+        std::printf("%s\n", text);
+        return kExitOk;
+    }
+    const Json::Value v = ParseJsonReply(text);
+    for (const auto &a : v["accounts"])
+        std::printf("%s %s %s %s %s\n", a["active"].asBool() ? "*" : "-",
+                    a["login_id"].asString().c_str(), a["guid"].asString().c_str(),
+                    a["country"].asString().c_str(), a["display_name"].asString().c_str());
+    return kExitOk;
+}
+
+int RunSignIn(const Parsed &p)
+{
+    ControlClient().Call("SignIn", g_variant_new("(s)", p.positional[0].c_str()));
+    return kExitOk;
+}
+
+int RunSignOut(const Parsed &)
+{
+    ControlClient().Call("SignOut", nullptr);
+    return kExitOk;
+}
+
+int RunState(const Parsed &)
+{
+    VariantPtr reply = ControlClient().Call("GetState", nullptr, "(s)");
+    const gchar *text = nullptr;
+    g_variant_get(reply.get(), "(&s)", &text);
+    std::printf("%s\n", text);
+    return kExitOk;
+}
+
+int RunPublish(const Parsed &)
+{
+    ControlClient().Call("Publish", nullptr);
+    return kExitOk;
+}
+
+int RunAppDataSet(const Parsed &p)
+{
+    const auto &a = p.positional;
+    ControlClient().Call("SetApplicationData", g_variant_new("(ssss)", a[0].c_str(), a[1].c_str(),
+                                                             a[2].c_str(), a[3].c_str()));
+    return kExitOk;
+}
+
+int RunAppDataRm(const Parsed &p)
+{
+    ControlClient().Call("RemoveApplicationData", g_variant_new("(s)", p.positional[0].c_str()));
+    return kExitOk;
+}
+
+int RunPublicDataWrite(const Parsed &p)
+{
+    const std::string &source = p.positional[0];
+    std::string text;
+    if (source == "-") {
+        text.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+        if (std::cin.bad())
+            throw Failure("cannot read the document from standard input");
+    } else {
+        std::ifstream in(source, std::ios::binary);
+        if (!in)
+            throw Failure("cannot open '" + source + "'");
+        text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        if (in.bad())
+            throw Failure("cannot read '" + source + "'");
+    }
+    // A D-Bus string cannot carry these; say so rather than fail obscurely.
+    if (text.find('\0') != std::string::npos || !g_utf8_validate(text.data(), text.size(), nullptr))
+        throw Failure("the document must be UTF-8 text without NUL bytes");
+    ControlClient().Call("WritePublicData", g_variant_new("(s)", text.c_str()));
+    return kExitOk;
+}
+
 const std::vector<Command> &Commands()
 {
     static const std::vector<Command> kCommands = {
@@ -411,6 +561,120 @@ const std::vector<Command> &Commands()
          0,
          0,
          &RunObjectName},
+        {"account add",
+         "--login-id ID [OPTIONS]",
+         "Registers an account (at most six) and prints its GUID. Values not given are\n"
+         "generated (GUID, auth token, uid, device id) or defaulted (country USA/US, PIN not\n"
+         "set, display name from the names or the login id). Nobody is signed in by this.",
+         "Examples:\n"
+         "  sso-simulator ctl account add --login-id kim@example.com --country KOR\n"
+         "  sso-simulator ctl account add --login-id ana@example.com --display-name 'Ana S.' \\\n"
+         "      --guid 0123456789ABCDEF0123456789ABCDEF --auth UT-fixed --pin-set Y\n",
+         {{"--login-id", "ID", "Login id (account_id); required"},
+          {"--guid", "G", "Account GUID (default: 32 generated hex digits)"},
+          {"--uid", "U", "Account uid (default: generated)"},
+          {"--icon", "PATH", "Icon path (default: none)"},
+          {"--auth", "TOKEN", "Auth token (default: generated UT-...)"},
+          {"--pin-set", "Y|N", "Whether a PIN is set (default N)"},
+          {"--country", "CODE3", "Three-letter country code, e.g. KOR"},
+          {"--country2", "CODE2", "Two-letter country code, e.g. KR"},
+          {"--display-name", "NAME", "Display name"},
+          {"--first-name", "NAME", "First name"},
+          {"--last-name", "NAME", "Last name"},
+          {"--device-id", "ID", "userDeviceID (default: generated)"},
+          {"--password", "PW", "Password for ID/password requests (never published)"}},
+         0,
+         0,
+         &RunAccountAdd},
+        {"account rm",
+         "LOGIN_ID|GUID",
+         "Unregisters an account. A signed-in account is signed out first.",
+         "Examples:\n"
+         "  sso-simulator ctl account rm kim@example.com\n"
+         "  sso-simulator ctl account rm 0123456789ABCDEF0123456789ABCDEF\n",
+         {},
+         1,
+         1,
+         &RunAccountRm},
+        {"accounts",
+         "[--json]",
+         "Lists the registered accounts in registration order, one a line:\n"
+         "ACTIVE LOGIN_ID GUID COUNTRY DISPLAY_NAME, ACTIVE being '*' for the signed-in\n"
+         "account and '-' for the others. --json prints everything, secrets included.",
+         "Examples:\n"
+         "  sso-simulator ctl accounts\n"
+         "  * kim@example.com 9F0C...E1 KOR Kim\n"
+         "  sso-simulator ctl accounts --json\n",
+         {{"--json", nullptr, "Print the full list as JSON"}},
+         0,
+         0,
+         &RunAccounts},
+        {"sign-in",
+         "LOGIN_ID|GUID",
+         "Signs the account in. When another account is signed in, this is a switch.",
+         "Example:\n"
+         "  sso-simulator ctl sign-in kim@example.com\n",
+         {},
+         1,
+         1,
+         &RunSignIn},
+        {"sign-out",
+         "",
+         "Signs the signed-in account out (fails when nobody is signed in).",
+         "Example:\n"
+         "  sso-simulator ctl sign-out\n",
+         {},
+         0,
+         0,
+         &RunSignOut},
+        {"state",
+         "",
+         "Prints {\"signed_in\": GUID or \"\", \"version\": public data version}.",
+         "Example:\n"
+         "  sso-simulator ctl state\n",
+         {},
+         0,
+         0,
+         &RunState},
+        {"publish",
+         "",
+         "Writes the current account state again (document, version, settings).",
+         "Example:\n"
+         "  sso-simulator ctl publish\n",
+         {},
+         0,
+         0,
+         &RunPublish},
+        {"app-data set",
+         "PACKAGE GUID KEY VALUE",
+         "Stores VALUE under KEY for account GUID in PACKAGE's application data.",
+         "Example:\n"
+         "  sso-simulator ctl app-data set org.example.app 9F0C...E1 theme dark\n",
+         {},
+         4,
+         4,
+         &RunAppDataSet},
+        {"app-data rm",
+         "PACKAGE",
+         "Removes PACKAGE's application data.",
+         "Example:\n"
+         "  sso-simulator ctl app-data rm org.example.app\n",
+         {},
+         1,
+         1,
+         &RunAppDataRm},
+        {"public-data write",
+         "FILE|-",
+         "Writes the text of FILE ('-': standard input) as the public account document,\n"
+         "verbatim (malformed text included), and bumps the version. 'publish' restores\n"
+         "the real state.",
+         "Examples:\n"
+         "  sso-simulator ctl public-data write broken.json\n"
+         "  echo '{\"account_count\": ' | sso-simulator ctl public-data write -\n",
+         {},
+         1,
+         1,
+         &RunPublicDataWrite},
         {"quit",
          "",
          "Stops the simulator (exit status 0).",
@@ -436,7 +700,7 @@ void PrintCtlHelp()
                 "Commands:\n",
                 kProgram, kControlInterface, kControlPath);
     for (const auto &c : Commands())
-        std::printf("  %-12s %s\n", c.name, c.synopsis);
+        std::printf("  %-18s %s\n", c.name, c.synopsis);
     std::printf("\n"
                 "Run '%s ctl COMMAND --help' for a command's options and examples.\n"
                 "Exit status: 0 ok, 1 failure (no simulator running, D-Bus error), 2 bad usage.\n"
@@ -444,8 +708,10 @@ void PrintCtlHelp()
                 "Examples:\n"
                 "  %s ctl configure sso_request_access_token --payload AT-test --result 0\n"
                 "  %s ctl journal\n"
+                "  %s ctl account add --login-id kim@example.com --country KOR\n"
+                "  %s ctl sign-in kim@example.com\n"
                 "  %s ctl reset\n",
-                kProgram, kProgram, kProgram, kProgram);
+                kProgram, kProgram, kProgram, kProgram, kProgram, kProgram);
 }
 
 int RunCtl(const std::vector<std::string> &args)
@@ -456,10 +722,25 @@ int RunCtl(const std::vector<std::string> &args)
         PrintCtlHelp();
         return kExitOk;
     }
+    // Two-word commands ("account add") first, so a group word never
+    // shadows them.
+    std::vector<const Command *> group;
     for (const auto &c : Commands()) {
-        if (args[0] != c.name)
+        const std::string name = c.name;
+        const auto space = name.find(' ');
+        std::size_t words = 1;
+        if (space != std::string::npos) {
+            if (args[0] != name.substr(0, space))
+                continue;
+            group.push_back(&c);
+            if (args.size() < 2 || args[1] != name.substr(space + 1))
+                continue;
+            words = 2;
+        } else if (args[0] != name) {
             continue;
-        std::vector<std::string> rest(args.begin() + 1, args.end());
+        }
+        std::vector<std::string> rest(args.begin() + static_cast<std::ptrdiff_t>(words),
+                                      args.end());
         for (const auto &a : rest) {
             if (a == "--")
                 break;
@@ -469,6 +750,27 @@ int RunCtl(const std::vector<std::string> &args)
             }
         }
         return c.run(Parse(c, rest));
+    }
+    if (!group.empty()) {
+        std::string subcommands;
+        for (const Command *c : group)
+            subcommands +=
+                (subcommands.empty() ? "" : ", ") + std::string(c->name).substr(args[0].size() + 1);
+        if (args.size() >= 2 && IsHelp(args[1])) {
+            std::printf("Usage: %s ctl %s SUBCOMMAND [ARGS...]\n\nSubcommands:\n", kProgram,
+                        args[0].c_str());
+            for (const Command *c : group)
+                std::printf("  %-18s %s\n", c->name, c->synopsis);
+            std::printf("\nRun '%s ctl %s SUBCOMMAND --help' for its options and examples.\n"
+                        "\nExample:\n  %s ctl %s --help\n",
+                        kProgram, args[0].c_str(), kProgram, group.front()->name);
+            return kExitOk;
+        }
+        if (args.size() < 2)
+            throw UsageError("ctl " + args[0] + " needs a subcommand (" + subcommands + ")" +
+                             Hint(args[0].c_str()));
+        throw UsageError("unknown subcommand '" + args[1] + "' of ctl " + args[0] + " (" +
+                         subcommands + ")" + Hint(args[0].c_str()));
     }
     throw UsageError("unknown ctl command '" + args[0] + "'" + Hint(nullptr));
 }

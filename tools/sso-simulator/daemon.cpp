@@ -9,6 +9,7 @@
 #include <exception>
 #include <memory>
 
+#include "account_service.h"
 #include "behaviour.h"
 #include "contract.h"
 #include "control.h"
@@ -33,6 +34,7 @@ struct Daemon {
     std::string object_name;
 
     std::unique_ptr<Contract> contract;
+    std::unique_ptr<AccountService> accounts;
     std::unique_ptr<BehaviourTable> behaviours;
     std::unique_ptr<PayloadProvider> payloads;
     std::unique_ptr<Timers> timers;
@@ -99,7 +101,7 @@ std::string OwnObjectName()
     return "obj" + std::to_string(getpid()) + "_" + (app && *app ? app : kDefaultAppId);
 }
 
-int RunDaemon()
+int RunDaemon(const DaemonOptions &options)
 {
     Daemon d;
     d.object_name = OwnObjectName();
@@ -131,13 +133,19 @@ int RunDaemon()
         const Contract &contract = *d.contract;
         d.behaviours = std::make_unique<BehaviourTable>(
             [&contract](const std::string &m) { return contract.FindServerMethod(m) != nullptr; });
-        d.payloads = std::make_unique<PayloadProvider>();
+        // The store is consistent before anyone can ask: the signed-out state
+        // (and the demo accounts) are published before the name is owned.
+        d.accounts = std::make_unique<AccountService>(options.seed);
+        d.accounts->Start();
+        if (options.demo_accounts)
+            d.accounts->AddDemoAccounts();
+        d.payloads = std::make_unique<PayloadProvider>(d.accounts.get());
         d.timers = std::make_unique<Timers>();
         d.delivery = std::make_unique<Delivery>(d.connection, contract, *d.payloads, d.object_name);
         d.service = std::make_unique<Service>(d.connection, contract, *d.behaviours, *d.payloads,
                                               *d.delivery, *d.timers);
         d.control = std::make_unique<Control>(d.connection, *d.behaviours, *d.service, *d.delivery,
-                                              d.object_name, [&d]() { d.Quit(0); });
+                                              *d.accounts, d.object_name, [&d]() { d.Quit(0); });
         d.service->Register();
         d.control->Register();
         owner = g_bus_own_name_on_connection(d.connection, kServiceBusName,
@@ -164,6 +172,8 @@ int RunDaemon()
     d.service.reset();
     d.delivery.reset();
     d.timers.reset();
+    d.payloads.reset();
+    d.accounts.reset();
     g_source_remove(term);
     g_source_remove(intr);
     g_dbus_connection_flush_sync(d.connection, nullptr, nullptr);

@@ -1,6 +1,8 @@
 // `sso-simulator run`: the daemon.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 namespace ssosim {
@@ -9,8 +11,14 @@ namespace ssosim {
 // app id being $SSO_PLATFORM_APP_ID or "org.orvex.ssoservice".
 std::string OwnObjectName();
 
-// Runs until SIGTERM, SIGINT or Quit (exit 0), or until the bus goes away or
-// the name cannot be had (exit 1, with a message on stderr).
-int RunDaemon();
+struct DaemonOptions {
+    bool demo_accounts = false;        // preload three demo accounts
+    std::optional<std::uint32_t> seed; // reproducible generated identifiers
+};
+
+// Runs until SIGTERM, SIGINT or Quit (exit 0), or until the bus goes away, the
+// name cannot be had or the account state cannot be published (exit 1, with
+// a message on stderr).
+int RunDaemon(const DaemonOptions &options = {});
 
 } // namespace ssosim

@@ -1,7 +1,9 @@
 // sso-simulator: a stand-in for the SSO service on the D-Bus system bus.
-//   sso-simulator [run]               the daemon
+//   sso-simulator [run] [OPTIONS]     the daemon
 //   sso-simulator ctl COMMAND ...     script a running daemon
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <string>
 #include <vector>
@@ -28,7 +30,7 @@ bool IsHelp(const std::string &arg)
 void PrintHelp()
 {
     std::printf(
-        "Usage: %s [run]\n"
+        "Usage: %s [run] [--demo-accounts] [--seed N]\n"
         "       %s ctl COMMAND [ARGS...]\n"
         "\n"
         "Stands in for the SSO service on the D-Bus system bus ($DBUS_SYSTEM_BUS_ADDRESS):\n"
@@ -37,7 +39,8 @@ void PrintHelp()
         "its behaviour per method over %s.\n"
         "\n"
         "Modes:\n"
-        "  run      Run the daemon (the default). Prints \"ready\" once it serves.\n"
+        "  run      Run the daemon (the default). Prints \"ready\" once it serves;\n"
+        "           see '%s run --help' for its options.\n"
         "  ctl      Script and inspect a running daemon; see '%s ctl --help'.\n"
         "\n"
         "Options:\n"
@@ -48,20 +51,32 @@ void PrintHelp()
         "  %s &\n"
         "  %s ctl configure sso_request_access_token --payload AT-test\n"
         "  %s ctl journal\n"
+        "  %s run --demo-accounts --seed 7 &\n"
+        "  %s ctl sign-in jamie.rivera@example.com\n"
         "  %s ctl quit\n",
         kProgram, kProgram, kServiceBusName, kControlInterface, kProgram, kProgram, kProgram,
-        kProgram, kProgram);
+        kProgram, kProgram, kProgram, kProgram, kProgram);
 }
 
 void PrintRunHelp()
 {
     std::printf(
-        "Usage: %s run\n"
+        "Usage: %s run [--demo-accounts] [--seed N]\n"
         "\n"
         "Runs the simulated SSO service on the system bus until SIGTERM, SIGINT or\n"
         "'%s ctl quit' (exit 0). Prints \"ready\" on stdout once the service and the\n"
-        "control object answer. Exits 1 with a message when the bus cannot be reached\n"
-        "or another process owns %s.\n"
+        "control object answer. Exits 1 with a message when the bus cannot be reached,\n"
+        "another process owns %s, or the account state cannot be\n"
+        "published.\n"
+        "\n"
+        "Before it is ready it publishes the signed-out state (no account signed in)\n"
+        "to the settings store and secure storage under $SSO_PLATFORM_ROOT.\n"
+        "\n"
+        "Options:\n"
+        "  --demo-accounts   Register three demo accounts (nobody signed in)\n"
+        "  --seed N          Generate GUIDs, tokens and ids from seed N (0 to 4294967295),\n"
+        "                    the same on every run\n"
+        "  -h, --help        Show this help and exit\n"
         "\n"
         "Environment:\n"
         "  DBUS_SYSTEM_BUS_ADDRESS   the bus to serve on\n"
@@ -69,9 +84,47 @@ void PrintRunHelp()
         "                            (default org.orvex.ssoservice)\n"
         "  SSO_PLATFORM_LOG, SSO_PLATFORM_LOG_LEVEL   where the log goes (tag SSOSimulator)\n"
         "\n"
-        "Example:\n"
-        "  SSO_PLATFORM_LOG=stderr SSO_PLATFORM_LOG_LEVEL=info %s run\n",
-        kProgram, kProgram, kServiceBusName, kProgram);
+        "Examples:\n"
+        "  SSO_PLATFORM_LOG=stderr SSO_PLATFORM_LOG_LEVEL=info %s run\n"
+        "  %s run --demo-accounts --seed 42\n",
+        kProgram, kProgram, kServiceBusName, kProgram, kProgram);
+}
+
+std::string RunHint()
+{
+    return std::string(" (see '") + kProgram + " run --help')";
+}
+
+// The options of "run" (args after it).
+DaemonOptions ParseRunOptions(const std::vector<std::string> &args)
+{
+    DaemonOptions options;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string &arg = args[i];
+        if (arg == "--demo-accounts") {
+            options.demo_accounts = true;
+            continue;
+        }
+        std::string value;
+        if (arg == "--seed") {
+            if (i + 1 >= args.size())
+                throw UsageError("option --seed needs N" + RunHint());
+            value = args[++i];
+        } else if (arg.compare(0, 7, "--seed=") == 0) {
+            value = arg.substr(7);
+        } else {
+            throw UsageError("run does not take '" + arg + "'" + RunHint());
+        }
+        errno = 0;
+        char *end = nullptr;
+        const unsigned long long n = std::strtoull(value.c_str(), &end, 10);
+        if (value.empty() || value[0] == '-' || *end != '\0' || errno == ERANGE ||
+            n > 0xffffffffull)
+            throw UsageError("option --seed needs an integer from 0 to 4294967295, not '" + value +
+                             "'" + RunHint());
+        options.seed = static_cast<std::uint32_t>(n);
+    }
+    return options;
 }
 
 int Run(const std::vector<std::string> &args)
@@ -88,15 +141,17 @@ int Run(const std::vector<std::string> &args)
         return kExitOk;
     }
     if (mode == "run") {
-        if (args.size() == 2 && IsHelp(args[1])) {
-            PrintRunHelp();
-            return kExitOk;
-        }
-        if (args.size() > 1)
-            throw UsageError("run takes no arguments (see '" + std::string(kProgram) +
-                             " run --help')");
-        return RunDaemon();
+        const std::vector<std::string> rest(args.begin() + 1, args.end());
+        for (const auto &a : rest)
+            if (IsHelp(a)) {
+                PrintRunHelp();
+                return kExitOk;
+            }
+        return RunDaemon(ParseRunOptions(rest));
     }
+    // "run" may be left out before its options too.
+    if (mode == "--demo-accounts" || mode.compare(0, 6, "--seed") == 0)
+        return RunDaemon(ParseRunOptions(args));
     if (mode == "ctl")
         return RunCtl(std::vector<std::string>(args.begin() + 1, args.end()));
     throw UsageError("unknown mode '" + mode + "' (see '" + std::string(kProgram) + " --help')");

@@ -9,6 +9,18 @@ namespace ssosim {
 
 namespace {
 
+// The string at index i of a tuple, "" when there is none.
+std::string StringChild(GVariant *tuple, gsize i)
+{
+    if (tuple == nullptr || !g_variant_is_of_type(tuple, G_VARIANT_TYPE_TUPLE) ||
+        i >= g_variant_n_children(tuple))
+        return "";
+    VariantPtr child(g_variant_get_child_value(tuple, i));
+    if (!g_variant_is_of_type(child.get(), G_VARIANT_TYPE_STRING))
+        return "";
+    return g_variant_get_string(child.get(), nullptr);
+}
+
 std::string JsonResponse(const std::string &method)
 {
     return "{\"result\":\"ok\",\"method\":\"" + method + "\"}";
@@ -68,7 +80,17 @@ std::string PayloadProvider::ResultString(const Request &request, const std::str
 
 std::string PayloadProvider::DataAnswer(const Request &request)
 {
-    (void)request;
+    if (accounts_ == nullptr)
+        return "";
+    const std::string &method = request.method->name;
+    if (method == "sso_get_public_account_data")
+        return accounts_->PublicDocumentText();
+    if (method == "sso_get_extracted_application_data") {
+        // (obj, thread id, method name, package id, application id, key)
+        const std::string package = StringChild(request.params.get(), 3);
+        const std::string key = StringChild(request.params.get(), 5);
+        return accounts_->ExtractedValue(package, key);
+    }
     return "";
 }
 

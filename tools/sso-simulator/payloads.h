@@ -3,18 +3,22 @@
 // client argument's name (an access token looks like a token, a birthday like
 // a date), so a client under test sees plausible data by default.
 //
-// Later account-aware behaviour (signed-in user, token families, family
-// groups) plugs in here, without touching the D-Bus plumbing or scripting.
+// The data reads answer from the accounts layer: the public document as last
+// written, and the signed-in account's application data.
 #pragma once
 
 #include <string>
 
+#include "account_service.h"
 #include "contract.h"
 
 namespace ssosim {
 
 class PayloadProvider {
 public:
+    // accounts may be null: the data reads then answer "".
+    explicit PayloadProvider(const AccountService *accounts = nullptr) : accounts_(accounts) {}
+
     // The string argument arg_name of the result call client_method for the
     // request, when the behaviour scripted no payload for it.
     std::string ResultString(const Request &request, const std::string &client_method,
@@ -25,6 +29,8 @@ public:
 
 private:
     static std::string RandomHex(std::size_t digits);
+
+    const AccountService *accounts_;
 };
 
 } // namespace ssosim

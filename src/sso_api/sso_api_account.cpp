@@ -1,0 +1,427 @@
+// Synchronous account queries: answered on the caller's thread from the
+// settings store and the cached public account document, without the
+// service; and the two synchronous reads of raw data from the service.
+#include <sso_api/sso_api.h>
+#include <sso_api/sso_api_service_data.hpp>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "ICVConf.h"
+#include "SSOAPIClientUtil.h"
+#include "SSOAPIUtil.h"
+#include "sso_api_guard.h"
+#include "sso_api_private.h"
+#include "sso_log.h"
+#include "sso_ss_data_storage.h"
+
+namespace {
+
+const char kAccountUiAppId[] = "com.veltra.tv.CSAccount";
+
+// The login-state gate of the getters: true only when signed in. On a
+// signed-out device they never touch secure storage.
+bool IsSignedIn()
+{
+    sso_login_state state = SSO_NOT_LOGIN;
+    int result = sso_get_login_state(&state);
+    if (result == -1 || state != SSO_LOGEDIN) {
+        SSO_LOGE("result [%d], Login State [%d]. Return (%s)", result, static_cast<int>(state),
+                 "Not login state");
+        return false;
+    }
+    return true;
+}
+
+// A calloc'ed copy (length + 1, zeroed) the caller frees.
+char *CopyOut(const std::string &text)
+{
+    char *buffer = static_cast<char *>(calloc(text.size() + 1, 1));
+    if (buffer != nullptr)
+        memcpy(buffer, text.data(), text.size());
+    return buffer;
+}
+
+} // namespace
+
+extern "C" {
+
+SSO_API int sso_get_login_state(sso_login_state *state)
+try {
+    if (state == nullptr) {
+        SSO_LOG_CHECK_NULL("state is null");
+        return -1;
+    }
+    *state = SSO_NOT_LOGIN;
+    int value = 0;
+    if (!ICVConf::GetLoginState(value)) {
+        SSO_LOGE("Failed to ICVConf::GetLoginState()");
+        return -1;
+    }
+    // Any stored value other than 1 reads as signed out.
+    *state = value == 1 ? SSO_LOGEDIN : SSO_NOT_LOGIN;
+    return 0;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_account_number(int *count)
+try {
+    if (count == nullptr) {
+        SSO_LOG_CHECK_NULL("count is null");
+        return -1;
+    }
+    int value = 0;
+    if (!ICVConf::GetAccountCount(value)) {
+        SSO_LOGE("Failed to ICVConf::GetAccountCount()");
+        *count = 0;
+        return -1;
+    }
+    *count = value;
+    SSO_LOGY("account count = %d", value);
+    return 0;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_guid(char **guid)
+try {
+    SSO_LOG_START();
+    if (guid == nullptr) {
+        SSO_LOG_CHECK_NULL("guid is null");
+        return -1;
+    }
+    if (!IsSignedIn())
+        return -1;
+    sso_accounts_info info;
+    if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
+        SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
+        return -1;
+    }
+    if (info.strLoginGUID.empty()) {
+        SSO_LOGE("SSO not login, please login first.");
+        return -1;
+    }
+    char *buffer = CopyOut(info.strLoginGUID);
+    if (buffer == nullptr) {
+        SSO_LOG_CHECK_NULL("Failed to malloc()");
+        return -101;
+    }
+    *guid = buffer;
+    SSO_LOG_DEVEL("guid : %s", buffer);
+    SSO_LOG_END();
+    return 0;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_login_vd_uid(char **uid)
+try {
+    SSO_LOG_START();
+    if (uid == nullptr) {
+        SSO_LOG_CHECK_NULL("uid is null");
+        return -1;
+    }
+    if (!IsSignedIn())
+        return -1;
+    sso_accounts_info info;
+    if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
+        SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
+        return -1;
+    }
+    if (info.strLoginUID.empty()) {
+        SSO_LOGE("SSO not login, please login first.");
+        return -1;
+    }
+    char *buffer = CopyOut(info.strLoginUID);
+    if (buffer == nullptr) {
+        SSO_LOG_CHECK_NULL("Failed to malloc()");
+        return -1;
+    }
+    *uid = buffer;
+    SSO_LOG_DEVEL("uid value is %s", buffer);
+    SSO_LOG_END();
+    return 0;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_auth_token(char **auth_token)
+try {
+    SSO_LOG_START();
+    if (auth_token == nullptr) {
+        SSO_LOG_CHECK_NULL("auth_token is null");
+        return -1;
+    }
+    if (!IsSignedIn())
+        return -1;
+    sso_accounts_info info;
+    if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
+        SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
+        return -1;
+    }
+    if (info.strAccountAuth.empty()) {
+        SSO_LOGE("SSO not login, please login first.");
+        return -1;
+    }
+    // The auth token is never logged, not even on a debug device.
+    char *buffer = CopyOut(info.strAccountAuth);
+    if (buffer == nullptr) {
+        SSO_LOG_CHECK_NULL("Failed to malloc()");
+        return -101;
+    }
+    *auth_token = buffer;
+    SSO_LOG_END();
+    return 0;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_device_id(char **device_id)
+try {
+    SSO_LOG_START();
+    if (device_id == nullptr) {
+        SSO_LOG_CHECK_NULL("device_id is null");
+        return -1;
+    }
+    if (!IsSignedIn())
+        return -1;
+    sso_accounts_info info;
+    if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
+        SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
+        return -1;
+    }
+    if (info.userDeviceID.empty()) {
+        SSO_LOGE("userDeviceID is empty");
+        return -1;
+    }
+    char *buffer = CopyOut(info.userDeviceID);
+    if (buffer == nullptr) {
+        SSO_LOGE("Failed to malloc(). len(%d)", static_cast<int>(info.userDeviceID.size()));
+        return -1;
+    }
+    *device_id = buffer;
+    SSO_LOG_DEVEL("device_id : %s", buffer);
+    SSO_LOG_END();
+    return 0;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_login_info(sso_login_info_s *login_info)
+try {
+    SSO_LOG_START();
+    if (login_info == nullptr) {
+        SSO_LOGE("the input param is nullptr, please check.");
+        return -1;
+    }
+    if (!IsSignedIn())
+        return -1;
+    sso_accounts_info info;
+    if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
+        SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
+        return -1;
+    }
+    // Bounded one byte short of each field; the rest of the caller's record
+    // is left as it is.
+    snprintf(login_info->login_id, sizeof(login_info->login_id) - 1, "%s", info.strLoginID.c_str());
+    snprintf(login_info->password, sizeof(login_info->password) - 1, "%s",
+             info.strLoginPassword.c_str());
+    snprintf(login_info->guid, sizeof(login_info->guid) - 1, "%s", info.strLoginGUID.c_str());
+    snprintf(login_info->uid, sizeof(login_info->uid) - 1, "%s", info.strLoginUID.c_str());
+    snprintf(login_info->user_icon_path, sizeof(login_info->user_icon_path) - 1, "%s",
+             info.strUserIconPath.c_str());
+    SSO_LOG_END();
+    return 0;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_login_user_id(char **user_id)
+try {
+    SSO_LOG_START();
+    if (user_id == nullptr) {
+        SSO_LOG_CHECK_NULL("user_id is null");
+        return -1;
+    }
+    if (!IsSignedIn())
+        return -1;
+    sso_login_info_s info;
+    memset(&info, 0, sizeof(info));
+    if (sso_get_login_info(&info) != 0) {
+        SSO_LOGE("Failed to get Login Info.");
+        return -1;
+    }
+    char *buffer = CopyOut(info.login_id);
+    if (buffer == nullptr) {
+        SSO_LOG_CHECK_NULL("Failed to malloc()");
+        return -1;
+    }
+    *user_id = buffer;
+    SSO_LOGP("User id: %s", buffer);
+    SSO_LOG_END();
+    return 0;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_login_json_info(char **json)
+try {
+    SSO_LOG_START();
+    if (json == nullptr) {
+        SSO_LOG_CHECK_NULL("json is null");
+        return -1;
+    }
+    if (!IsSignedIn())
+        return -1;
+    sso_accounts_info info;
+    if (!SSOAPIClientUtil::GetAccountsInfo(info))
+        SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
+    SSOAPIUtil::PrintActiveAccountInfo(info);
+    int result = 0;
+    if (!SSOAPIClientUtil::GetJsonStringLoginInfo(info, json)) {
+        SSO_LOGE("Failed to SSOAPIClientUtil::GetJsonStringLoginInfo()");
+        result = -1;
+    }
+    SSO_LOG_END_F("ssoResult: %d", result);
+    return result;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_accounts(char **accounts)
+try {
+    SSO_LOG_START();
+    if (accounts == nullptr) {
+        SSO_LOG_CHECK_NULL("accounts is null");
+        return -1;
+    }
+    CSSOSSData *cache =
+        SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSSData>::GetInstance() : nullptr;
+    if (cache == nullptr) {
+        SSO_LOG_CHECK_NULL("pSSDataInstance is null");
+        return -1;
+    }
+    // No login gate: the document is handed out whatever the state. A failed
+    // read still hands out an (empty) text, which the caller frees.
+    int result = 0;
+    std::string text;
+    if (!cache->GetAccountData(text)) {
+        SSO_LOGE("Failed to GetAccountData()");
+        result = -1;
+    }
+    char *buffer = CopyOut(text);
+    if (buffer == nullptr) {
+        SSO_LOG_CHECK_NULL("Failed to malloc()");
+        return -1;
+    }
+    *accounts = buffer;
+    SSO_LOG_END_F("ssoResult: %d", result);
+    return result;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_popup_state(int *state)
+try {
+    if (state == nullptr) {
+        SSO_LOGE("the input param is nullptr, please check.");
+        return -1;
+    }
+    *state = 0;
+    int value = 0;
+    if (!ICVConf::GetViewState(value)) {
+        SSO_LOGE("Failed to ICVConf::GetViewState()");
+        return -1;
+    }
+    *state = value == 1 ? 1 : 0;
+    return 0;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_account_ui_application_package_id(char **package_id)
+try {
+    if (package_id == nullptr) {
+        SSO_LOG_CHECK_NULL("package_id is null");
+        return -1;
+    }
+    char *buffer = CopyOut(kAccountUiAppId);
+    if (buffer == nullptr) {
+        SSO_LOG_CHECK_NULL("Failed to malloc()");
+        return -1;
+    }
+    *package_id = buffer;
+    return 0;
+}
+SSO_API_CATCH(-1)
+
+} // extern "C"
+
+// -------------------------------------------- synchronous reads from the service
+
+namespace {
+
+// Reads a "(s)" reply; false (and a log line) when it carries no text.
+bool ReadStringReply(GVariant *reply, std::string &out, const char *nullMessage)
+{
+    if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(s)"))) {
+        SSO_LOGE("%s", nullMessage);
+        return false;
+    }
+    const gchar *text = nullptr;
+    g_variant_get(reply, "(&s)", &text);
+    if (text == nullptr) {
+        SSO_LOGE("%s", nullMessage);
+        return false;
+    }
+    out = text;
+    return true;
+}
+
+} // namespace
+
+SSO_API bool sso_private_get_public_account_data(std::string &out)
+try {
+    out.clear();
+    SSO_LOG_START();
+    std::string objectName = SSOAPIClientUtil::GetDBusObjectName();
+    long long threadId = SSOAPIClientUtil::GetDBusProxyThreadId();
+    GVariant *parameters = g_variant_new("(sxs)", objectName.c_str(), static_cast<gint64>(threadId),
+                                         "sso_get_public_account_data");
+    GVariant *reply = nullptr;
+    bool ok =
+        sso_private_call_dbus_method_to_server("sso_get_public_account_data", parameters, &reply);
+    if (ok) {
+        ok = ReadStringReply(reply, out, "pPublicAccountData is null");
+        if (ok)
+            SSO_LOGY("accountData size[%zu]", out.size());
+    }
+    if (reply != nullptr)
+        g_variant_unref(reply);
+    SSO_LOG_END_F("bRet [%d]", ok ? 1 : 0);
+    return ok;
+}
+SSO_API_CATCH(false)
+
+SSO_API bool sso_private_get_extracted_application_data(const std::string &packageId,
+                                                        const std::string &appId,
+                                                        const std::string &key, std::string &out)
+try {
+    out.clear();
+    SSO_LOG_START();
+    // Empty inputs answer true with an empty result, without asking the
+    // service; callers tell the case by the empty text.
+    if (packageId.empty() || appId.empty() || key.empty()) {
+        SSO_LOGE("packageId or appId or key is empty");
+        return true;
+    }
+    std::string objectName = SSOAPIClientUtil::GetDBusObjectName();
+    long long threadId = SSOAPIClientUtil::GetDBusProxyThreadId();
+    GVariant *parameters = g_variant_new(
+        "(sxssss)", objectName.c_str(), static_cast<gint64>(threadId),
+        "sso_get_extracted_application_data", packageId.c_str(), appId.c_str(), key.c_str());
+    GVariant *reply = nullptr;
+    bool ok = sso_private_call_dbus_method_to_server("sso_get_extracted_application_data",
+                                                     parameters, &reply);
+    if (ok) {
+        ok = ReadStringReply(reply, out, "pExtractedAppData is null");
+        if (ok)
+            SSO_LOGY("applicationData size[%zu]", out.size());
+    }
+    if (reply != nullptr)
+        g_variant_unref(reply);
+    SSO_LOG_END_F("bRet [%d]", ok ? 1 : 0);
+    return ok;
+}
+SSO_API_CATCH(false)

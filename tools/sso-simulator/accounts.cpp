@@ -1,0 +1,357 @@
+#include "accounts.h"
+
+#include <json/writer.h>
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+
+#include "glib_util.h"
+
+namespace ssosim {
+
+namespace {
+
+constexpr const char *kInvalidArgsName = "org.freedesktop.DBus.Error.InvalidArgs";
+
+// The countries a code may be given for alone; others need both codes.
+const std::map<std::string, std::string> &Alpha3To2()
+{
+    static const std::map<std::string, std::string> kTable = {
+        {"AUS", "AU"}, {"AUT", "AT"}, {"BEL", "BE"}, {"BRA", "BR"}, {"CAN", "CA"}, {"CHE", "CH"},
+        {"CHN", "CN"}, {"CZE", "CZ"}, {"DEU", "DE"}, {"DNK", "DK"}, {"ESP", "ES"}, {"FIN", "FI"},
+        {"FRA", "FR"}, {"GBR", "GB"}, {"IND", "IN"}, {"IRL", "IE"}, {"ITA", "IT"}, {"JPN", "JP"},
+        {"KOR", "KR"}, {"MEX", "MX"}, {"NLD", "NL"}, {"NOR", "NO"}, {"NZL", "NZ"}, {"POL", "PL"},
+        {"PRT", "PT"}, {"SWE", "SE"}, {"TUR", "TR"}, {"USA", "US"}, {"VNM", "VN"}, {"ZAF", "ZA"},
+    };
+    return kTable;
+}
+
+std::string Upper(std::string s)
+{
+    std::transform(s.begin(), s.end(), s.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return s;
+}
+
+bool AllLetters(const std::string &s)
+{
+    return std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isalpha(c) != 0; });
+}
+
+// Login ids and GUIDs travel in "id|guid|TYPE|..." strings, so neither may
+// hold the separator; control characters would corrupt logs and settings.
+void CheckIdentifier(const char *what, const std::string &value)
+{
+    if (value.empty())
+        throw InvalidAccountArgs(std::string(what) + " must not be empty");
+    if (value.size() > 255)
+        throw InvalidAccountArgs(std::string(what) + " is longer than 255 bytes");
+    for (unsigned char c : value)
+        if (c == '|' || c < 0x20 || c == 0x7f)
+            throw InvalidAccountArgs(std::string(what) +
+                                     " must not contain '|' or control characters");
+}
+
+void ResolveCountry(const AccountFields &f, Account &a)
+{
+    std::string c3 = f.country ? Upper(*f.country) : "";
+    std::string c2 = f.country2 ? Upper(*f.country2) : "";
+    if (f.country && (c3.size() != 3 || !AllLetters(c3)))
+        throw InvalidAccountArgs("country must be a three-letter code such as KOR or USA, not '" +
+                                 *f.country + "'");
+    if (f.country2 && (c2.size() != 2 || !AllLetters(c2)))
+        throw InvalidAccountArgs("country2 must be a two-letter code such as KR or US, not '" +
+                                 *f.country2 + "'");
+    if (c3.empty() && c2.empty()) {
+        c3 = "USA";
+        c2 = "US";
+    } else if (c2.empty()) {
+        auto it = Alpha3To2().find(c3);
+        if (it == Alpha3To2().end())
+            throw InvalidAccountArgs("no two-letter code known for country '" + c3 +
+                                     "': give country2 as well");
+        c2 = it->second;
+    } else if (c3.empty()) {
+        for (const auto &[three, two] : Alpha3To2())
+            if (two == c2)
+                c3 = three;
+        if (c3.empty())
+            throw InvalidAccountArgs("no three-letter code known for country2 '" + c2 +
+                                     "': give country as well");
+    }
+    a.country = c3;
+    a.country2 = c2;
+}
+
+} // namespace
+
+AccountError InvalidAccountArgs(const std::string &message)
+{
+    return AccountError(kInvalidArgsName, message);
+}
+
+const char *AccountFieldKeys()
+{
+    return "login_id, guid, uid, icon_path, auth, user_pin_set, country, country2, "
+           "display_name, first_name, last_name, device_id, password";
+}
+
+AccountFields AccountFieldsFromVariant(GVariant *dict)
+{
+    if (!g_variant_is_of_type(dict, G_VARIANT_TYPE_VARDICT))
+        throw InvalidAccountArgs("account fields must be a{sv}");
+    AccountFields f;
+    const std::map<std::string, std::optional<std::string> AccountFields::*> kKeys = {
+        {"login_id", &AccountFields::login_id},
+        {"guid", &AccountFields::guid},
+        {"uid", &AccountFields::uid},
+        {"icon_path", &AccountFields::icon_path},
+        {"auth", &AccountFields::auth},
+        {"user_pin_set", &AccountFields::user_pin_set},
+        {"country", &AccountFields::country},
+        {"country2", &AccountFields::country2},
+        {"display_name", &AccountFields::display_name},
+        {"first_name", &AccountFields::first_name},
+        {"last_name", &AccountFields::last_name},
+        {"device_id", &AccountFields::device_id},
+        {"password", &AccountFields::password},
+    };
+    GVariantIter iter;
+    g_variant_iter_init(&iter, dict);
+    const gchar *key = nullptr;
+    GVariant *raw = nullptr;
+    while (g_variant_iter_next(&iter, "{&sv}", &key, &raw)) {
+        VariantPtr value(raw);
+        auto it = kKeys.find(key);
+        if (it == kKeys.end())
+            throw InvalidAccountArgs(std::string("unknown account field '") + key +
+                                     "' (known: " + AccountFieldKeys() + ")");
+        if (!g_variant_is_of_type(value.get(), G_VARIANT_TYPE_STRING))
+            throw InvalidAccountArgs(std::string("account field '") + key +
+                                     "' must have type 's', got '" +
+                                     g_variant_get_type_string(value.get()) + "'");
+        f.*(it->second) = g_variant_get_string(value.get(), nullptr);
+    }
+    return f;
+}
+
+// ---------------------------------------------------------------- IdGenerator
+
+IdGenerator::IdGenerator(std::optional<std::uint32_t> seed)
+    : rand_(seed ? g_rand_new_with_seed(*seed) : g_rand_new())
+{
+}
+
+IdGenerator::~IdGenerator()
+{
+    g_rand_free(rand_);
+}
+
+std::string IdGenerator::Hex(std::size_t digits, bool upper)
+{
+    const char *alphabet = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+    std::string s;
+    s.reserve(digits);
+    for (std::size_t i = 0; i < digits; ++i)
+        s += alphabet[g_rand_int_range(rand_, 0, 16)];
+    return s;
+}
+
+std::string IdGenerator::Digits(std::size_t digits)
+{
+    std::string s;
+    s.reserve(digits);
+    for (std::size_t i = 0; i < digits; ++i)
+        s += static_cast<char>('0' + g_rand_int_range(rand_, 0, 10));
+    return s;
+}
+
+// ------------------------------------------------------------ AccountRegistry
+
+Account *AccountRegistry::Lookup(const std::string &login_id_or_guid)
+{
+    for (auto &a : accounts_)
+        if (a.login_id == login_id_or_guid || a.guid == login_id_or_guid)
+            return &a;
+    return nullptr;
+}
+
+const Account &AccountRegistry::Find(const std::string &login_id_or_guid) const
+{
+    for (const auto &a : accounts_)
+        if (a.login_id == login_id_or_guid || a.guid == login_id_or_guid)
+            return a;
+    throw AccountError(kErrorNoSuchAccount,
+                       "no registered account has the login id or GUID '" + login_id_or_guid + "'");
+}
+
+const Account &AccountRegistry::Add(const AccountFields &f)
+{
+    if (!f.login_id)
+        throw InvalidAccountArgs("an account needs a login_id");
+    CheckIdentifier("login_id", *f.login_id);
+    if (f.guid)
+        CheckIdentifier("guid", *f.guid);
+    if (f.auth && f.auth->empty())
+        throw InvalidAccountArgs("auth must not be empty (leave it out to have one generated)");
+    Account a;
+    a.login_id = *f.login_id;
+    a.user_pin_set = f.user_pin_set ? Upper(*f.user_pin_set) : "N";
+    if (a.user_pin_set != "Y" && a.user_pin_set != "N")
+        throw InvalidAccountArgs("user_pin_set must be Y or N, not '" + *f.user_pin_set + "'");
+    ResolveCountry(f, a);
+    // Lookups accept a login id or a GUID, so neither may clash with any
+    // identifier of another account.
+    if (Lookup(a.login_id) != nullptr)
+        throw AccountError(kErrorAccountExists, "an account with the login id or GUID '" +
+                                                    a.login_id + "' is already registered");
+    if (f.guid && (Lookup(*f.guid) != nullptr || *f.guid == a.login_id))
+        throw AccountError(kErrorAccountExists, "an account with the login id or GUID '" + *f.guid +
+                                                    "' is already registered");
+    if (accounts_.size() >= kMaxAccounts)
+        throw AccountError(kErrorAccountLimit,
+                           "the device already has " + std::to_string(kMaxAccounts) +
+                               " accounts, the most it can register; remove one first");
+
+    // Generated values in a fixed order, so a seeded run is reproducible.
+    if (f.guid) {
+        a.guid = *f.guid;
+    } else {
+        do
+            a.guid = ids_.Hex(32, true);
+        while (Lookup(a.guid) != nullptr);
+    }
+    a.auth = f.auth ? *f.auth : "UT-" + ids_.Hex(40, false);
+    a.uid = f.uid ? *f.uid : ids_.Digits(10);
+    a.device_id = f.device_id ? *f.device_id : ids_.Hex(20, true);
+    a.icon_path = f.icon_path.value_or("");
+    a.first_name = f.first_name.value_or("");
+    a.last_name = f.last_name.value_or("");
+    a.password = f.password.value_or("");
+    if (f.display_name) {
+        a.display_name = *f.display_name;
+    } else if (!a.first_name.empty() || !a.last_name.empty()) {
+        a.display_name =
+            a.first_name + (a.first_name.empty() || a.last_name.empty() ? "" : " ") + a.last_name;
+    } else {
+        a.display_name = a.login_id.substr(0, a.login_id.find('@'));
+    }
+    accounts_.push_back(std::move(a));
+    return accounts_.back();
+}
+
+Account AccountRegistry::Remove(const std::string &login_id_or_guid)
+{
+    const Account &found = Find(login_id_or_guid);
+    auto it = accounts_.begin() + (&found - accounts_.data());
+    Account removed = *it;
+    if (removed.guid == active_guid_)
+        active_guid_.clear();
+    accounts_.erase(it);
+    return removed;
+}
+
+void AccountRegistry::SignIn(const std::string &login_id_or_guid)
+{
+    const Account &a = Find(login_id_or_guid);
+    if (a.guid == active_guid_)
+        throw AccountError(kErrorAlreadySignedIn,
+                           "account '" + login_id_or_guid + "' is already signed in");
+    active_guid_ = a.guid;
+}
+
+void AccountRegistry::SignOut()
+{
+    if (active_guid_.empty())
+        throw AccountError(kErrorNotSignedIn, "nobody is signed in");
+    active_guid_.clear();
+}
+
+const Account *AccountRegistry::active() const
+{
+    if (active_guid_.empty())
+        return nullptr;
+    for (const auto &a : accounts_)
+        if (a.guid == active_guid_)
+            return &a;
+    return nullptr;
+}
+
+// ------------------------------------------------------------ documents
+
+Json::Value PublicAccount(const Account &a)
+{
+    Json::Value v(Json::objectValue);
+    v["account_id"] = a.login_id;
+    v["account_guid"] = a.guid;
+    v["account_uid"] = a.uid;
+    v["account_icon_path"] = a.icon_path;
+    v["account_auth"] = a.auth;
+    v["user_pin_set"] = a.user_pin_set;
+    v["userCountryCode"] = a.country;
+    v["alpha2CountryCode"] = a.country2;
+    v["displayName"] = a.display_name;
+    v["userDeviceID"] = a.device_id;
+    return v;
+}
+
+Json::Value PublicDocument(const AccountRegistry &registry)
+{
+    Json::Value doc(Json::objectValue);
+    doc["account_count"] = static_cast<Json::Int>(registry.accounts().size());
+    if (const Account *active = registry.active())
+        doc["active_account"] = PublicAccount(*active);
+    Json::Value list(Json::arrayValue);
+    for (const auto &a : registry.accounts())
+        list.append(PublicAccount(a));
+    doc["list"] = list;
+    return doc;
+}
+
+Json::Value DisplayNameObject(const Account &a)
+{
+    Json::Value v(Json::objectValue);
+    v["displayName"] = a.display_name;
+    v["firstName"] = a.first_name;
+    v["lastName"] = a.last_name;
+    return v;
+}
+
+Json::Value InternalAccounts(const AccountRegistry &registry)
+{
+    const Account *active = registry.active();
+    Json::Value list(Json::arrayValue);
+    for (const auto &a : registry.accounts()) {
+        Json::Value v(Json::objectValue);
+        v["login_id"] = a.login_id;
+        v["guid"] = a.guid;
+        v["uid"] = a.uid;
+        v["icon_path"] = a.icon_path;
+        v["auth"] = a.auth;
+        v["user_pin_set"] = a.user_pin_set;
+        v["country"] = a.country;
+        v["country2"] = a.country2;
+        v["display_name"] = a.display_name;
+        v["first_name"] = a.first_name;
+        v["last_name"] = a.last_name;
+        v["device_id"] = a.device_id;
+        v["password"] = a.password;
+        v["active"] = active != nullptr && active->guid == a.guid;
+        list.append(v);
+    }
+    Json::Value out(Json::objectValue);
+    out["accounts"] = list;
+    out["active"] = active ? active->guid : "";
+    return out;
+}
+
+std::string JsonText(const Json::Value &value)
+{
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return Json::writeString(builder, value);
+}
+
+} // namespace ssosim

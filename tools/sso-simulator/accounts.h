@@ -1,0 +1,132 @@
+// The "accounts" layer: the accounts registered on the simulated device and
+// who is signed in. Pure state: nothing here touches the settings store or
+// secure storage (the publisher does), so every rule (limits, uniqueness,
+// what sign-in and sign-out mean) is decided before anything is written.
+#pragma once
+
+#include <gio/gio.h>
+#include <json/value.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace ssosim {
+
+// Error names of refused account operations, so callers can tell them apart.
+inline constexpr const char *kErrorNoSuchAccount =
+    "org.orvex.tv.ssoservice.simulator.Error.NoSuchAccount";
+inline constexpr const char *kErrorAccountExists =
+    "org.orvex.tv.ssoservice.simulator.Error.AccountExists";
+inline constexpr const char *kErrorAccountLimit =
+    "org.orvex.tv.ssoservice.simulator.Error.AccountLimit";
+inline constexpr const char *kErrorNotSignedIn =
+    "org.orvex.tv.ssoservice.simulator.Error.NotSignedIn";
+inline constexpr const char *kErrorAlreadySignedIn =
+    "org.orvex.tv.ssoservice.simulator.Error.AlreadySignedIn";
+inline constexpr const char *kErrorStore = "org.orvex.tv.ssoservice.simulator.Error.Store";
+
+// A refused account operation; error_name is one of the kError* names, or
+// org.freedesktop.DBus.Error.InvalidArgs for malformed input.
+struct AccountError : std::runtime_error {
+    AccountError(std::string name, const std::string &message)
+        : std::runtime_error(message), error_name(std::move(name))
+    {
+    }
+    std::string error_name;
+};
+
+// Malformed account input (unknown key, wrong type, bad country code...).
+AccountError InvalidAccountArgs(const std::string &message);
+
+struct Account {
+    std::string login_id;     // account_id
+    std::string guid;         // account_guid
+    std::string uid;          // account_uid
+    std::string icon_path;    // account_icon_path
+    std::string auth;         // account_auth
+    std::string user_pin_set; // "Y" or "N"
+    std::string country;      // userCountryCode, three letters
+    std::string country2;     // alpha2CountryCode, two letters
+    std::string display_name;
+    std::string first_name;
+    std::string last_name;
+    std::string device_id; // userDeviceID
+    std::string password;  // for ID/password requests; never published
+};
+
+// What a caller asked for; unset fields are generated or defaulted.
+struct AccountFields {
+    std::optional<std::string> login_id, guid, uid, icon_path, auth, user_pin_set, country,
+        country2, display_name, first_name, last_name, device_id, password;
+};
+
+// Reads the a{sv} of AddAccount (every value a string). Throws AccountError.
+AccountFields AccountFieldsFromVariant(GVariant *dict);
+// The keys AccountFieldsFromVariant knows, for messages and help.
+const char *AccountFieldKeys();
+
+// Generated identifiers. Seeded, the sequence is the same on every run, so a
+// test that passes no GUID still knows the one it gets.
+class IdGenerator {
+public:
+    // Without a seed the values differ on every run.
+    explicit IdGenerator(std::optional<std::uint32_t> seed = std::nullopt);
+    ~IdGenerator();
+    IdGenerator(const IdGenerator &) = delete;
+    IdGenerator &operator=(const IdGenerator &) = delete;
+
+    std::string Hex(std::size_t digits, bool upper);
+    std::string Digits(std::size_t digits);
+
+private:
+    GRand *rand_;
+};
+
+class AccountRegistry {
+public:
+    static constexpr std::size_t kMaxAccounts = 6;
+
+    explicit AccountRegistry(IdGenerator &ids) : ids_(ids) {}
+
+    // Validates, fills what is missing and registers. Throws AccountError.
+    const Account &Add(const AccountFields &fields);
+    // By login id or GUID. Throws AccountError (NoSuchAccount).
+    const Account &Find(const std::string &login_id_or_guid) const;
+    // Unregisters; the caller signs the account out first if it is active.
+    Account Remove(const std::string &login_id_or_guid);
+    // Makes the account the active one. Throws AccountError (NoSuchAccount,
+    // AlreadySignedIn).
+    void SignIn(const std::string &guid);
+    // Throws AccountError (NotSignedIn).
+    void SignOut();
+
+    // nullptr when nobody is signed in.
+    const Account *active() const;
+    const std::vector<Account> &accounts() const { return accounts_; }
+
+private:
+    Account *Lookup(const std::string &login_id_or_guid);
+
+    IdGenerator &ids_;
+    std::vector<Account> accounts_; // registration order
+    std::string active_guid_;
+};
+
+// ---- what is published (member names are what readers look for) ----
+
+// One account as the public document lists it (the ten published members).
+Json::Value PublicAccount(const Account &account);
+// {"account_count", "active_account" (only when signed in), "list"}.
+Json::Value PublicDocument(const AccountRegistry &registry);
+// {"displayName", "firstName", "lastName"} of an account.
+Json::Value DisplayNameObject(const Account &account);
+// The full internal list for the control interface, passwords included.
+Json::Value InternalAccounts(const AccountRegistry &registry);
+// Compact JSON text (UTF-8 kept as is).
+std::string JsonText(const Json::Value &value);
+
+} // namespace ssosim
