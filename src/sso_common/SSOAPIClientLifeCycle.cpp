@@ -1,6 +1,7 @@
 #include "SSOAPIClientLifeCycle.h"
 
 #include "SSOAPIUtil.h"
+#include "sso_api_private.h"
 #include "sso_api_proxy.h"
 #include "sso_ss_data_storage.h"
 #include "sso_log.h"
@@ -23,6 +24,9 @@ SSOAPIClientLifeCycle::~SSOAPIClientLifeCycle()
     try {
         SSOAPIUtil::SetClientToTerminated();
         SSO_LOGW_G("m_appId[%s] Alive[%d]", m_appId.c_str(), SSOAPIUtil::IsClientAlive() ? 1 : 0);
+        // The settings watches go before anything they could call into.
+        sso_private_clear_vconf_view_state_callback();
+        sso_private_unsubscribe_vconf_login_state_change();
         // One singleton lock at a time, in this order: transport, caller
         // identity, data cache.
         SSOAPISingleton<CSSOSvcGdbus>::RemoveInstance();

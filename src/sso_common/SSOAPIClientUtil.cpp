@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 #include "ICVConf.h"
 #include "SSOAPIUtil.h"
@@ -395,4 +396,33 @@ bool SSOAPIClientUtil::GetUserDisplayName(const std::string &key, std::string &o
         SSO_LOGE("Exception handle by %s", e.what());
         return false;
     }
+}
+
+std::string SSOAPIClientUtil::GetAccountEventSubType()
+{
+    std::string extra;
+    ICVConf::GetAccountEventExtra(extra);
+    std::vector<std::string> pieces;
+    SSOAPIUtil::SplitParam(extra, "|", pieces);
+    if (pieces.size() < 3) {
+        SSO_LOGE("vecEventExtra.size < 3");
+        return "NONE";
+    }
+    SSO_LOGY("subEvent[%s]", pieces[2].c_str());
+    return pieces[2];
+}
+
+bool SSOAPIClientUtil::IsTemporaryLogoutCondition()
+{
+    int status = 0;
+    if (!ICVConf::GetTempLogoutStatus(status)) {
+        SSO_LOGY("It seems that there is no vconf key. Return true.");
+        return true;
+    }
+    if (status == 1) {
+        SSO_LOG_END_F("status is IENUM_SA_TEMP_LOGOUT_STATUS_ON. Return true.");
+        return true;
+    }
+    SSO_LOG_END_F("status is (%d). Return false.", status);
+    return false;
 }

@@ -12,6 +12,10 @@
 
 #include "sso_accounts_info.h"
 
+#include <gio/gio.h>
+
+struct _SSOAPIReqAuthCodeWithDSCData;
+
 // The argument shape of a client callback method; the value is the shape's
 // number. Shapes 0 to 2 carry user_data after the result, 3 to 6 right after
 // request_id.
@@ -73,9 +77,22 @@ public:
     // The member named key of the display-name object in "db/sso/display_name".
     static bool GetUserDisplayName(const std::string &key, std::string &out);
 
+    // The sub-type of the last account event: the third "|"-separated piece
+    // of "memory/sso/event_extra", or "NONE".
+    static std::string GetAccountEventSubType();
+    // Whether the signed-out state is only a temporary logout: true when the
+    // status is 1 or cannot be read.
+    static bool IsTemporaryLogoutCondition();
+
     static bool m_GetJsonObjectFromString(std::string &text, Json::Value &out);
     static bool m_IsAccountIdRegistered(std::string &accountsInfoJsonString, int numOfAccounts,
                                         const char *accountId);
+
+    // The input tuple of an auth-code-with-DSC request; its shape follows the
+    // record's method name. False when no tuple was made.
+    static bool GetDBusInputParamReqestAuthCodeWithDSC(int aeIndex,
+                                                       const _SSOAPIReqAuthCodeWithDSCData &data,
+                                                       GVariant **ppParamIn);
 
 private:
     static const std::map<std::string, CLIENT_DBUS_METHOD_TYPE> m_clientDBusMethodTypeInfo;

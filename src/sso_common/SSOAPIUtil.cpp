@@ -261,3 +261,17 @@ void SSOAPIUtil::PrintActiveAccountInfo(const sso_accounts_info &info)
     SSO_LOGY("userDeviceID [%s]", devel ? info.userDeviceID.c_str() : hidden);
     SSO_LOGY("strUserIconPath [%s]", info.strUserIconPath.c_str());
 }
+
+std::string SSOAPIUtil::ConvertEnforceLoginTypeToString(int type)
+{
+    switch (type) {
+    case 0:
+        return "IENUM_COMSS_ENFORCE_LOGIN_UNDECIDED";
+    case 1:
+        return "IENUM_COMSS_ENFORCE_LOGIN_Y";
+    case 2:
+        return "IENUM_COMSS_ENFORCE_LOGIN_N";
+    default:
+        return "UNKNOWN_ENFORCE_LOGIN_TYPE";
+    }
+}

@@ -47,6 +47,9 @@ public:
     // (size > 0): a final line feed is dropped, the first argument counts.
     static std::string AppIdFromCmdline(char *buffer, size_t size);
 
+    // The name of an enforce-login setting value.
+    static std::string ConvertEnforceLoginTypeToString(int type);
+
     // Logs the active account; identifying values only with the debug marker,
     // the auth token and the raw document never.
     static void PrintActiveAccountInfo(const sso_accounts_info &info);

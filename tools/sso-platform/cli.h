@@ -72,6 +72,8 @@ struct Group {
 // The groups, one function a group; each lives in its own cmd_<group>.cpp.
 const Group &VconfGroup();
 const Group &SsGroup();
+const Group &FeatureGroup();
+const Group &AppGroup();
 
 // Parses argv (after the group name) against the group's tables and runs the
 // chosen command. Throws UsageError or Failure; returns the exit status.

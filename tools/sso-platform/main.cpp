@@ -24,6 +24,8 @@ using namespace ssoplatform;
 const Group &(*const kGroups[])() = {
     &VconfGroup,
     &SsGroup,
+    &FeatureGroup,
+    &AppGroup,
 };
 
 void PrintHelp(std::FILE *out)
@@ -50,8 +52,10 @@ void PrintHelp(std::FILE *out)
                  "Examples:\n"
                  "  %s vconf set db/sso/login_status 1 --type int\n"
                  "  %s --root /tmp/device vconf get db/sso/login_status\n"
-                 "  %s ss put sso/accounts accounts.json\n",
-                 kProgram, kProgram, kProgram, kProgram);
+                 "  %s ss put sso/accounts accounts.json\n"
+                 "  %s feature set com.veltra/featureconf/account.signin_mandatory true\n"
+                 "  %s app add org.orvex.account.signin --exec /usr/bin/signin-ui\n",
+                 kProgram, kProgram, kProgram, kProgram, kProgram, kProgram);
 }
 
 void SetRoot(const std::string &dir)

@@ -23,17 +23,22 @@ void AccountService::Start()
 void AccountService::AddDemoAccounts()
 {
     struct Demo {
-        const char *login_id, *first, *last, *country, *pin, *icon, *password;
+        const char *login_id, *first, *last, *country, *pin, *icon, *password, *birth_date,
+            *mobile, *family_group;
     };
     // Plausible people on reserved example domains: nothing here can be
     // mistaken for a real account.
     static const Demo kDemo[] = {
+    // The first two share a family group. Phone numbers are from ranges
+    // reserved for fiction.
+    static const Demo kDemo[] = {
         {"jamie.rivera@example.com", "Jamie", "Rivera", "USA", "N", "/opt/sso-demo/icons/jamie.png",
-         "demo-password-1"},
+         "demo-password-1", "19880412", "+1-202-555-0143", "FG-DEMO-HOUSEHOLD"},
         {"seoyeon.park@example.com", "Seoyeon", "Park", "KOR", "Y",
-         "/opt/sso-demo/icons/seoyeon.png", "demo-password-2"},
+         "/opt/sso-demo/icons/seoyeon.png", "demo-password-2", "19930927", "+82-10-5550-0192",
+         "FG-DEMO-HOUSEHOLD"},
         {"lukas.weber@example.org", "Lukas", "Weber", "DEU", "N", "/opt/sso-demo/icons/lukas.png",
-         "demo-password-3"},
+         "demo-password-3", "19751103", "", nullptr},
     };
     for (const auto &d : kDemo) {
         AccountFields f;
@@ -44,6 +49,10 @@ void AccountService::AddDemoAccounts()
         f.user_pin_set = d.pin;
         f.icon_path = d.icon;
         f.password = d.password;
+        f.birth_date = d.birth_date;
+        f.mobile_num = d.mobile;
+        if (d.family_group != nullptr)
+            f.family_group = d.family_group;
         Add(f);
     }
 }

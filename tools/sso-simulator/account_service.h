@@ -33,6 +33,11 @@ public:
     // Signs in; when someone else is signed in, switches.
     void SignIn(const std::string &login_id_or_guid);
     void SignOut();
+    // Not published (passwords never are).
+    void SetPassword(const std::string &login_id_or_guid, const std::string &password)
+    {
+        registry_.SetPassword(login_id_or_guid, password);
+    }
     void Publish() { publisher_.PublishCurrent(registry_); }
     void WritePublicData(const std::string &text) { publisher_.WriteRawDocument(text); }
     void SetApplicationData(const std::string &package, const std::string &guid,

@@ -39,20 +39,6 @@ bool AllLetters(const std::string &s)
     return std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isalpha(c) != 0; });
 }
 
-// Login ids and GUIDs travel in "id|guid|TYPE|..." strings, so neither may
-// hold the separator; control characters would corrupt logs and settings.
-void CheckIdentifier(const char *what, const std::string &value)
-{
-    if (value.empty())
-        throw InvalidAccountArgs(std::string(what) + " must not be empty");
-    if (value.size() > 255)
-        throw InvalidAccountArgs(std::string(what) + " is longer than 255 bytes");
-    for (unsigned char c : value)
-        if (c == '|' || c < 0x20 || c == 0x7f)
-            throw InvalidAccountArgs(std::string(what) +
-                                     " must not contain '|' or control characters");
-}
-
 void ResolveCountry(const AccountFields &f, Account &a)
 {
     std::string c3 = f.country ? Upper(*f.country) : "";
@@ -84,6 +70,49 @@ void ResolveCountry(const AccountFields &f, Account &a)
     a.country2 = c2;
 }
 
+// "YYYYMMDD" of a real calendar day.
+bool IsBirthDate(const std::string &s)
+{
+    if (s.size() != 8 || !std::all_of(s.begin(), s.end(), [](unsigned char c) {
+            return std::isdigit(c) != 0;
+        }))
+        return false;
+    const int year = std::stoi(s.substr(0, 4));
+    const int month = std::stoi(s.substr(4, 2));
+    const int day = std::stoi(s.substr(6, 2));
+    return year >= 1900 && month >= 1 && month <= 12 && day >= 1 &&
+           g_date_valid_dmy(static_cast<GDateDay>(day), static_cast<GDateMonth>(month),
+                            static_cast<GDateYear>(year));
+}
+
+// A plausible postal code for the country, so a profile looks filled in.
+std::string DefaultZipCode(const std::string &country2)
+{
+    static const std::map<std::string, std::string> kZip = {
+        {"US", "10001"}, {"KR", "06164"}, {"DE", "10115"},    {"GB", "SW1A 1AA"},
+        {"FR", "75001"}, {"JP", "100-0001"}, {"CA", "K1A 0B1"}, {"ES", "28001"},
+        {"IT", "00118"}, {"BR", "01310-100"}, {"IN", "110001"}, {"AU", "2000"},
+    };
+    auto it = kZip.find(country2);
+    return it == kZip.end() ? "" : it->second;
+}
+
+void ResolveProfile(const AccountFields &f, Account &a)
+{
+    a.prefix_name = f.prefix_name.value_or("");
+    a.birth_date = f.birth_date.value_or("19900101");
+    if (!a.birth_date.empty() && !IsBirthDate(a.birth_date))
+        throw InvalidAccountArgs("birth_date must be a date as YYYYMMDD (e.g. 19851231), not '" +
+                                 a.birth_date + "'");
+    a.zip_code = f.zip_code ? *f.zip_code : DefaultZipCode(a.country2);
+    a.mobile_num = f.mobile_num.value_or("");
+    a.receive_email = f.receive_email ? Upper(*f.receive_email) : "N";
+    if (a.receive_email != "Y" && a.receive_email != "N")
+        throw InvalidAccountArgs("receive_email must be Y or N, not '" + *f.receive_email + "'");
+    if (f.family_group)
+        CheckIdentifier("family_group", *f.family_group);
+}
+
 } // namespace
 
 AccountError InvalidAccountArgs(const std::string &message)
@@ -91,10 +120,25 @@ AccountError InvalidAccountArgs(const std::string &message)
     return AccountError(kInvalidArgsName, message);
 }
 
+// Login ids and GUIDs travel in "id|guid|TYPE|..." strings, so neither may
+// hold the separator; control characters would corrupt logs and settings.
+void CheckIdentifier(const char *what, const std::string &value)
+{
+    if (value.empty())
+        throw InvalidAccountArgs(std::string(what) + " must not be empty");
+    if (value.size() > 255)
+        throw InvalidAccountArgs(std::string(what) + " is longer than 255 bytes");
+    for (unsigned char c : value)
+        if (c == '|' || c < 0x20 || c == 0x7f)
+            throw InvalidAccountArgs(std::string(what) +
+                                     " must not contain '|' or control characters");
+}
+
 const char *AccountFieldKeys()
 {
     return "login_id, guid, uid, icon_path, auth, user_pin_set, country, country2, "
-           "display_name, first_name, last_name, device_id, password";
+           "display_name, first_name, last_name, device_id, password, prefix_name, birth_date, "
+           "zip_code, mobile_num, receive_email, family_group";
 }
 
 AccountFields AccountFieldsFromVariant(GVariant *dict)
@@ -116,6 +160,12 @@ AccountFields AccountFieldsFromVariant(GVariant *dict)
         {"last_name", &AccountFields::last_name},
         {"device_id", &AccountFields::device_id},
         {"password", &AccountFields::password},
+        {"prefix_name", &AccountFields::prefix_name},
+        {"birth_date", &AccountFields::birth_date},
+        {"zip_code", &AccountFields::zip_code},
+        {"mobile_num", &AccountFields::mobile_num},
+        {"receive_email", &AccountFields::receive_email},
+        {"family_group", &AccountFields::family_group},
     };
     GVariantIter iter;
     g_variant_iter_init(&iter, dict);
@@ -167,6 +217,23 @@ std::string IdGenerator::Digits(std::size_t digits)
     return s;
 }
 
+std::string IdGenerator::Base64Url(std::size_t bytes)
+{
+    std::vector<guchar> raw(bytes);
+    for (auto &b : raw)
+        b = static_cast<guchar>(g_rand_int_range(rand_, 0, 256));
+    CharPtr encoded(g_base64_encode(raw.data(), raw.size()));
+    std::string s = encoded.get();
+    for (auto &c : s) {
+        if (c == '+')
+            c = '-';
+        else if (c == '/')
+            c = '_';
+    }
+    s.erase(s.find_last_not_of('=') + 1);
+    return s;
+}
+
 // ------------------------------------------------------------ AccountRegistry
 
 Account *AccountRegistry::Lookup(const std::string &login_id_or_guid)
@@ -201,6 +268,7 @@ const Account &AccountRegistry::Add(const AccountFields &f)
     if (a.user_pin_set != "Y" && a.user_pin_set != "N")
         throw InvalidAccountArgs("user_pin_set must be Y or N, not '" + *f.user_pin_set + "'");
     ResolveCountry(f, a);
+    ResolveProfile(f, a);
     // Lookups accept a login id or a GUID, so neither may clash with any
     // identifier of another account.
     if (Lookup(a.login_id) != nullptr)
@@ -229,6 +297,8 @@ const Account &AccountRegistry::Add(const AccountFields &f)
     a.first_name = f.first_name.value_or("");
     a.last_name = f.last_name.value_or("");
     a.password = f.password.value_or("");
+    // Without a shared group each account has a family group of its own.
+    a.family_group = f.family_group ? *f.family_group : "FG-" + a.guid.substr(0, 16);
     if (f.display_name) {
         a.display_name = *f.display_name;
     } else if (!a.first_name.empty() || !a.last_name.empty()) {
@@ -250,6 +320,30 @@ Account AccountRegistry::Remove(const std::string &login_id_or_guid)
         active_guid_.clear();
     accounts_.erase(it);
     return removed;
+}
+
+const Account *AccountRegistry::FindByLoginId(const std::string &login_id) const
+{
+    for (const auto &a : accounts_)
+        if (a.login_id == login_id)
+            return &a;
+    return nullptr;
+}
+
+const Account *AccountRegistry::FindByGuid(const std::string &guid) const
+{
+    for (const auto &a : accounts_)
+        if (a.guid == guid)
+            return &a;
+    return nullptr;
+}
+
+void AccountRegistry::SetPassword(const std::string &login_id_or_guid, const std::string &password)
+{
+    if (password.empty())
+        throw InvalidAccountArgs("the password must not be empty");
+    Find(login_id_or_guid); // the error when there is none
+    Lookup(login_id_or_guid)->password = password;
 }
 
 void AccountRegistry::SignIn(const std::string &login_id_or_guid)
@@ -337,6 +431,12 @@ Json::Value InternalAccounts(const AccountRegistry &registry)
         v["last_name"] = a.last_name;
         v["device_id"] = a.device_id;
         v["password"] = a.password;
+        v["prefix_name"] = a.prefix_name;
+        v["birth_date"] = a.birth_date;
+        v["zip_code"] = a.zip_code;
+        v["mobile_num"] = a.mobile_num;
+        v["receive_email"] = a.receive_email;
+        v["family_group"] = a.family_group;
         v["active"] = active != nullptr && active->guid == a.guid;
         list.append(v);
     }

@@ -42,6 +42,11 @@ struct AccountError : std::runtime_error {
 // Malformed account input (unknown key, wrong type, bad country code...).
 AccountError InvalidAccountArgs(const std::string &message);
 
+// Login ids, GUIDs and group ids: not empty, at most 255 bytes, no '|' (they
+// travel in "id|guid|..." strings) and no control characters. Throws
+// AccountError (InvalidArgs) naming what.
+void CheckIdentifier(const char *what, const std::string &value);
+
 struct Account {
     std::string login_id;     // account_id
     std::string guid;         // account_guid
@@ -56,12 +61,22 @@ struct Account {
     std::string last_name;
     std::string device_id; // userDeviceID
     std::string password;  // for ID/password requests; never published
+    // Profile, answered by the profile requests; never published.
+    std::string prefix_name;
+    std::string birth_date; // YYYYMMDD, or "" when unknown
+    std::string zip_code;
+    std::string mobile_num;
+    std::string receive_email; // "Y" or "N"
+    // Accounts with the same id share a family group; the first registered
+    // member owns it.
+    std::string family_group;
 };
 
 // What a caller asked for; unset fields are generated or defaulted.
 struct AccountFields {
     std::optional<std::string> login_id, guid, uid, icon_path, auth, user_pin_set, country,
-        country2, display_name, first_name, last_name, device_id, password;
+        country2, display_name, first_name, last_name, device_id, password, prefix_name,
+        birth_date, zip_code, mobile_num, receive_email, family_group;
 };
 
 // Reads the a{sv} of AddAccount (every value a string). Throws AccountError.
@@ -81,6 +96,9 @@ public:
 
     std::string Hex(std::size_t digits, bool upper);
     std::string Digits(std::size_t digits);
+    // bytes random bytes in unpadded base64url ('-' and '_', no '='), as
+    // opaque tokens are written.
+    std::string Base64Url(std::size_t bytes);
 
 private:
     GRand *rand_;
@@ -98,6 +116,11 @@ public:
     const Account &Find(const std::string &login_id_or_guid) const;
     // Unregisters; the caller signs the account out first if it is active.
     Account Remove(const std::string &login_id_or_guid);
+    // Exact lookups; nullptr when there is none.
+    const Account *FindByLoginId(const std::string &login_id) const;
+    const Account *FindByGuid(const std::string &guid) const;
+    // Throws AccountError (NoSuchAccount, or InvalidArgs for an empty one).
+    void SetPassword(const std::string &login_id_or_guid, const std::string &password);
     // Makes the account the active one. Throws AccountError (NoSuchAccount,
     // AlreadySignedIn).
     void SignIn(const std::string &guid);

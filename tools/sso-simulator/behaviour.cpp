@@ -150,8 +150,8 @@ EffectiveBehaviour BehaviourTable::For(const std::string &method) const
     if (own != scripted_.end())
         merged.MergeFrom(own->second);
     EffectiveBehaviour e;
-    e.accept = merged.accept.value_or(e.accept);
-    e.result = merged.result.value_or(e.result);
+    e.accept = merged.accept;
+    e.result = merged.result;
     if (merged.payloads)
         e.payloads = *merged.payloads;
     e.answer_delay_ms = merged.answer_delay_ms.value_or(0);

@@ -34,10 +34,11 @@ struct Behaviour {
     std::string Describe() const;
 };
 
-// What a request actually gets: every field resolved.
+// What a request actually gets: every field resolved. accept and result stay
+// unset when nobody scripted them: the service decides them from its state.
 struct EffectiveBehaviour {
-    std::int32_t accept = 1;
-    std::int32_t result = 0;
+    std::optional<std::int32_t> accept;
+    std::optional<std::int32_t> result;
     std::vector<std::string> payloads;
     std::uint32_t answer_delay_ms = 0;
     std::uint32_t result_delay_ms = 0;

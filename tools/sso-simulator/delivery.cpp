@@ -46,14 +46,45 @@ GVariant *StringOfType(const std::string &type, const std::string &value)
     throw std::runtime_error("client argument of type '" + type + "' where a string belongs");
 }
 
+// A string argument that carries payload (not the sender or the echo).
+bool IsPayload(const ClientMethod &client, std::size_t i)
+{
+    const ClientArg &arg = client.args[i];
+    return i > 1 && arg.type == "s" && arg.name != "obj_name" && arg.name != "method_call";
+}
+
 } // namespace
 
+ResolvedResult ResolveResult(const ClientMethod *client, const Request &request,
+                             const EffectiveBehaviour &behaviour, const Outcome &outcome,
+                             PayloadProvider &payloads)
+{
+    ResolvedResult r;
+    r.result = behaviour.result.value_or(outcome.result);
+    r.strings = outcome.values;
+    if (client == nullptr)
+        return r;
+    std::size_t next_payload = 0;
+    for (std::size_t i = 0; i < client->args.size(); ++i) {
+        if (!IsPayload(*client, i))
+            continue;
+        const std::string &name = client->args[i].name;
+        if (next_payload < behaviour.payloads.size()) {
+            r.strings[name] = behaviour.payloads[next_payload];
+            r.scripted.insert(name);
+        } else if (outcome.values.count(name) == 0) {
+            r.strings[name] =
+                outcome.blank ? "" : payloads.ResultString(request, client->name, name);
+        }
+        ++next_payload;
+    }
+    return r;
+}
+
 VariantPtr BuildResultArgs(const ClientMethod &client, const Request &request,
-                           const EffectiveBehaviour &behaviour, PayloadProvider &payloads,
-                           const std::string &own_object_name)
+                           const ResolvedResult &result, const std::string &own_object_name)
 {
     std::vector<GVariant *> children;
-    std::size_t next_payload = 0;
     try {
         for (std::size_t i = 0; i < client.args.size(); ++i) {
             const ClientArg &arg = client.args[i];
@@ -73,13 +104,10 @@ VariantPtr BuildResultArgs(const ClientMethod &client, const Request &request,
             } else if (arg.name == "method_call") {
                 v = StringOfType(arg.type, request.method_call);
             } else if (arg.name == "result") {
-                v = IntegerOfType(arg.type, behaviour.result);
+                v = IntegerOfType(arg.type, result.result);
             } else if (arg.type == "s") {
-                std::string value = next_payload < behaviour.payloads.size()
-                                        ? behaviour.payloads[next_payload]
-                                        : payloads.ResultString(request, client.name, arg.name);
-                ++next_payload;
-                v = g_variant_new_string(value.c_str());
+                auto it = result.strings.find(arg.name);
+                v = g_variant_new_string(it == result.strings.end() ? "" : it->second.c_str());
             } else {
                 v = IntegerOfType(arg.type, 0);
             }
@@ -101,10 +129,9 @@ struct Delivery::Pending {
     Done done;
 };
 
-Delivery::Delivery(GDBusConnection *connection, const Contract &contract, PayloadProvider &payloads,
+Delivery::Delivery(GDBusConnection *connection, const Contract &contract,
                    std::string own_object_name)
-    : connection_(connection), contract_(contract), payloads_(payloads),
-      own_object_name_(std::move(own_object_name)), cancellable_(g_cancellable_new())
+    : connection_(connection), contract_(contract), own_object_name_(std::move(own_object_name)), cancellable_(g_cancellable_new())
 {
 }
 
@@ -114,7 +141,7 @@ Delivery::~Delivery()
     g_object_unref(cancellable_);
 }
 
-void Delivery::Deliver(const Request &request, const EffectiveBehaviour &behaviour)
+void Delivery::Deliver(const Request &request, const ResolvedResult &result)
 {
     const std::string &rpc = request.method->name;
     const ClientMethod *client = contract_.FindClientMethod(request.method_call);
@@ -133,7 +160,7 @@ void Delivery::Deliver(const Request &request, const EffectiveBehaviour &behavio
     }
     VariantPtr args;
     try {
-        args = BuildResultArgs(*client, request, behaviour, payloads_, own_object_name_);
+        args = BuildResultArgs(*client, request, result, own_object_name_);
     } catch (const std::exception &e) {
         SIM_LOGE("%s request_id %lld: cannot build %s: %s", rpc.c_str(),
                  static_cast<long long>(request.request_id), client->name.c_str(), e.what());
@@ -142,7 +169,7 @@ void Delivery::Deliver(const Request &request, const EffectiveBehaviour &behavio
     records_.push_back({bus_name, client->name, PrintVariant(args.get())});
     SIM_LOGI("deliver %s to %s (request %s, request_id %lld, result %d)", client->name.c_str(),
              bus_name.c_str(), rpc.c_str(), static_cast<long long>(request.request_id),
-             behaviour.result);
+             result.result);
     const long long request_id = request.request_id;
     const std::string client_method = client->name;
     Send(bus_name, client->name, args.get(),

@@ -1,5 +1,6 @@
 #include "service.h"
 
+#include <cstdint>
 #include <exception>
 #include <stdexcept>
 
@@ -8,9 +9,10 @@
 namespace ssosim {
 
 Service::Service(GDBusConnection *connection, const Contract &contract, BehaviourTable &behaviours,
-                 PayloadProvider &payloads, Delivery &delivery, Timers &timers)
-    : connection_(connection), contract_(contract), behaviours_(behaviours), payloads_(payloads),
-      delivery_(delivery), timers_(timers)
+                 RequestFamilies &families, PayloadProvider &payloads, Delivery &delivery,
+                 Timers &timers)
+    : connection_(connection), contract_(contract), behaviours_(behaviours), families_(families),
+      payloads_(payloads), delivery_(delivery), timers_(timers)
 {
 }
 
@@ -114,26 +116,54 @@ void Service::Answer(Invocation &invocation, const std::shared_ptr<const Request
                                               g_variant_new("(s)", data.c_str()));
         return;
     }
-    SIM_LOGI("answer %s: %d", method.c_str(), behaviour.accept);
-    g_dbus_method_invocation_return_value(invocation.release(),
-                                          g_variant_new("(i)", behaviour.accept));
+    const RequestKind kind = request->method->kind;
+    const std::int32_t accept =
+        behaviour.accept ? *behaviour.accept
+                         : (kind == RequestKind::Sync ? families_.SyncAccept(*request) : 1);
+    SIM_LOGI("answer %s: %d", method.c_str(), accept);
+    g_dbus_method_invocation_return_value(invocation.release(), g_variant_new("(i)", accept));
 
-    if (request->method->kind != RequestKind::Async || behaviour.accept != 1)
+    if (kind == RequestKind::Sync && accept == 1)
+        families_.SyncAccepted(*request);
+    if (kind != RequestKind::Async || accept != 1)
         return;
-    if (behaviour.drop_result) {
-        SIM_LOGI("%s request_id %lld: result dropped as scripted", method.c_str(),
-                 static_cast<long long>(request->request_id));
-        return;
-    }
     // The answer is queued on the connection before the delivery call, so the
     // client always sees the answer first.
     if (behaviour.result_delay_ms == 0) {
-        delivery_.Deliver(*request, behaviour);
+        Complete(*request, behaviour);
         return;
     }
-    SIM_LOGD("%s: delivering in %u ms", method.c_str(), behaviour.result_delay_ms);
+    SIM_LOGD("%s: result due in %u ms", method.c_str(), behaviour.result_delay_ms);
     timers_.After(behaviour.result_delay_ms,
-                  [this, request, behaviour]() { delivery_.Deliver(*request, behaviour); });
+                  [this, request, behaviour]() { Complete(*request, behaviour); });
+}
+
+void Service::Complete(const Request &request, const EffectiveBehaviour &behaviour)
+{
+    const std::string &method = request.method->name;
+    const Outcome outcome = families_.Compute(request);
+    ResolvedResult result =
+        ResolveResult(contract_.FindClientMethod(request.method_call), request, behaviour,
+                      outcome, payloads_);
+    // A scripted failure means the service did nothing; a refusal has no
+    // commit. A dropped result still leaves the state changed: only the
+    // delivery is lost.
+    if (outcome.commit && outcome.result == kResultOk && result.result == kResultOk) {
+        try {
+            outcome.commit(result.strings, result.scripted);
+        } catch (const AccountError &e) {
+            SIM_LOGE("%s request_id %lld: state change failed: %s", method.c_str(),
+                     static_cast<long long>(request.request_id), e.error_name.c_str());
+            if (!behaviour.result)
+                result.result = kResultServiceError;
+        }
+    }
+    if (behaviour.drop_result) {
+        SIM_LOGI("%s request_id %lld: result dropped as scripted", method.c_str(),
+                 static_cast<long long>(request.request_id));
+        return;
+    }
+    delivery_.Deliver(request, result);
 }
 
 } // namespace ssosim

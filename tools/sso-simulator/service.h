@@ -1,6 +1,9 @@
 // The simulated SSO service object: every request is journaled, then treated
 // as its method's behaviour says (answer now, later, with an error, or
-// never; deliver the result, later, or not at all).
+// never; deliver the result, later, or not at all). What nobody scripted (the
+// answer of a synchronous control, the result and payloads of an
+// asynchronous request) the request families decide from the state when it
+// is due; the state changes only when the delivered result is 0.
 #pragma once
 
 #include <gio/gio.h>
@@ -12,6 +15,7 @@
 #include "behaviour.h"
 #include "contract.h"
 #include "delivery.h"
+#include "families.h"
 #include "payloads.h"
 #include "records.h"
 #include "timers.h"
@@ -21,7 +25,8 @@ namespace ssosim {
 class Service {
 public:
     Service(GDBusConnection *connection, const Contract &contract, BehaviourTable &behaviours,
-            PayloadProvider &payloads, Delivery &delivery, Timers &timers);
+            RequestFamilies &families, PayloadProvider &payloads, Delivery &delivery,
+            Timers &timers);
     ~Service();
     Service(const Service &) = delete;
     Service &operator=(const Service &) = delete;
@@ -46,10 +51,14 @@ private:
                 Invocation &invocation);
     void Answer(Invocation &invocation, const std::shared_ptr<const Request> &request,
                 const EffectiveBehaviour &behaviour);
+    // The result of an accepted asynchronous request, when it is due:
+    // decided, the state changed, then delivered (unless dropped).
+    void Complete(const Request &request, const EffectiveBehaviour &behaviour);
 
     GDBusConnection *connection_;
     const Contract &contract_;
     BehaviourTable &behaviours_;
+    RequestFamilies &families_;
     PayloadProvider &payloads_;
     Delivery &delivery_;
     Timers &timers_;

@@ -1,0 +1,746 @@
+// Token, auth-code and account-operation requests. Every asynchronous one
+// checks its arguments and preconditions, takes an ae_index, packs one tuple
+// and hands it to the request frame; the service later delivers the result
+// on the client method named in the tuple's last field.
+#include <sso_api/sso_api.h>
+
+#include <cstdint>
+#include <string>
+
+#include "SSOAPIClientUtil.h"
+#include "SSOAPISystemInfo.h"
+#include "sso_api_guard.h"
+#include "sso_api_private.h"
+#include "sso_log.h"
+
+// Never reset: the index simply wraps.
+std::atomic<int32_t> s_aync_event_index{0};
+std::atomic<bool> s_is_sso_service_alive{false};
+
+int32_t sso_private_take_event_index()
+{
+    return s_aync_event_index.fetch_add(1, std::memory_order_relaxed);
+}
+
+bool sso_private_is_sso_service_alive()
+{
+    if (s_is_sso_service_alive.load(std::memory_order_relaxed))
+        return true;
+    // Two threads may both ask before either succeeds; that only costs a
+    // round trip.
+    if (sso_check_alive() != 0)
+        return false;
+    s_is_sso_service_alive.store(true, std::memory_order_relaxed);
+    return true;
+}
+
+namespace {
+
+const char *OnOff(bool flag)
+{
+    return flag ? "on" : "off";
+}
+
+// Sends a request that takes no callback: "(sxs)" of the object name, the
+// request id and the method name.
+int SendWithoutCallback(const char *method)
+{
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *reply = nullptr;
+    return sso_private_request_method(
+        method, g_variant_new("(sxs)", objName.c_str(), static_cast<gint64>(dbusProxyTid), method),
+        &reply);
+}
+
+} // namespace
+
+// ------------------------------------------------------------------- switch
+
+int sso_private_request_switch_account_by_id_or_guid(const char *account_id, const char *guid,
+                                                     sso_response_data_cb callback, void *user_data,
+                                                     const char *extra)
+{
+    SSO_LOG_START();
+    if (account_id == nullptr && guid == nullptr) {
+        SSO_LOGE("account_id and account_guid are null");
+        return -1;
+    }
+    if (callback == nullptr) {
+        SSO_LOG_CHECK_NULL("switch_account_cb is null");
+        return -1;
+    }
+    // The account id wins when both are given.
+    std::string accountInfo;
+    const char *method = nullptr;
+    bool byGuid = false;
+    if (account_id != nullptr && account_id[0] != '\0') {
+        accountInfo = account_id;
+        method = "sso_switch_account";
+    } else if (guid != nullptr && guid[0] != '\0') {
+        accountInfo = guid;
+        method = "sso_switch_account_by_guid";
+        byGuid = true;
+    }
+    if (accountInfo.empty()) {
+        SSO_LOGE("accountInfo is empty");
+        return -1;
+    }
+    // Unlike the other requests, an empty extra also counts as absent.
+    std::string paramExtra = (extra == nullptr || extra[0] == '\0') ? "HAS_NO_VALUE" : extra;
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    // A GUID identifies the user: it goes only into the [DEVEL] line.
+    SSO_LOGY("methodName[%s] accountInfo[%s] switch_account_cb[%lld] dbusProxyTid[%lld]", method,
+             byGuid ? "<hidden>" : accountInfo.c_str(), sso_private_pointer_log(callback),
+             dbusProxyTid);
+    if (byGuid)
+        SSO_LOG_DEVEL("accountInfo = %s", accountInfo.c_str());
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(sssxxxis)", objName.c_str(), accountInfo.c_str(), paramExtra.c_str(),
+                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+                      sso_private_pointer_value(user_data), aeIndex, method);
+    GVariant *reply = nullptr;
+    return sso_private_request_method(method, parameters, &reply);
+}
+
+extern "C" {
+
+// ---------------------------------------------------------- access tokens
+
+SSO_API int sso_request_access_token_with_scope(const char *app_id, const char *secret_key,
+                                                const char *scope,
+                                                sso_request_access_token_cb callback,
+                                                void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr || secret_key == nullptr || callback == nullptr) {
+        SSO_LOGE("app_id ,secret_key or request_access_token_cb is nullptr");
+        return -1;
+    }
+    SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
+    SSO_LOG_DEVEL("app_id = %s, secret_key = %s, paramScope = %s, request_access_token_cb = %lld, "
+                  "dbusProxyTid = %lld",
+                  app_id, secret_key, paramScope.c_str(), sso_private_pointer_log(callback),
+                  dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(ssssxxxis)", objName.c_str(), app_id, secret_key, paramScope.c_str(),
+                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+                      sso_private_pointer_value(user_data), aeIndex, "sso_request_access_token");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_request_access_token", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_access_token(const char *app_id, const char *secret_key,
+                                     sso_request_access_token_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    return sso_request_access_token_with_scope(app_id, secret_key, nullptr, callback, user_data);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_access_token_using_authcode(const char *app_id, const char *secret_key,
+                                                    const char *auth_code, const char *scope,
+                                                    sso_request_access_token_cb callback,
+                                                    void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr || secret_key == nullptr || auth_code == nullptr || callback == nullptr) {
+        SSO_LOGE("app_id ,secret_key or auth_code or request_access_token_cb is NULL");
+        return -1;
+    }
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
+    SSO_LOG_DEVEL("app_id = %s, secret_key = %s, auth_code = %s, paramScope = %s, "
+                  "request_access_token_cb = %lld, dbusProxyTid = %lld",
+                  app_id, secret_key, auth_code, paramScope.c_str(),
+                  sso_private_pointer_log(callback), dbusProxyTid);
+
+    // Sent to its own server method, but delivered like any access token.
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters = g_variant_new(
+        "(sssssxxxis)", objName.c_str(), app_id, secret_key, auth_code, paramScope.c_str(),
+        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+        sso_private_pointer_value(user_data), aeIndex, "sso_request_access_token");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_request_access_token_using_authcode", parameters,
+                                      &reply);
+}
+SSO_API_CATCH(-1)
+
+// ------------------------------------------------------------- auth codes
+
+SSO_API int sso_request_auth_code(const char *app_id, const char *scope,
+                                  sso_request_auth_code_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr || callback == nullptr) {
+        SSO_LOGE("app_id or request_auth_code_cb is NULL");
+        return -1;
+    }
+    SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
+    SSO_LOGY("app_id = %s, paramScope = %s, request_auth_code_cb = %lld, dbusProxyTid = %lld",
+             app_id, paramScope.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(sssxxxis)", objName.c_str(), app_id, paramScope.c_str(),
+                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+                      sso_private_pointer_value(user_data), aeIndex, "sso_request_auth_code");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_request_auth_code", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_user_authcode(const char *app_id, const char *scope,
+                                      sso_request_auth_code_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr || callback == nullptr) {
+        SSO_LOGE("app_id or request_authcode_cb is NULL");
+        return -1;
+    }
+    SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
+    const char *pAuthCodeFor = "user";
+    SSO_LOGY("app_id = %s, paramScope = %s, pAuthCodeFor = %s, request_user_auth_code_cb = %lld, "
+             "dbusProxyTid = %lld",
+             app_id, paramScope.c_str(), pAuthCodeFor, sso_private_pointer_log(callback),
+             dbusProxyTid);
+
+    // User and device codes share one delivery method.
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters = g_variant_new(
+        "(ssssxxxis)", objName.c_str(), app_id, paramScope.c_str(), pAuthCodeFor,
+        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+        sso_private_pointer_value(user_data), aeIndex, "sso_request_service_auth_code");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_request_user_authcode", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_device_authcode(const char *app_id, const char *scope,
+                                        sso_request_auth_code_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr || callback == nullptr) {
+        SSO_LOGE("app_id or request_device_authcode_cb is NULL");
+        return -1;
+    }
+    // A device code needs nobody signed in.
+    SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
+    const char *pAuthCodeFor = "device";
+    SSO_LOGY("app_id = %s, paramScope = %s, pAuthCodeFor = %s, request_device_auth_code_cb = "
+             "%lld, dbusProxyTid = %lld",
+             app_id, paramScope.c_str(), pAuthCodeFor, sso_private_pointer_log(callback),
+             dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters = g_variant_new(
+        "(ssssxxxis)", objName.c_str(), app_id, paramScope.c_str(), pAuthCodeFor,
+        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+        sso_private_pointer_value(user_data), aeIndex, "sso_request_service_auth_code");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_request_device_authcode", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_auth_code_for_effortless_login(const char *app_id, const char *scope,
+                                                       sso_request_auth_code_cb callback,
+                                                       void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr || callback == nullptr) {
+        SSO_LOGE("app_id or request_auth_code_cb is nullptr");
+        return -1;
+    }
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
+    SSO_LOG_DEVEL("app_id = %s, paramScope = %s, request_auth_code_cb = %lld, dbusProxyTid = %lld",
+                  app_id, paramScope.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(sssxxxis)", objName.c_str(), app_id, paramScope.c_str(),
+                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+                      sso_private_pointer_value(user_data), aeIndex,
+                      "sso_request_auth_code_for_effortless_login");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_request_auth_code_for_effortless_login", parameters,
+                                      &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_authcode_with_ID_PWD(const char *app_id, const char *account_id,
+                                             const char *passwd, const char *scope, void *user_data,
+                                             sso_request_auth_code_cb callback)
+try {
+    SSO_LOG_START();
+    if (account_id == nullptr || app_id == nullptr || passwd == nullptr || callback == nullptr) {
+        SSO_LOGE("account_id or app_id or passwd or request_auth_code_cb is nullptr");
+        return -1;
+    }
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
+    SSO_LOGY("app_id = %s, account_id = %s, paramScope = %s, request_auth_code_cb = %lld, "
+             "dbusProxyTid = %lld",
+             app_id, account_id, paramScope.c_str(), sso_private_pointer_log(callback),
+             dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters = g_variant_new(
+        "(sssssxxxis)", objName.c_str(), app_id, account_id, passwd, paramScope.c_str(),
+        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+        sso_private_pointer_value(user_data), aeIndex, "sso_request_authcode_with_ID_PWD");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_request_authcode_with_ID_PWD", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_authcode_for_other_device(const char *dsc,
+                                                  sso_request_auth_code_cb callback,
+                                                  void *user_data)
+try {
+    SSO_LOG_START();
+    if (callback == nullptr) {
+        SSO_LOG_CHECK_NULL("request_auth_code_cb is nullptr");
+        return -1;
+    }
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
+    SSO_LOG_DEVEL("paramDSC = %s, request_auth_code_for_other_device_cb = %lld, "
+                  "dbusProxyTid = %lld",
+                  paramDSC.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters = g_variant_new(
+        "(ssxxxis)", objName.c_str(), paramDSC.c_str(), sso_private_pointer_value(callback),
+        static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data), aeIndex,
+        "sso_request_authcode_for_other_device");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_request_authcode_for_other_device", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+// ---------------------------------------------------------- token creation
+//
+// These create the device account, so they check neither liveness nor the
+// login state; a hotel product refuses them before looking at anything.
+
+SSO_API int sso_generate_token_with_authcode_dsc_noti(const char *authcode, const char *userid,
+                                                      const char *dsc,
+                                                      sso_token_with_authcode_cb callback,
+                                                      void *user_data, bool use_notification)
+try {
+    SSO_LOG_START_F("use_notification [%d]", use_notification ? 1 : 0);
+    if (SSOAPISystemInfo::IsHotelModeSupported()) {
+        SSO_LOGE("Hotel TV is not supporting easysetup");
+        return -1;
+    }
+    if (authcode == nullptr || userid == nullptr) {
+        SSO_LOGE("NULL == authcode || NULL == userid");
+        return -1;
+    }
+    int iRet = SSOAPIClientUtil::IsAddAccountAvailable(userid);
+    if (iRet != 0) {
+        SSO_LOGE("'Add Account' is not available. iRet(%d)", iRet);
+        return iRet;
+    }
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
+    int paramUseNotification = use_notification ? 1 : 0;
+    SSO_LOG_DEVEL("authcode = %s, userid = %s, paramDSC = %s, paramUseNotification = %d, "
+                  "request_oauth_token_cb = %lld, dbusProxyTid = %lld",
+                  authcode, userid, paramDSC.c_str(), paramUseNotification,
+                  sso_private_pointer_log(callback), dbusProxyTid);
+
+    // The flag follows the callback here, unlike in the deleteFlag variant.
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(ssssxixxis)", objName.c_str(), authcode, userid, paramDSC.c_str(),
+                      sso_private_pointer_value(callback), paramUseNotification,
+                      static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data),
+                      aeIndex, "sso_generate_token_with_authcode_dsc");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_generate_token_with_authcode_dsc", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_generate_token_with_authcode_dsc(const char *authcode, const char *userid,
+                                                 const char *dsc,
+                                                 sso_token_with_authcode_cb callback,
+                                                 void *user_data)
+try {
+    return sso_generate_token_with_authcode_dsc_noti(authcode, userid, dsc, callback, user_data,
+                                                     true);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_generate_token_with_authcode_dsc_deleteFlag(const char *userid,
+                                                            const char *authcode, bool delete_flag,
+                                                            const char *dsc,
+                                                            sso_token_response_cb callback,
+                                                            void *user_data)
+try {
+    SSO_LOG_START();
+    if (SSOAPISystemInfo::IsHotelModeSupported()) {
+        SSO_LOGE("Hotel TV is not supporting easysetup");
+        return -1;
+    }
+    if (nullptr == userid || nullptr == authcode) {
+        SSO_LOGE("nullptr == userid || nullptr == authcode");
+        return -1;
+    }
+    int iRet = SSOAPIClientUtil::IsAddAccountAvailable(userid);
+    if (iRet != 0) {
+        SSO_LOGE("'Add Account' is not available. iRet(%d)", iRet);
+        return iRet;
+    }
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
+    int paramDeleteFlag = delete_flag ? 1 : 0;
+    SSO_LOG_DEVEL("userid = %s, authcode = %s, paramDeleteFlag = %d, paramDSC = %s, "
+                  "request_oauth_token_cb = %lld, dbusProxyTid = %lld",
+                  userid, authcode, paramDeleteFlag, paramDSC.c_str(),
+                  sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(ssssixxxis)", objName.c_str(), userid, authcode, paramDSC.c_str(),
+                      paramDeleteFlag, sso_private_pointer_value(callback),
+                      static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data),
+                      aeIndex, "sso_generate_token_with_authcode_dsc_deleteFlag");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_generate_token_with_authcode_dsc_deleteFlag", parameters,
+                                      &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_generate_token_with_ID_PWD(const char *userid, const char *passwd, bool delete_flag,
+                                           sso_token_response_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (SSOAPISystemInfo::IsHotelModeSupported()) {
+        SSO_LOGE("Hotel TV is not supporting easysetup");
+        return -1;
+    }
+    if (nullptr == userid || nullptr == passwd) {
+        SSO_LOGE("nullptr == userid || nullptr == passwd");
+        return -1;
+    }
+    int iRet = SSOAPIClientUtil::IsAddAccountAvailable(userid);
+    if (iRet != 0) {
+        SSO_LOGE("'Add Account' is not available. iRet(%d)", iRet);
+        return iRet;
+    }
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    int paramDeleteFlag = delete_flag ? 1 : 0;
+    SSO_LOGY("userid = %s, paramDeleteFlag = %d, request_oauth_token_cb = %lld, "
+             "dbusProxyTid = %lld",
+             userid, paramDeleteFlag, sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters = g_variant_new(
+        "(sssixxxis)", objName.c_str(), userid, passwd, paramDeleteFlag,
+        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+        sso_private_pointer_value(user_data), aeIndex, "sso_generate_token_with_ID_PWD");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_generate_token_with_ID_PWD", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_generate_token_with_authcode(const char *, const char *, sso_token_with_authcode_cb,
+                                             void *)
+try {
+    SSO_LOG_START_F("'sso_generate_token_with_authcode() API was deprecated. Please, use "
+                    "sso_generate_token_with_authcode_dsc() or "
+                    "sso_generate_token_with_authcode_dsc_noti()");
+    return -1;
+}
+SSO_API_CATCH(-1)
+
+// ------------------------------------------------------ account operations
+
+SSO_API int sso_register_account(const char *account_id, const char *authcode, const char *dsc,
+                                 sso_response_data_cb callback, void *user_data,
+                                 bool perform_login_flag)
+try {
+    SSO_LOG_START();
+    if (callback == nullptr || authcode == nullptr || account_id == nullptr) {
+        SSO_LOGE("account_id or register_account_cb is NULL");
+        return -1;
+    }
+    // The DSC travels as given, without the "HAS_NO_VALUE" stand-in, and a
+    // tuple cannot carry a null string: refuse it before anything is taken.
+    if (dsc == nullptr) {
+        SSO_LOG_CHECK_NULL("dsc is null");
+        return -1;
+    }
+    int iRet = SSOAPIClientUtil::IsAddAccountAvailable(account_id);
+    if (iRet != 0) {
+        SSO_LOGE("'Add Account' is not available. iRet(%d)", iRet);
+        return iRet;
+    }
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
+    const char *performLogin = OnOff(perform_login_flag);
+    SSO_LOG_DEVEL("account_id = %s, authcode = %s, paramDSC = %s, perform_login_flag = %s, "
+                  "register_account_cb = %lld, dbusProxyTid = %lld",
+                  account_id, authcode, paramDSC.c_str(), performLogin,
+                  sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(sssssxxxis)", objName.c_str(), account_id, authcode, dsc, performLogin,
+                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+                      sso_private_pointer_value(user_data), aeIndex, "sso_register_account");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_register_account", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_perform_logout(sso_response_data_cb callback, void *user_data,
+                               const char *confirm_id)
+try {
+    SSO_LOG_START();
+    if (callback == nullptr) {
+        SSO_LOG_CHECK_NULL("perform_logout_cb is null");
+        return -1;
+    }
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramConfirmID = SSOAPIClientUtil::GetParameterWithCheckNoValue(confirm_id);
+    SSO_LOGY("paramConfirmID = %s, perform_logout_cb = %lld, dbusProxyTid = %lld",
+             paramConfirmID.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(ssxxxis)", objName.c_str(), paramConfirmID.c_str(),
+                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+                      sso_private_pointer_value(user_data), aeIndex, "sso_perform_logout");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_perform_logout", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_verify_password(const char *passwd, sso_response_data_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (passwd == nullptr || callback == nullptr) {
+        SSO_LOGE(" passwd or verify_password_cb is NULL");
+        return -1;
+    }
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSO_LOGY("verify_password_cb = %lld, dbusProxyTid = %lld", sso_private_pointer_log(callback),
+             dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(ssxxxis)", objName.c_str(), passwd, sso_private_pointer_value(callback),
+                      static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data),
+                      aeIndex, "sso_verify_password");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_verify_password", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_account_list(sso_response_data_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (callback == nullptr) {
+        SSO_LOG_CHECK_NULL("request_account_list_cb is null");
+        return -1;
+    }
+    SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSO_LOGY("request_account_list_cb = %lld, dbusProxyTid = %lld",
+             sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(sxxxis)", objName.c_str(), sso_private_pointer_value(callback),
+                      static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data),
+                      aeIndex, "sso_request_account_list");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_request_account_list", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_set_passfw(const char *account_id, const char *password,
+                           sso_response_data_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (account_id == nullptr || password == nullptr || callback == nullptr) {
+        SSO_LOGE("account_id || password || callback is nullptr");
+        return -1;
+    }
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSO_LOGY("account_id = %s, callback = %lld, dbusProxyTid = %lld", account_id,
+             sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(sssxxxis)", objName.c_str(), account_id, password,
+                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+                      sso_private_pointer_value(user_data), aeIndex, "sso_set_passfw");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_set_passfw", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_reset_passwd(const char *email, sso_response_data_cb callback,
+                                     void *user_data)
+try {
+    if (email == nullptr || callback == nullptr) {
+        SSO_LOGE(" email or reset_passwd_cb is nullptr");
+        return -1;
+    }
+    SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSO_LOGY("email = %s, reset_passwd_cb = %lld, dbusProxyTid = %lld", email,
+             sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(ssxxxis)", objName.c_str(), email, sso_private_pointer_value(callback),
+                      static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data),
+                      aeIndex, "sso_request_reset_passwd");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_request_reset_passwd", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_switch_account(const char *account_id, sso_response_data_cb callback,
+                               void *user_data, const char *extra)
+try {
+    SSO_LOG_START();
+    int result = sso_private_request_switch_account_by_id_or_guid(account_id, nullptr, callback,
+                                                                  user_data, extra);
+    SSO_LOG_END();
+    return result;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_switch_account_by_guid(const char *guid, sso_response_data_cb callback,
+                                       void *user_data, const char *extra)
+try {
+    SSO_LOG_START();
+    int result =
+        sso_private_request_switch_account_by_id_or_guid(nullptr, guid, callback, user_data, extra);
+    SSO_LOG_END();
+    return result;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_switch_account_with_usertoken(const char *account_id, sso_response_data_cb callback,
+                                              void *user_data, const char *usertoken)
+try {
+    SSO_LOG_START();
+    if (account_id == nullptr || callback == nullptr || usertoken == nullptr) {
+        SSO_LOGE("account_id or switch_account_cb or usertoken is nullptr");
+        return -1;
+    }
+    std::string accountId = account_id;
+    if (accountId.empty()) {
+        SSO_LOGE("account_id or switch_account_cb or usertoken is nullptr");
+        return -1;
+    }
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSO_LOG_DEVEL("account_id = %s, usertoken = %s, switch_account_cb = %lld, dbusProxyTid = %lld",
+                  accountId.c_str(), usertoken, sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters = g_variant_new(
+        "(sssxxxis)", objName.c_str(), accountId.c_str(), usertoken,
+        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+        sso_private_pointer_value(user_data), aeIndex, "sso_switch_account_with_usertoken");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_switch_account_with_usertoken", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+// -------------------------------------------------- synchronous controls
+
+SSO_API bool sso_is_account_switching_available(void)
+try {
+    SSO_LOG_START();
+    bool available = SendWithoutCallback("sso_is_account_switching_available") == 0;
+    SSO_LOG_END_F("return: %s", available ? "true" : "false");
+    return available;
+}
+SSO_API_CATCH(false)
+
+SSO_API int sso_request_current_account_noti(void)
+try {
+    SSO_LOG_START();
+    // Login first: a signed-out device need not find out whether the
+    // service runs.
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+    SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
+    return SendWithoutCallback("sso_request_current_account_noti");
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_reset(void)
+try {
+    SSO_LOG_START();
+    return SendWithoutCallback("sso_reset");
+}
+SSO_API_CATCH(-1)
+
+} // extern "C"

@@ -1,0 +1,161 @@
+// User auth codes bound to a device security code, optionally with a PKCE
+// code challenge or verifier. The three requests collect their arguments in
+// one record and share a sender; the tuple's shape follows the method name.
+#include <sso_api/sso_api.h>
+
+#include <cstdint>
+#include <string>
+
+#include "SSOAPIClientUtil.h"
+#include "sso_api_guard.h"
+#include "sso_api_private.h"
+#include "sso_log.h"
+
+namespace {
+
+constexpr const char *kWithDsc = "sso_request_user_authcode_with_dsc";
+constexpr const char *kWithChallenge = "sso_request_user_authcode_with_challenge";
+constexpr const char *kWithVerifier = "sso_request_user_authcode_with_verifier";
+
+// The fields every variant fills alike.
+void FillCommon(_SSOAPIReqAuthCodeWithDSCData &data, const char *method, const char *app_id,
+                const char *scope, const char *dsc, const char *response_type,
+                sso_request_auth_code_cb callback, void *user_data)
+{
+    data.methodName = method;
+    data.clientId = app_id;
+    data.scope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
+    data.deviceSecurityCode = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
+    data.responseType = SSOAPIClientUtil::GetParameterWithCheckNoValue(response_type);
+    data.pRequestAuthCodeCB = callback;
+    data.pUserData = user_data;
+}
+
+} // namespace
+
+std::string _SSOAPIReqAuthCodeWithDSCData::ToString() const
+{
+    std::string text = "[";
+    text += "\n  methodName: " + methodName;
+    text += "\n  clientId: " + clientId;
+    text += "\n  scope: " + scope;
+    text += "\n  deviceSecurityCode: " + deviceSecurityCode;
+    text += "\n  responseType: " + responseType;
+    text += "\n  codeChallenge: " + codeChallenge;
+    text += "\n  codeVerifier: " + codeVerifier;
+    text +=
+        "\n  pRequestAuthCodeCB: " + std::to_string(sso_private_pointer_value(pRequestAuthCodeCB));
+    text += "\n  pUserData: " + std::to_string(sso_private_pointer_value(pUserData));
+    text += "\n]";
+    return text;
+}
+
+bool SSOAPIClientUtil::GetDBusInputParamReqestAuthCodeWithDSC(
+    int aeIndex, const _SSOAPIReqAuthCodeWithDSCData &data, GVariant **ppParamIn)
+{
+    if (ppParamIn == nullptr) {
+        SSO_LOG_CHECK_NULL("ppParamIn is null");
+        return false;
+    }
+    std::string dbusObjName = GetDBusObjectName();
+    long long dbusProxyTid = GetDBusProxyThreadId();
+    SSO_LOGY("dbusObjName[%s] dbusProxyTid[%lld]", dbusObjName.c_str(), dbusProxyTid);
+
+    gint64 callback = sso_private_pointer_value(data.pRequestAuthCodeCB);
+    gint64 userData = sso_private_pointer_value(data.pUserData);
+    // Whole-name comparison: a longer name that merely starts like the
+    // verifier's gets the five-string tuple.
+    GVariant *tuple = nullptr;
+    if (data.methodName == kWithVerifier || data.methodName == kWithChallenge) {
+        const std::string &code =
+            data.methodName == kWithVerifier ? data.codeVerifier : data.codeChallenge;
+        tuple = g_variant_new(
+            "(ssssssxxxis)", dbusObjName.c_str(), data.clientId.c_str(), data.scope.c_str(),
+            data.deviceSecurityCode.c_str(), data.responseType.c_str(), code.c_str(), callback,
+            static_cast<gint64>(dbusProxyTid), userData, aeIndex, data.methodName.c_str());
+    } else {
+        tuple = g_variant_new(
+            "(sssssxxxis)", dbusObjName.c_str(), data.clientId.c_str(), data.scope.c_str(),
+            data.deviceSecurityCode.c_str(), data.responseType.c_str(), callback,
+            static_cast<gint64>(dbusProxyTid), userData, aeIndex, data.methodName.c_str());
+    }
+    *ppParamIn = tuple;
+    if (*ppParamIn == nullptr) {
+        SSO_LOG_CHECK_NULL("ppParamIn is null");
+        return false;
+    }
+    return true;
+}
+
+int sso_private_request_user_authcode_with_dsc(const _SSOAPIReqAuthCodeWithDSCData &data)
+{
+    SSO_LOG_START();
+    SSO_LOG_DEVEL("reqAuthCodeWithDSCData %s", data.ToString().c_str());
+    SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+
+    // Taken before the tuple is built: a failed build still uses it up.
+    int32_t aeIndex = sso_private_take_event_index();
+    GVariant *parameters = nullptr;
+    if (!SSOAPIClientUtil::GetDBusInputParamReqestAuthCodeWithDSC(aeIndex, data, &parameters)) {
+        SSO_LOGE("Failed to GetDBusInputParamReqestAuthCodeWithDSC()");
+        return -1;
+    }
+    GVariant *reply = nullptr;
+    return sso_private_request_method(data.methodName.c_str(), parameters, &reply);
+}
+
+extern "C" {
+
+SSO_API int sso_request_user_authcode_with_dsc(const char *app_id, const char *scope,
+                                               const char *dsc, const char *response_type,
+                                               sso_request_auth_code_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr || callback == nullptr) {
+        SSO_LOGE("app_id or request_auth_code_cb");
+        return -1;
+    }
+    _SSOAPIReqAuthCodeWithDSCData data;
+    FillCommon(data, kWithDsc, app_id, scope, dsc, response_type, callback, user_data);
+    return sso_private_request_user_authcode_with_dsc(data);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_user_authcode_with_challenge(const char *app_id, const char *scope,
+                                                     const char *dsc, const char *response_type,
+                                                     const char *code_challenge,
+                                                     sso_request_auth_code_cb callback,
+                                                     void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr || callback == nullptr || code_challenge == nullptr) {
+        SSO_LOGE("app_id or request_auth_code_cb or code_challenge is null");
+        return -1;
+    }
+    _SSOAPIReqAuthCodeWithDSCData data;
+    FillCommon(data, kWithChallenge, app_id, scope, dsc, response_type, callback, user_data);
+    data.codeChallenge = SSOAPIClientUtil::GetParameterWithCheckNoValue(code_challenge);
+    return sso_private_request_user_authcode_with_dsc(data);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_user_authcode_with_verifier(const char *app_id, const char *scope,
+                                                    const char *dsc, const char *response_type,
+                                                    const char *code_verifier,
+                                                    sso_request_auth_code_cb callback,
+                                                    void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr || callback == nullptr || code_verifier == nullptr) {
+        SSO_LOGE("app_id or request_auth_code_cb or code_verifier is null");
+        return -1;
+    }
+    _SSOAPIReqAuthCodeWithDSCData data;
+    FillCommon(data, kWithVerifier, app_id, scope, dsc, response_type, callback, user_data);
+    data.codeVerifier = SSOAPIClientUtil::GetParameterWithCheckNoValue(code_verifier);
+    return sso_private_request_user_authcode_with_dsc(data);
+}
+SSO_API_CATCH(-1)
+
+} // extern "C"

@@ -1,0 +1,336 @@
+// Profile, identity and group queries, the JSON adapter of the profile, and
+// the retired partner-authentication and content-provider mapping entry
+// points, which stay so that older applications still link and run.
+#include <sso_api/sso_api.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "SSOAPIClientUtil.h"
+#include "SSOAPIUtil.h"
+#include "sso_api_guard.h"
+#include "sso_api_private.h"
+#include "sso_log.h"
+
+namespace {
+
+// Sends "(sxxxis)": the object name, callback, request id, user data,
+// ae_index and the method's own name. The caller has run every check.
+int SendCallbackOnly(const char *method, gint64 callback, void *userData, int32_t aeIndex,
+                     long long dbusProxyTid)
+{
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(sxxxis)", objName.c_str(), callback, static_cast<gint64>(dbusProxyTid),
+                      sso_private_pointer_value(userData), aeIndex, method);
+    GVariant *reply = nullptr;
+    return sso_private_request_method(method, parameters, &reply);
+}
+
+// What sso_get_user_json_info needs when the profile arrives.
+struct UserJsonInfoContext {
+    sso_user_json_info_cb callback;
+    void *userData;
+};
+
+// Contexts of requests whose result may still come. A refused request keeps
+// its context here for good: a request that timed out may yet be delivered,
+// so freeing it would risk a use after free. Allocated once and never
+// destroyed, so a late delivery during unload still finds it.
+struct PendingContexts {
+    std::mutex mutex;
+    std::set<UserJsonInfoContext *> contexts;
+};
+
+PendingContexts &Pending()
+{
+    static PendingContexts *pending = new PendingContexts();
+    return *pending;
+}
+
+// Runs on the SSOProxyMonitor thread, in place of the application's callback.
+int sso_get_user_json_info_cb(void *context, int result, sso_user_info info)
+{
+    SSO_LOG_START();
+    if (!SSOAPIUtil::IsClientAlive()) {
+        SSO_LOGE("SSOAPIClientLifeCycle is deleted");
+        return 0;
+    }
+    auto *ctx = static_cast<UserJsonInfoContext *>(context);
+    {
+        std::lock_guard<std::mutex> lock(Pending().mutex);
+        if (Pending().contexts.erase(ctx) == 0) {
+            SSO_LOGE("unknown user json info context");
+            return -1;
+        }
+    }
+    char *json = nullptr;
+    if (!SSOAPIClientUtil::GetJsonStringUserInfoAndCountryCode(info, &json)) {
+        SSO_LOGE("Failed to SSOAPIClientUtil::GetJsonStringUserInfoAndCountryCode()");
+        delete ctx;
+        return -1;
+    }
+    if (ctx->callback == nullptr)
+        SSO_LOG_CHECK_NULL("sso_get_user_json_info's callback is null");
+    else
+        ctx->callback(ctx->userData, result, json);
+    free(json);
+    delete ctx;
+    SSO_LOG_END();
+    return 0;
+}
+
+} // namespace
+
+// -------------------------------------------------- partner authentication
+
+int sso_private_request_partner_auth_info(const char *authKey, const char *authValue,
+                                          const char *method, sso_response_data_cb callback,
+                                          void *userData)
+{
+    SSO_LOG_START();
+    if (authKey == nullptr || method == nullptr || callback == nullptr) {
+        SSO_LOGE("pAauthKey or pMethod or pCallback is null");
+        return -1;
+    }
+    // Not a mandatory argument, but a tuple cannot carry a null string.
+    if (authValue == nullptr) {
+        SSO_LOG_CHECK_NULL("pAuthValue is null");
+        return -1;
+    }
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSO_LOG_DEVEL("authKey = %s, pAuthValue = %s, pMethod = %s, pCallback = %lld, "
+                  "dbusProxyTid = %lld",
+                  authKey, authValue, method, sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(ssssxxxis)", objName.c_str(), authKey, authValue, method,
+                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+                      sso_private_pointer_value(userData), aeIndex, "sso_return_partner_auth_info");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_request_partner_auth_info", parameters, &reply);
+}
+
+extern "C" {
+
+// ----------------------------------------------------------------- profile
+
+SSO_API int sso_get_user_info_v4(sso_response_data_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (callback == nullptr) {
+        SSO_LOG_CHECK_NULL("get_user_info_common_cb is null");
+        return -1;
+    }
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    gint64 cb = sso_private_pointer_value(callback);
+    SSO_LOGY("get_user_info_common_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
+             dbusProxyTid);
+    return SendCallbackOnly("sso_get_user_info_v4", cb, user_data, aeIndex, dbusProxyTid);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_user_info(sso_get_user_info_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (callback == nullptr) {
+        SSO_LOG_CHECK_NULL("get_user_info_cb is nullptr");
+        return -1;
+    }
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    gint64 cb = sso_private_pointer_value(callback);
+    SSO_LOGY("get_user_info_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
+             dbusProxyTid);
+    return SendCallbackOnly("sso_get_user_info", cb, user_data, aeIndex, dbusProxyTid);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_identify_current_user_info(sso_identify_user_info_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (callback == nullptr) {
+        SSO_LOG_CHECK_NULL("sso_identify_current_user_info_cb is nullptr");
+        return -1;
+    }
+    // Identity verification serves a device nobody has signed in to yet.
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    gint64 cb = sso_private_pointer_value(callback);
+    SSO_LOGY("identify_user_info_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
+             dbusProxyTid);
+    return SendCallbackOnly("sso_identify_current_user_info", cb, user_data, aeIndex, dbusProxyTid);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_namecheck_auth_info(sso_get_namecheck_auth_info_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (callback == nullptr) {
+        SSO_LOG_CHECK_NULL("get_namecheck_auth_info_cb is nullptr");
+        return -1;
+    }
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    gint64 cb = sso_private_pointer_value(callback);
+    SSO_LOGY("get_namecheck_auth_info_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
+             dbusProxyTid);
+    return SendCallbackOnly("sso_get_namecheck_auth_info", cb, user_data, aeIndex, dbusProxyTid);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_dynamic_my_account_list(sso_response_data_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (callback == nullptr) {
+        SSO_LOG_CHECK_NULL("callback is nullptr");
+        return -1;
+    }
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    gint64 cb = sso_private_pointer_value(callback);
+    SSO_LOGY("callback = %lld, dbusProxyTid = %lld", static_cast<long long>(cb), dbusProxyTid);
+    return SendCallbackOnly("sso_get_dynamic_my_account_list", cb, user_data, aeIndex,
+                            dbusProxyTid);
+}
+SSO_API_CATCH(-1)
+
+// ------------------------------------------------------------------ groups
+
+SSO_API int sso_get_user_family_group(const char *app_id, const char *access_token,
+                                      sso_response_data_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr || access_token == nullptr || callback == nullptr) {
+        SSO_LOGE("app_id, access_token or get_user_family_group_cb is nullptr");
+        return -1;
+    }
+    SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSO_LOG_DEVEL("app_id = %s, access_token = %s, get_user_family_group_cb = %lld, "
+                  "dbusProxyTid = %lld",
+                  app_id, access_token, sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(sssxxxis)", objName.c_str(), app_id, access_token,
+                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+                      sso_private_pointer_value(user_data), aeIndex, "sso_get_user_family_group");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_get_user_family_group", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_user_group_users(const char *app_id, const char *access_token,
+                                     const char *group_id, sso_response_data_cb callback,
+                                     void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr || access_token == nullptr || group_id == nullptr ||
+        callback == nullptr) {
+        SSO_LOGE("app_id, access_token, group_id or get_user_group_users_cb is nullptr");
+        return -1;
+    }
+    SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSO_LOG_DEVEL("app_id = %s, access_token = %s, group_id = %s, get_user_group_users_cb = "
+                  "%lld, dbusProxyTid = %lld",
+                  app_id, access_token, group_id, sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters =
+        g_variant_new("(ssssxxxis)", objName.c_str(), app_id, access_token, group_id,
+                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+                      sso_private_pointer_value(user_data), aeIndex, "sso_get_user_group_users");
+    GVariant *reply = nullptr;
+    return sso_private_request_method("sso_get_user_group_users", parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+// --------------------------------------------------------- profile as JSON
+
+SSO_API int sso_get_user_json_info(sso_user_json_info_cb callback, void *user_data)
+try {
+    SSO_LOG_START();
+    // The application's callback is not checked here: the request carries
+    // the adapter's own, and a null one is only met when the result arrives.
+    auto *context = new UserJsonInfoContext{callback, user_data};
+    {
+        std::lock_guard<std::mutex> lock(Pending().mutex);
+        Pending().contexts.insert(context);
+    }
+    int result = sso_get_user_info(sso_get_user_json_info_cb, context);
+    SSO_LOG_END();
+    return result;
+}
+SSO_API_CATCH(-1)
+
+// ------------------------------------------------------------ retired APIs
+
+SSO_API int sso_get_partner_auth_info(const char *, sso_response_data_cb, void *)
+try {
+    SSO_LOGE("'sso_get_partner_auth_info' API has been deprecated.");
+    return -1;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_save_partner_auth_info(const char *, const char *, sso_response_data_cb, void *)
+try {
+    SSO_LOGE("'sso_save_partner_auth_info' API has been deprecated.");
+    return -1;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_clear_partner_auth_info(const char *, sso_response_data_cb, void *)
+try {
+    SSO_LOGE("'sso_clear_partner_auth_info' API has been deprecated.");
+    return -1;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_cp_account_info(const char *, char **)
+try {
+    SSO_LOG_START();
+    return -1;
+}
+SSO_API_CATCH(-1)
+
+// The mapping stubs answer by login state, as their callers expect.
+SSO_API int sso_get_cp_account_mapping_list(sso_response_data_cb, void *)
+try {
+    SSO_LOGE("Call sso_private_return_by_login_state_as_deprecated_api()");
+    return sso_private_return_by_login_state_as_deprecated_api();
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_add_cp_account_mapping_info(const char *, const char *, sso_response_data_cb,
+                                            void *)
+try {
+    SSO_LOGE("Call sso_private_return_by_login_state_as_deprecated_api()");
+    return sso_private_return_by_login_state_as_deprecated_api();
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_remove_cp_account_mapping_info(const char *, sso_response_data_cb, void *)
+try {
+    SSO_LOGE("Call sso_private_return_by_login_state_as_deprecated_api()");
+    return sso_private_return_by_login_state_as_deprecated_api();
+}
+SSO_API_CATCH(-1)
+
+} // extern "C"

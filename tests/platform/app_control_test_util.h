@@ -1,0 +1,380 @@
+// Helpers of the app_control tests: a GLib main loop on its own thread, a
+// recorder of reply callbacks, the test application's records, and running
+// sso-platform with its stderr captured.
+#pragma once
+
+#include <app_control.h>
+#include <app_control_registry.h>
+#include <glib.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "sso_test_harness.h"
+
+namespace apptest {
+
+using namespace std::chrono_literals;
+
+// The test application and the id the tests register it under.
+inline std::string TestAppPath()
+{
+    return ssotest::ToolPath("app_control_test_app");
+}
+inline constexpr const char *kTestAppId = "org.orvex.test.app";
+
+// A thread that runs a fresh GMainContext pushed as its thread default, so a
+// request sent through Run() has its reply delivered on this thread.
+class LoopThread {
+public:
+    LoopThread()
+    {
+        std::promise<void> ready;
+        std::future<void> started = ready.get_future();
+        thread_ = std::thread([this, &ready] {
+            GMainContext *ctx = g_main_context_new();
+            g_main_context_push_thread_default(ctx);
+            GMainLoop *loop = g_main_loop_new(ctx, FALSE);
+            {
+                std::lock_guard<std::mutex> lock(mutex_);
+                ctx_ = ctx;
+                loop_ = loop;
+                id_ = std::this_thread::get_id();
+            }
+            ready.set_value();
+            g_main_loop_run(loop);
+            g_main_context_pop_thread_default(ctx);
+            g_main_loop_unref(loop);
+            g_main_context_unref(ctx);
+        });
+        started.wait();
+    }
+
+    ~LoopThread() { Stop(); }
+    LoopThread(const LoopThread &) = delete;
+    LoopThread &operator=(const LoopThread &) = delete;
+
+    std::thread::id id() const
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return id_;
+    }
+
+    // Runs fn on the loop thread and waits for it. Also a barrier: whatever
+    // the loop had ready before has been dispatched when it returns.
+    void Run(std::function<void()> fn)
+    {
+        auto task = std::make_shared<std::packaged_task<void()>>(std::move(fn));
+        std::future<void> done = task->get_future();
+        Post([task] { (*task)(); });
+        if (done.wait_for(20s) != std::future_status::ready) {
+            ADD_FAILURE() << "the loop thread did not run the task in time";
+            std::abort();
+        }
+        done.get();
+    }
+
+    void Stop()
+    {
+        if (!thread_.joinable())
+            return;
+        // Quit from inside the loop: a quit before the loop runs would be lost.
+        Post([this] {
+            std::lock_guard<std::mutex> lock(mutex_);
+            g_main_loop_quit(loop_);
+        });
+        thread_.join();
+    }
+
+private:
+    // Queued under our own mutex, so the handoff is visible to the thread
+    // sanitizer; the idle source only wakes the loop.
+    void Post(std::function<void()> fn)
+    {
+        GMainContext *ctx;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            tasks_.push_back(std::move(fn));
+            ctx = ctx_;
+        }
+        GSource *idle = g_idle_source_new();
+        g_source_set_callback(idle, &LoopThread::RunTasks, this, nullptr);
+        g_source_attach(idle, ctx);
+        g_source_unref(idle);
+    }
+
+    static gboolean RunTasks(gpointer self_ptr)
+    {
+        auto *self = static_cast<LoopThread *>(self_ptr);
+        std::vector<std::function<void()>> tasks;
+        {
+            std::lock_guard<std::mutex> lock(self->mutex_);
+            tasks.swap(self->tasks_);
+        }
+        for (auto &t : tasks)
+            t();
+        return G_SOURCE_REMOVE;
+    }
+
+    mutable std::mutex mutex_;
+    GMainContext *ctx_ = nullptr;
+    GMainLoop *loop_ = nullptr;
+    std::thread::id id_;
+    std::vector<std::function<void()>> tasks_;
+    std::thread thread_;
+};
+
+using Extras = std::vector<std::pair<std::string, std::string>>;
+
+inline bool CollectKey(app_control_h, const char *key, void *keys) noexcept
+{
+    try {
+        static_cast<std::vector<std::string> *>(keys)->push_back(key);
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+// The extras of a handle in order (empty for a null handle).
+inline Extras ExtrasOf(app_control_h h)
+{
+    Extras out;
+    if (!h)
+        return out;
+    std::vector<std::string> keys;
+    app_control_foreach_extra_data(h, CollectKey, &keys);
+    for (const std::string &key : keys) {
+        char *value = nullptr;
+        if (app_control_get_extra_data(h, key.c_str(), &value) == APP_CONTROL_ERROR_NONE) {
+            out.emplace_back(key, value);
+            std::free(value);
+        }
+    }
+    return out;
+}
+
+inline std::string ExtraOf(app_control_h h, const std::string &key)
+{
+    char *value = nullptr;
+    if (!h || app_control_get_extra_data(h, key.c_str(), &value) != APP_CONTROL_ERROR_NONE)
+        return "<absent>";
+    std::string s = value;
+    std::free(value);
+    return s;
+}
+
+inline std::string AppIdOf(app_control_h h)
+{
+    char *id = nullptr;
+    if (!h || app_control_get_app_id(h, &id) != APP_CONTROL_ERROR_NONE || !id)
+        return "<none>";
+    std::string s = id;
+    std::free(id);
+    return s;
+}
+
+// One reply callback, copied out of the handles.
+struct Reply {
+    app_control_result_e result = APP_CONTROL_RESULT_SUCCEEDED;
+    bool has_reply = false;
+    Extras reply_extras;
+    std::string reply_app_id;
+    Extras request_extras;
+    std::string request_app_id;
+    std::thread::id thread;
+};
+
+// Records every reply callback it receives; the user data of a request.
+class Replies {
+public:
+    static void Callback(app_control_h request, app_control_h reply, app_control_result_e result,
+                         void *self) noexcept
+    {
+        try {
+            Reply r;
+            r.result = result;
+            r.has_reply = reply != nullptr;
+            r.reply_extras = ExtrasOf(reply);
+            r.reply_app_id = AppIdOf(reply);
+            r.request_extras = ExtrasOf(request);
+            r.request_app_id = AppIdOf(request);
+            r.thread = std::this_thread::get_id();
+            auto *replies = static_cast<Replies *>(self);
+            std::function<void()> then;
+            {
+                std::lock_guard<std::mutex> lock(replies->mutex_);
+                replies->replies_.push_back(std::move(r));
+                then = replies->then_;
+            }
+            if (then)
+                then();
+        } catch (...) {
+            std::abort();
+        }
+    }
+
+    // Something to run (on the loop thread) after each recorded callback.
+    void Then(std::function<void()> fn)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        then_ = std::move(fn);
+    }
+
+    std::vector<Reply> All() const
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return replies_;
+    }
+
+    size_t Count() const
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return replies_.size();
+    }
+
+    bool WaitForCount(size_t n, std::chrono::milliseconds timeout = 20s) const
+    {
+        return ssotest::WaitUntil([&] { return Count() >= n; }, timeout);
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<Reply> replies_;
+    std::function<void()> then_;
+};
+
+// ---- the test application's records ----
+
+inline std::string Unescape(const std::string &s)
+{
+    std::string out;
+    for (size_t i = 0; i < s.size(); ++i) {
+        if (s[i] == '%' && i + 2 < s.size()) {
+            out += static_cast<char>(std::stoi(s.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else {
+            out += s[i];
+        }
+    }
+    return out;
+}
+
+inline std::string ReadWholeFile(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+inline bool FileExists(const std::string &path)
+{
+    return access(path.c_str(), F_OK) == 0;
+}
+
+// A record as written by the test application: its lines in order.
+struct Record {
+    std::vector<std::pair<std::string, std::string>> lines;
+
+    std::string Get(const std::string &name) const
+    {
+        for (const auto &line : lines)
+            if (line.first == name)
+                return line.second;
+        return "<absent>";
+    }
+
+    // The "extra.KEY" lines in order, without the prefix.
+    Extras RequestExtras() const
+    {
+        Extras out;
+        for (const auto &line : lines)
+            if (line.first.compare(0, 6, "extra.") == 0)
+                out.emplace_back(line.first.substr(6), line.second);
+        return out;
+    }
+
+    pid_t Pid() const { return static_cast<pid_t>(std::atoi(Get("pid").c_str())); }
+};
+
+inline Record ParseRecord(const std::string &text)
+{
+    Record r;
+    std::istringstream in(text);
+    std::string line;
+    while (std::getline(in, line)) {
+        size_t eq = line.find('=');
+        if (eq == std::string::npos)
+            continue;
+        r.lines.emplace_back(Unescape(line.substr(0, eq)), Unescape(line.substr(eq + 1)));
+    }
+    return r;
+}
+
+// Waits for the record at path to appear and reads it.
+inline Record WaitForRecord(const std::string &path, std::chrono::milliseconds timeout = 20s)
+{
+    if (!ssotest::WaitUntil([&] { return FileExists(path); }, timeout))
+        ADD_FAILURE() << "no record at " << path;
+    return ParseRecord(ReadWholeFile(path));
+}
+
+// Whether pid is gone for good: not running and reaped (a zombie still
+// answers kill(pid, 0)).
+inline bool Reaped(pid_t pid)
+{
+    return pid > 0 && kill(pid, 0) != 0 && errno == ESRCH;
+}
+
+// ---- running sso-platform ----
+
+struct CliResult {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+inline CliResult RunCli(const std::vector<std::string> &args,
+                        std::map<std::string, std::string> env = {})
+{
+    const char *tmpdir = std::getenv("TMPDIR");
+    std::string templ = std::string(tmpdir && *tmpdir ? tmpdir : "/tmp") + "/sso-cli-err-XXXXXX";
+    std::vector<char> buf(templ.begin(), templ.end());
+    buf.push_back('\0');
+    int fd = mkstemp(buf.data());
+    if (fd < 0) {
+        ADD_FAILURE() << "mkstemp failed";
+        return {};
+    }
+    close(fd);
+    std::string err_path(buf.data());
+    std::vector<std::string> argv = {"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>\"$SSO_TEST_STDERR\"",
+                                     ssotest::ToolPath("sso-platform")};
+    argv.insert(argv.end(), args.begin(), args.end());
+    env["SSO_TEST_STDERR"] = err_path;
+    ssotest::CommandResult r = ssotest::RunCommand(argv, env);
+    CliResult result;
+    result.status = r.status;
+    result.out = r.out;
+    result.err = ReadWholeFile(err_path);
+    unlink(err_path.c_str());
+    return result;
+}
+
+} // namespace apptest
