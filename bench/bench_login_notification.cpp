@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+#include <dlog.h>
 #include <vconf.h>
 
 #include <atomic>
@@ -39,11 +40,14 @@ int OnLoginState(void *, int, sso_login_state, char *, char *)
 
 // The writer: for each byte read from `go`, flips the login state and reports
 // the time just before the write on `done`.
-pid_t StartWriter(int go, int done)
+pid_t StartWriter(int go, int goWriteEnd, int done, int doneReadEnd)
 {
     pid_t pid = fork();
     if (pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        // Only the parent's ends stay open there: EOF on `go` ends the writer.
+        close(goWriteEnd);
+        close(doneReadEnd);
         int state = 0;
         char c;
         while (read(go, &c, 1) == 1) {
@@ -65,7 +69,7 @@ void BM_LoginNotificationLatency(benchmark::State &state)
         state.SkipWithError("pipe failed");
         return;
     }
-    pid_t writer = StartWriter(go[0], done[1]);
+    pid_t writer = StartWriter(go[0], go[1], done[1], done[0]);
     vconftest::LoopThread loop;
     int rc = -1;
     loop.Run([&] { rc = sso_subscribe_login_state_change(OnLoginState, nullptr); });

@@ -4,6 +4,7 @@
 #include <glib-unix.h>
 #include <glib.h>
 #include <limits.h>
+#include <stdint.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -12,6 +13,7 @@
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "app_control_private.h"
@@ -30,7 +32,9 @@
  *     that was the thread default at the call.
  * The reply callback runs when a whole reply frame has arrived, or with
  * APP_CONTROL_RESULT_FAILED when the channel reaches EOF or the child exits
- * without one. A child exit is seen by the child watch, which also reaps it.
+ * without one. A child exit is seen by the child watch, which also reaps it;
+ * a watch destroyed with its context before the child ended hands the child
+ * to a detached thread blocked in waitpid.
  *
  * The callee reads the request when the library is loaded (a constructor),
  * closes the memfd and marks the reply socket close-on-exec, so programs it
@@ -192,11 +196,53 @@ static gboolean on_reply_readable(gint fd, GIOCondition condition, gpointer data
     return G_SOURCE_CONTINUE;
 }
 
+/* The child watch of one launched process. */
+struct child_watch {
+    GPid pid;
+    int reaped; /* atomic */
+    /* NULL when nobody waits for a reply. Stored (release) after every other
+     * field and loaded (acquire) before them: the sources may run on another
+     * thread than the one that set them up. */
+    struct launch *l;
+};
+
+static void *reap_in_background(void *data)
+{
+    pid_t pid = (pid_t)(intptr_t)data;
+    while (waitpid(pid, NULL, 0) < 0 && errno == EINTR) {
+    }
+    return NULL;
+}
+
+/* The watch is gone: with its context, before the child ended. Nobody else
+ * will reap the child, so a detached thread waits for it. */
+static void child_watch_free(gpointer data)
+{
+    struct child_watch *cw = data;
+    struct launch *l = __atomic_load_n(&cw->l, __ATOMIC_ACQUIRE);
+    if (!__atomic_load_n(&cw->reaped, __ATOMIC_ACQUIRE)) {
+        pthread_t thread;
+        pthread_attr_t attr;
+        if (pthread_attr_init(&attr) == 0) {
+            pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+            (void)pthread_create(&thread, &attr, reap_in_background, (void *)(intptr_t)cw->pid);
+            pthread_attr_destroy(&attr);
+        }
+    }
+    if (l)
+        launch_unref(l);
+    free(cw);
+}
+
 static void on_child_exit(GPid pid, gint status, gpointer data)
 {
     (void)status;
     g_spawn_close_pid(pid);
-    struct launch *l = data;
+    struct child_watch *cw = data;
+    struct launch *l = __atomic_load_n(&cw->l, __ATOMIC_ACQUIRE);
+    __atomic_store_n(&cw->reaped, 1, __ATOMIC_RELEASE);
+    if (!l)
+        return; /* nobody waits for a reply */
     pthread_mutex_lock(&l->lock);
     struct app_control_s *reply = NULL;
     int result = APP_CONTROL_RESULT_FAILED;
@@ -207,14 +253,6 @@ static void on_child_exit(GPid pid, gint status, gpointer data)
     pthread_mutex_unlock(&l->lock);
     if (due)
         deliver(l, reply, result);
-}
-
-/* Reaps a child whose reply nobody waits for. */
-static void on_unwatched_child_exit(GPid pid, gint status, gpointer data)
-{
-    (void)status;
-    (void)data;
-    g_spawn_close_pid(pid);
 }
 
 /* ---- starting the process ---- */
@@ -320,6 +358,11 @@ SSO_PLATFORM_EXPORT int app_control_send_launch_request(app_control_h app_contro
     const char *caller = getenv(APP_ID_ENV);
     int request_fd = -1, fds[2] = {-1, -1};
     struct launch *l = NULL;
+    struct child_watch *cw = calloc(1, sizeof(*cw));
+    if (!cw) {
+        rc = APP_CONTROL_ERROR_OUT_OF_MEMORY;
+        goto out;
+    }
     if (make_token(token) != 0) {
         rc = APP_CONTROL_ERROR_LAUNCH_FAILED;
         goto out;
@@ -365,10 +408,12 @@ SSO_PLATFORM_EXPORT int app_control_send_launch_request(app_control_h app_contro
     if (rc != APP_CONTROL_ERROR_NONE)
         goto out;
 
+    cw->pid = pid;
     GMainContext *context = g_main_context_ref_thread_default();
     GSource *child = g_child_watch_source_new(pid);
+    g_source_set_callback(child, G_SOURCE_FUNC(on_child_exit), cw, child_watch_free);
     if (!l) {
-        g_source_set_callback(child, G_SOURCE_FUNC(on_unwatched_child_exit), NULL, NULL);
+        __atomic_store_n(&cw->l, NULL, __ATOMIC_RELEASE);
         g_source_attach(child, context);
     } else {
         /* Both sources are attached under the lock: their callbacks may run
@@ -382,12 +427,13 @@ SSO_PLATFORM_EXPORT int app_control_send_launch_request(app_control_h app_contro
         __atomic_store_n(&l->refs, 2, __ATOMIC_RELEASE);
         l->fd_source = g_unix_fd_source_new(l->fd, G_IO_IN | G_IO_HUP | G_IO_ERR);
         g_source_set_callback(l->fd_source, G_SOURCE_FUNC(on_reply_readable), l, launch_unref);
-        g_source_set_callback(child, G_SOURCE_FUNC(on_child_exit), l, launch_unref);
+        __atomic_store_n(&cw->l, l, __ATOMIC_RELEASE);
         g_source_attach(l->fd_source, context);
         g_source_attach(child, context);
         pthread_mutex_unlock(&l->lock);
         l = NULL;
     }
+    cw = NULL;
     g_source_unref(child);
     g_main_context_unref(context);
 
@@ -404,6 +450,7 @@ out:
         pthread_mutex_destroy(&l->lock);
         free(l);
     }
+    free(cw);
     free(exec_path);
     return rc;
 }

@@ -232,14 +232,13 @@ int app_wire_decode_request(const unsigned char *data, size_t len, const unsigne
 long app_wire_reply_frame_len(const unsigned char *data, size_t len)
 {
     if (len < APP_WIRE_REPLY_HEADER)
-        return memcmp(data, reply_magic, len < sizeof(reply_magic) ? len : sizeof(reply_magic))
-                   ? -1
-                   : 0;
+        return memcmp(data, reply_magic, len < sizeof(reply_magic) ? len : sizeof(reply_magic)) ? -1
+                                                                                                : 0;
     if (memcmp(data, reply_magic, sizeof(reply_magic)) != 0)
         return -1;
     const unsigned char *p = data + sizeof(reply_magic);
-    uint32_t body = (uint32_t)p[0] | (uint32_t)p[1] << 8 | (uint32_t)p[2] << 16 |
-                    (uint32_t)p[3] << 24;
+    uint32_t body =
+        (uint32_t)p[0] | (uint32_t)p[1] << 8 | (uint32_t)p[2] << 16 | (uint32_t)p[3] << 24;
     if (body > APP_WIRE_MAX_MESSAGE - APP_WIRE_REPLY_HEADER)
         return -1;
     return (long)(APP_WIRE_REPLY_HEADER + body);

@@ -392,6 +392,12 @@ std::string Simulator::AddAccount(const AccountSpec &spec)
         {"last_name", &spec.last_name},
         {"device_id", &spec.device_id},
         {"password", &spec.password},
+        {"prefix_name", &spec.prefix_name},
+        {"birth_date", &spec.birth_date},
+        {"zip_code", &spec.zip_code},
+        {"mobile_num", &spec.mobile_num},
+        {"receive_email", &spec.receive_email},
+        {"family_group", &spec.family_group},
     };
     for (const auto &[key, value] : fields)
         if (*value)
@@ -445,6 +451,28 @@ void Simulator::WritePublicData(const std::string &text)
 void Simulator::Publish()
 {
     g_variant_unref(Call("Publish", nullptr, "()"));
+}
+
+std::string Simulator::Issued()
+{
+    return StringReply(Call("GetIssued", nullptr, "(s)"));
+}
+
+void Simulator::ClearIssued()
+{
+    g_variant_unref(Call("ClearIssued", nullptr, "()"));
+}
+
+void Simulator::RegisterClient(const std::string &app_id, const std::string &secret)
+{
+    g_variant_unref(
+        Call("RegisterClient", g_variant_new("(ss)", app_id.c_str(), secret.c_str()), "()"));
+}
+
+void Simulator::RegisterWhitelist(const std::string &package, const std::string &signature)
+{
+    g_variant_unref(
+        Call("RegisterWhitelist", g_variant_new("(ss)", package.c_str(), signature.c_str()), "()"));
 }
 
 // ------------------------------------------------------------ SimulatorTest

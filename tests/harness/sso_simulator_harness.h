@@ -31,6 +31,7 @@
 #include <string>
 #include <vector>
 
+#include "../../tools/sso-simulator/result_codes.h"
 #include "sso_test_harness.h"
 
 namespace ssotest {
@@ -50,8 +51,13 @@ inline constexpr const char *kSimulatorControlInterface =
 
 // How the simulator treats requests to one method. Unset fields keep what
 // was scripted before (Configure merges); Reset/ResetMethod undo scripting.
-// Defaults of an unscripted method: accept 1, result 0, generated payloads,
-// no delays, result delivered, no error, answered.
+// Defaults of an unscripted method: accept 1 (sso_is_account_switching_available:
+// 1 with more than one account registered, else 0), result and payloads from
+// the simulated state (see kSimResult*), no delays, result delivered, no
+// error, answered. A scripted field always wins. The state changes (sign-in,
+// tokens issued...) only when the delivered result is 0: a scripted non-zero
+// result changes nothing; a dropped result still changes the state; scripted
+// payloads are what gets issued and stored.
 struct Behaviour {
     std::optional<int32_t> accept; // the (i) answer; anything but 1 = refused, no result
     std::optional<int32_t> result; // "result" of the delivered callback
@@ -98,7 +104,76 @@ struct AccountSpec {
     std::optional<std::string> last_name;
     std::optional<std::string> device_id;
     std::optional<std::string> password; // for ID/password requests; never published
+    // Profile, answered by the profile requests (never published). Defaults:
+    // no prefix, birth date "19900101" (YYYYMMDD), a postal code of the
+    // country (e.g. "10001" for US, "" for countries without one known), no
+    // mobile number, receive_email "N".
+    std::optional<std::string> prefix_name;
+    std::optional<std::string> birth_date;
+    std::optional<std::string> zip_code;
+    std::optional<std::string> mobile_num;
+    std::optional<std::string> receive_email; // "Y" or "N"
+    // Accounts with the same id share a family group, owned by the first of
+    // them registered. Default: a group of its own, "FG-" + the first 16
+    // digits of the GUID.
+    std::optional<std::string> family_group;
 };
+
+// What an unscripted request does, decided from the simulated state when its
+// result is due (text fields as the library sends them; "HAS_NO_VALUE" means
+// absent):
+//   access token (also using_authcode, delivered where method_call says):
+//       needs someone signed in; "AT." + 32 base64url characters, journaled
+//       (Issued) with app id, account GUID and scope. The secret key must be
+//       non-empty, and the registered one for a RegisterClient app id. An auth
+//       code the simulator issued must be this app's, unrevoked, unredeemed
+//       (others are taken on trust).
+//   auth codes: "AC." + 32 characters, journaled. Need someone signed in,
+//       except the device code (no account) and ID/password (the named
+//       account, whose password must match).
+//   generate_token_*: the user id is signed in, added first when unknown (ID/
+//       password: with that password; known: it must match). response_data
+//       {"account_id", "account_guid", "added", "signed_in"[, "delete_flag"]}.
+//   register_account: adds the account; "on" signs it in too.
+//   perform_logout, verify_password (the signed-in account's password),
+//   set_passfw, request_reset_passwd (a registered login id), switch_* (by
+//   login id, by GUID, or with the account's own user token "auth"):
+//       act on the accounts and publish as the control calls do.
+//   request_account_list, get_dynamic_my_account_list: {"account_count",
+//       "list": [{"account_id", "account_guid", ..., "active"}]}, no secrets.
+//   get_user_info(_v4), identify_current_user_info, get_namecheck_auth_info:
+//       the signed-in account's profile (user_id is its uid, auth its user
+//       token; age from birth_date).
+//   get_user_family_group, get_user_group_users: the access token must be one
+//       issued (or scripted and delivered) for this app and account; groups
+//       are the accounts sharing family_group.
+//   whitelist: a token as above, also stored in "SSO_PUBLICDATA_ID_<package>"
+//       under the account's GUID and kSimWhitelistTokenKeyPrefix + app id
+//       before the result is sent.
+//   sync: is_account_switching_available answers 1 with two or more
+//       accounts; request_current_account_noti republishes; sso_reset revokes
+//       every issued token and code.
+//
+// The result codes the simulator delivers when nobody scripted a result (the
+// values and their meanings: tools/sso-simulator/result_codes.h). A refused
+// request gets one of them, "" in every string payload, and changes nothing.
+inline constexpr int kSimResultOk = ssosim::kResultOk;
+inline constexpr int kSimResultServiceError = ssosim::kResultServiceError;
+inline constexpr int kSimResultInvalidRequest = ssosim::kResultInvalidRequest;
+inline constexpr int kSimResultNotSignedIn = ssosim::kResultNotSignedIn;
+inline constexpr int kSimResultWrongPassword = ssosim::kResultWrongPassword;
+inline constexpr int kSimResultInvalidClient = ssosim::kResultInvalidClient;
+inline constexpr int kSimResultNoSuchAccount = ssosim::kResultNoSuchAccount;
+inline constexpr int kSimResultAccountLimit = ssosim::kResultAccountLimit;
+inline constexpr int kSimResultAccountExists = ssosim::kResultAccountExists;
+inline constexpr int kSimResultInvalidToken = ssosim::kResultInvalidToken;
+inline constexpr int kSimResultNotWhitelisted = ssosim::kResultNotWhitelisted;
+inline constexpr int kSimResultNoSuchGroup = ssosim::kResultNoSuchGroup;
+
+// The application-data key under which the simulator stores a whitelist token
+// for an app id (in "SSO_PUBLICDATA_ID_<package>", under the account's GUID).
+inline constexpr const char *kSimWhitelistTokenKeyPrefix =
+    "DATA_KEY_NAME_WHILIST_ACCESSTOKEN_RESPONSE_";
 
 // Error names the simulator answers refused account operations with.
 inline constexpr const char *kSimErrorNoSuchAccount =
@@ -212,8 +287,9 @@ public:
     void SignOut();
     // {"accounts": [{"login_id", "guid", "uid", "icon_path", "auth",
     // "user_pin_set", "country", "country2", "display_name", "first_name",
-    // "last_name", "device_id", "password", "active"}...], "active": guid or
-    // "", "version": n}
+    // "last_name", "device_id", "password", "prefix_name", "birth_date",
+    // "zip_code", "mobile_num", "receive_email", "family_group", "active"}...],
+    // "active": guid or "", "version": n}
     std::string Accounts();
     // {"signed_in": guid or "", "version": n}
     std::string State();
@@ -226,6 +302,23 @@ public:
     void WritePublicData(const std::string &text);
     // Writes the current state again.
     void Publish();
+
+    // ---- issued tokens and registrations ----
+
+    // {"issued": [{"sequence", "kind" ("access_token", "auth_code" or
+    // "whitelist_token"), "value", "method", "app_id", "account_guid" ("" for
+    // a device code), "scope" ("" when absent), "package", "extra": {dsc,
+    // code_challenge...}, "scripted", "revoked", "redeemed"}...]}, oldest
+    // first.
+    std::string Issued();
+    // Forgets every issued token and code.
+    void ClearIssued();
+    // Access-token requests for app_id must then carry secret (unregistered
+    // app ids take any non-empty secret key).
+    void RegisterClient(const std::string &app_id, const std::string &secret);
+    // Once any pair is registered, whitelist tokens go only to registered
+    // (package, signature) pairs.
+    void RegisterWhitelist(const std::string &package, const std::string &signature);
 
     // The harness's own connection to the system bus (created on first use,
     // re-created after the bus restarted). Owned by the Simulator.

@@ -430,7 +430,8 @@ TEST_F(Transport, AZeroCallbackIsNotCalled)
     EXPECT_EQ(sim_.CallClient(ClientBusName(), "sso_request_access_token",
                               ClientArgs("sso_request_access_token", tid, "x", 0, nullptr)),
               "");
-    EXPECT_TRUE(log().Contains("\033[0;31mpCallback is 0\033[0m"));
+    EXPECT_TRUE(
+        ssotest::WaitUntil([&] { return log().Contains("\033[0;31mpCallback is 0\033[0m"); }));
 }
 
 TEST_F(Transport, WrongArgumentTypesAreRejectedBeforeTheLibrary)

@@ -159,8 +159,7 @@ int Run()
     record.emplace_back("operation", Owned(s));
     app_control_launch_mode_e mode = APP_CONTROL_LAUNCH_MODE_SINGLE;
     app_control_get_launch_mode(request, &mode);
-    record.emplace_back("launch_mode",
-                        mode == APP_CONTROL_LAUNCH_MODE_GROUP ? "group" : "single");
+    record.emplace_back("launch_mode", mode == APP_CONTROL_LAUNCH_MODE_GROUP ? "group" : "single");
     const std::vector<std::string> keys = Keys(request);
     for (const std::string &key : keys)
         record.emplace_back("extra." + key, Extra(request, key));
@@ -199,9 +198,8 @@ int Run()
     Lines replied = {
         {"reply", std::to_string(app_control_reply_to_launch_request(reply, request, result))}};
     if (action == "reply_twice")
-        replied.emplace_back(
-            "second_reply",
-            std::to_string(app_control_reply_to_launch_request(reply, request, result)));
+        replied.emplace_back("second_reply", std::to_string(app_control_reply_to_launch_request(
+                                                 reply, request, result)));
     if (!record_path.empty())
         WriteRecord(record_path + ".reply", replied);
     app_control_destroy(reply);

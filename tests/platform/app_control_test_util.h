@@ -7,6 +7,7 @@
 #include <app_control_registry.h>
 #include <glib.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -340,6 +341,15 @@ inline Record WaitForRecord(const std::string &path, std::chrono::milliseconds t
 inline bool Reaped(pid_t pid)
 {
     return pid > 0 && kill(pid, 0) != 0 && errno == ESRCH;
+}
+
+// Whether this process has any child, running or a zombie. Reaps nothing.
+inline bool HasChildren()
+{
+    siginfo_t info;
+    info.si_pid = 0;
+    return waitid(P_ALL, 0, &info, WEXITED | WSTOPPED | WCONTINUED | WNOHANG | WNOWAIT) == 0 ||
+           errno != ECHILD;
 }
 
 // ---- running sso-platform ----

@@ -154,7 +154,8 @@ TEST(AppControlHandle, LaunchModeSetGetAndBadValues)
 {
     Handle h;
     app_control_launch_mode_e mode = APP_CONTROL_LAUNCH_MODE_SINGLE;
-    ASSERT_EQ(APP_CONTROL_ERROR_NONE, app_control_set_launch_mode(h, APP_CONTROL_LAUNCH_MODE_GROUP));
+    ASSERT_EQ(APP_CONTROL_ERROR_NONE,
+              app_control_set_launch_mode(h, APP_CONTROL_LAUNCH_MODE_GROUP));
     ASSERT_EQ(APP_CONTROL_ERROR_NONE, app_control_get_launch_mode(h, &mode));
     EXPECT_EQ(APP_CONTROL_LAUNCH_MODE_GROUP, mode);
     EXPECT_EQ(APP_CONTROL_ERROR_INVALID_PARAMETER,
@@ -304,7 +305,8 @@ TEST(AppControlHandle, CloneIsADeepCopy)
     Handle h;
     ASSERT_EQ(APP_CONTROL_ERROR_NONE, app_control_set_app_id(h, "org.orvex.a"));
     ASSERT_EQ(APP_CONTROL_ERROR_NONE, app_control_set_operation(h, "op"));
-    ASSERT_EQ(APP_CONTROL_ERROR_NONE, app_control_set_launch_mode(h, APP_CONTROL_LAUNCH_MODE_GROUP));
+    ASSERT_EQ(APP_CONTROL_ERROR_NONE,
+              app_control_set_launch_mode(h, APP_CONTROL_LAUNCH_MODE_GROUP));
     ASSERT_EQ(APP_CONTROL_ERROR_NONE, app_control_add_extra_data(h, "k", "v"));
     app_control_h raw = nullptr;
     ASSERT_EQ(APP_CONTROL_ERROR_NONE, app_control_clone(&raw, h));
@@ -482,12 +484,14 @@ TEST_F(AppRegistry, LaunchOfAnUnknownAppFailsAtOnce)
 
 TEST_F(AppRegistry, LaunchOfAMissingProgramFails)
 {
-    ASSERT_EQ(APP_CONTROL_ERROR_NONE,
-              app_control_register_app("org.orvex.gone", (root_.path() + "/no-such-program").c_str()));
+    ASSERT_EQ(
+        APP_CONTROL_ERROR_NONE,
+        app_control_register_app("org.orvex.gone", (root_.path() + "/no-such-program").c_str()));
     std::ofstream(root_.path() + "/not-executable") << "#!/bin/sh\n";
     chmod((root_.path() + "/not-executable").c_str(), 0644);
-    ASSERT_EQ(APP_CONTROL_ERROR_NONE, app_control_register_app(
-                                          "org.orvex.noexec", (root_.path() + "/not-executable").c_str()));
+    ASSERT_EQ(
+        APP_CONTROL_ERROR_NONE,
+        app_control_register_app("org.orvex.noexec", (root_.path() + "/not-executable").c_str()));
     for (const char *id : {"org.orvex.gone", "org.orvex.noexec"}) {
         Handle h;
         ASSERT_EQ(APP_CONTROL_ERROR_NONE, app_control_set_app_id(h, id));
@@ -499,6 +503,8 @@ TEST_F(AppRegistry, LaunchOfAMissingProgramFails)
     while (g_main_context_iteration(nullptr, FALSE)) {
     }
     EXPECT_EQ(0, g_calls);
+    // The failed start left no process behind, not even a zombie.
+    EXPECT_FALSE(apptest::HasChildren());
 }
 
 TEST_F(AppRegistry, LaunchOfAMalformedRegistrationFails)

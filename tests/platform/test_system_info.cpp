@@ -116,8 +116,16 @@ TEST_F(SystemInfo, HandWrittenFilesWithOrWithoutANewlineRead)
 
 TEST_F(SystemInfo, MalformedFilesFailWithIoErrorAndLeaveTheValue)
 {
-    const std::string bad[] = {"",       "\n",     "yes",    "TRUE",   "1",
-                               "true\n\n", " true", "true ", "falsey", std::string(100, 'x'),
+    const std::string bad[] = {"",
+                               "\n",
+                               "yes",
+                               "TRUE",
+                               "1",
+                               "true\n\n",
+                               " true",
+                               "true ",
+                               "falsey",
+                               std::string(100, 'x'),
                                std::string("tr\0ue", 5)};
     for (const std::string &content : bad) {
         WriteRaw(KeyFile(), content);
@@ -168,9 +176,11 @@ TEST_F(SystemInfo, BadArgumentsAreRejected)
         std::string(100, '/'), // 300 bytes once encoded
     };
     for (const std::string &key : bad_keys) {
-        EXPECT_EQ(SYSTEM_INFO_ERROR_INVALID_PARAMETER, system_info_get_custom_bool(key.c_str(), &value))
+        EXPECT_EQ(SYSTEM_INFO_ERROR_INVALID_PARAMETER,
+                  system_info_get_custom_bool(key.c_str(), &value))
             << key.size();
-        EXPECT_EQ(SYSTEM_INFO_ERROR_INVALID_PARAMETER, system_info_set_custom_bool(key.c_str(), true));
+        EXPECT_EQ(SYSTEM_INFO_ERROR_INVALID_PARAMETER,
+                  system_info_set_custom_bool(key.c_str(), true));
         EXPECT_EQ(SYSTEM_INFO_ERROR_INVALID_PARAMETER, system_info_unset_custom(key.c_str()));
     }
     EXPECT_TRUE(value);

@@ -28,8 +28,7 @@ void Check(int rc, const std::string &app_id)
     case APP_CONTROL_ERROR_APP_NOT_FOUND:
         throw Failure("application '" + app_id + "' is not registered");
     case APP_CONTROL_ERROR_IO_ERROR:
-        throw Failure("application '" + app_id +
-                      "': the application registry is not accessible");
+        throw Failure("application '" + app_id + "': the application registry is not accessible");
     case APP_CONTROL_ERROR_OUT_OF_MEMORY:
         throw Failure("application '" + app_id + "': out of memory");
     default:
@@ -109,7 +108,9 @@ const Group &AppGroup()
         "  sso-platform app list\n"
         "  sso-platform app rm org.orvex.account.signin",
         {
-            {"add", "APP_ID --exec PATH", "Register an application",
+            {"add",
+             "APP_ID --exec PATH",
+             "Register an application",
              "Registers PATH as the program of APP_ID, replacing any previous\n"
              "registration. PATH must be an executable file; a relative PATH is taken\n"
              "from the current directory and stored absolute.\n"
@@ -117,22 +118,34 @@ const Group &AppGroup()
              "Examples:\n"
              "  sso-platform app add org.orvex.account.signin --exec /usr/bin/signin-ui\n"
              "  sso-platform --root /tmp/device app add my.app --exec ./build/bin/my-app",
-             {{"--exec", "PATH", "The program to run for the application (required)"}}, 1, 1,
+             {{"--exec", "PATH", "The program to run for the application (required)"}},
+             1,
+             1,
              Add},
-            {"rm", "APP_ID", "Remove an application",
+            {"rm",
+             "APP_ID",
+             "Remove an application",
              "Removes the registration; launching the id fails afterwards. Fails with\n"
              "status 1 when it is not registered.\n"
              "\n"
              "Example:\n"
              "  sso-platform app rm org.orvex.account.signin",
-             {}, 1, 1, Remove},
-            {"list", "", "List the registered applications",
+             {},
+             1,
+             1,
+             Remove},
+            {"list",
+             "",
+             "List the registered applications",
              "Prints one line per application, ordered by id: the id, a tab, and\n"
              "the program's path. Prints nothing when none is registered.\n"
              "\n"
              "Example:\n"
              "  sso-platform app list",
-             {}, 0, 0, List},
+             {},
+             0,
+             0,
+             List},
         },
     };
     return group;

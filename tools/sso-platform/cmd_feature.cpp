@@ -79,28 +79,43 @@ const Group &FeatureGroup()
         "  sso-platform feature get com.veltra/featureconf/account.signin_mandatory\n"
         "  sso-platform feature unset com.veltra/featureconf/account.signin_mandatory",
         {
-            {"get", "KEY", "Print a flag as true or false",
+            {"get",
+             "KEY",
+             "Print a flag as true or false",
              "Prints true or false. Fails with status 1 when the flag is not set or\n"
              "its file does not hold a boolean.\n"
              "\n"
              "Example:\n"
              "  sso-platform feature get com.veltra/featureconf/account.signin_mandatory",
-             {}, 1, 1, Get},
-            {"set", "KEY true|false", "Set a flag",
+             {},
+             1,
+             1,
+             Get},
+            {"set",
+             "KEY true|false",
+             "Set a flag",
              "Sets the flag, replacing any previous value atomically. The value is\n"
              "true or false (1 and 0 are accepted too).\n"
              "\n"
              "Examples:\n"
              "  sso-platform feature set com.veltra/featureconf/account.signin_mandatory true\n"
              "  sso-platform --root /tmp/device feature set my.feature false",
-             {}, 2, 2, Set},
-            {"unset", "KEY", "Remove a flag",
+             {},
+             2,
+             2,
+             Set},
+            {"unset",
+             "KEY",
+             "Remove a flag",
              "Removes the flag, so it reads as not set. Fails with status 1 when it\n"
              "was not set.\n"
              "\n"
              "Example:\n"
              "  sso-platform feature unset com.veltra/featureconf/account.signin_mandatory",
-             {}, 1, 1, Unset},
+             {},
+             1,
+             1,
+             Unset},
         },
     };
     return group;

@@ -23,14 +23,12 @@ void AccountService::Start()
 void AccountService::AddDemoAccounts()
 {
     struct Demo {
-        const char *login_id, *first, *last, *country, *pin, *icon, *password, *birth_date,
-            *mobile, *family_group;
+        const char *login_id, *first, *last, *country, *pin, *icon, *password, *birth_date, *mobile,
+            *family_group;
     };
     // Plausible people on reserved example domains: nothing here can be
-    // mistaken for a real account.
-    static const Demo kDemo[] = {
-    // The first two share a family group. Phone numbers are from ranges
-    // reserved for fiction.
+    // mistaken for a real account. The first two share a family group; the
+    // phone numbers are from ranges reserved for fiction.
     static const Demo kDemo[] = {
         {"jamie.rivera@example.com", "Jamie", "Rivera", "USA", "N", "/opt/sso-demo/icons/jamie.png",
          "demo-password-1", "19880412", "+1-202-555-0143", "FG-DEMO-HOUSEHOLD"},

@@ -73,9 +73,8 @@ void ResolveCountry(const AccountFields &f, Account &a)
 // "YYYYMMDD" of a real calendar day.
 bool IsBirthDate(const std::string &s)
 {
-    if (s.size() != 8 || !std::all_of(s.begin(), s.end(), [](unsigned char c) {
-            return std::isdigit(c) != 0;
-        }))
+    if (s.size() != 8 ||
+        !std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isdigit(c) != 0; }))
         return false;
     const int year = std::stoi(s.substr(0, 4));
     const int month = std::stoi(s.substr(4, 2));
@@ -89,9 +88,9 @@ bool IsBirthDate(const std::string &s)
 std::string DefaultZipCode(const std::string &country2)
 {
     static const std::map<std::string, std::string> kZip = {
-        {"US", "10001"}, {"KR", "06164"}, {"DE", "10115"},    {"GB", "SW1A 1AA"},
-        {"FR", "75001"}, {"JP", "100-0001"}, {"CA", "K1A 0B1"}, {"ES", "28001"},
-        {"IT", "00118"}, {"BR", "01310-100"}, {"IN", "110001"}, {"AU", "2000"},
+        {"US", "10001"}, {"KR", "06164"},     {"DE", "10115"},   {"GB", "SW1A 1AA"},
+        {"FR", "75001"}, {"JP", "100-0001"},  {"CA", "K1A 0B1"}, {"ES", "28001"},
+        {"IT", "00118"}, {"BR", "01310-100"}, {"IN", "110001"},  {"AU", "2000"},
     };
     auto it = kZip.find(country2);
     return it == kZip.end() ? "" : it->second;

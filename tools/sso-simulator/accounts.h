@@ -75,8 +75,8 @@ struct Account {
 // What a caller asked for; unset fields are generated or defaulted.
 struct AccountFields {
     std::optional<std::string> login_id, guid, uid, icon_path, auth, user_pin_set, country,
-        country2, display_name, first_name, last_name, device_id, password, prefix_name,
-        birth_date, zip_code, mobile_num, receive_email, family_group;
+        country2, display_name, first_name, last_name, device_id, password, prefix_name, birth_date,
+        zip_code, mobile_num, receive_email, family_group;
 };
 
 // Reads the a{sv} of AddAccount (every value a string). Throws AccountError.

@@ -44,10 +44,11 @@ GVariant *Records(const std::vector<std::array<std::string, 3>> &rows)
 } // namespace
 
 Control::Control(GDBusConnection *connection, BehaviourTable &behaviours, Service &service,
-                 Delivery &delivery, AccountService &accounts, std::string own_object_name,
-                 std::function<void()> quit)
+                 Delivery &delivery, AccountService &accounts, RequestFamilies &families,
+                 std::string own_object_name, std::function<void()> quit)
     : connection_(connection), behaviours_(behaviours), service_(service), delivery_(delivery),
-      accounts_(accounts), own_object_name_(std::move(own_object_name)), quit_(std::move(quit))
+      accounts_(accounts), families_(families), own_object_name_(std::move(own_object_name)),
+      quit_(std::move(quit))
 {
 }
 
@@ -154,6 +155,14 @@ bool Control::HandleAccounts(const std::string &method, GVariant *params, GVaria
         accounts_.WritePublicData(string_arg(0));
     } else if (method == "Publish") {
         accounts_.Publish();
+    } else if (method == "GetIssued") {
+        *reply = g_variant_new("(s)", families_.IssuedJson().c_str());
+    } else if (method == "ClearIssued") {
+        families_.ClearIssued();
+    } else if (method == "RegisterClient") {
+        families_.RegisterClient(string_arg(0), string_arg(1));
+    } else if (method == "RegisterWhitelist") {
+        families_.RegisterWhitelist(string_arg(0), string_arg(1));
     } else {
         return false;
     }

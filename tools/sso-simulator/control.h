@@ -1,5 +1,6 @@
 // The control object: scripting, journal and deliveries, signals, calls into
-// clients, accounts and what is published about them, and Quit.
+// clients, accounts and what is published about them, the issued tokens and
+// the client and whitelist registrations, and Quit.
 #pragma once
 
 #include <gio/gio.h>
@@ -10,6 +11,7 @@
 #include "account_service.h"
 #include "behaviour.h"
 #include "delivery.h"
+#include "families.h"
 #include "service.h"
 
 namespace ssosim {
@@ -17,8 +19,8 @@ namespace ssosim {
 class Control {
 public:
     Control(GDBusConnection *connection, BehaviourTable &behaviours, Service &service,
-            Delivery &delivery, AccountService &accounts, std::string own_object_name,
-            std::function<void()> quit);
+            Delivery &delivery, AccountService &accounts, RequestFamilies &families,
+            std::string own_object_name, std::function<void()> quit);
     ~Control();
     Control(const Control &) = delete;
     Control &operator=(const Control &) = delete;
@@ -35,7 +37,8 @@ private:
     // Returns the reply, or nullptr when the call completes later.
     GVariant *Handle(const std::string &method, GVariant *params,
                      ObjectPtr<GDBusMethodInvocation> &invocation);
-    // The account methods: false when method is none of them, else *reply
+    // The account, issued-token and registration methods: false when method
+    // is none of them, else *reply
     // is the reply (nullptr for an empty one).
     bool HandleAccounts(const std::string &method, GVariant *params, GVariant **reply);
 
@@ -44,6 +47,7 @@ private:
     Service &service_;
     Delivery &delivery_;
     AccountService &accounts_;
+    RequestFamilies &families_;
     std::string own_object_name_;
     std::function<void()> quit_;
     GDBusNodeInfo *node_ = nullptr;

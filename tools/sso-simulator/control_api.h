@@ -70,6 +70,18 @@ inline constexpr const char *kControlXml = R"xml(<node>
       <arg name="text" type="s" direction="in"/>
     </method>
     <method name="Publish"/>
+    <method name="GetIssued">
+      <arg name="json" type="s" direction="out"/>
+    </method>
+    <method name="ClearIssued"/>
+    <method name="RegisterClient">
+      <arg name="app_id" type="s" direction="in"/>
+      <arg name="secret" type="s" direction="in"/>
+    </method>
+    <method name="RegisterWhitelist">
+      <arg name="package" type="s" direction="in"/>
+      <arg name="signature" type="s" direction="in"/>
+    </method>
   </interface>
 </node>)xml";
 

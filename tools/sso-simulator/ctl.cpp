@@ -344,6 +344,12 @@ const std::vector<std::pair<const char *, const char *>> &AccountOptionKeys()
         {"--last-name", "last_name"},
         {"--device-id", "device_id"},
         {"--password", "password"},
+        {"--prefix-name", "prefix_name"},
+        {"--birth-date", "birth_date"},
+        {"--zip-code", "zip_code"},
+        {"--mobile", "mobile_num"},
+        {"--receive-email", "receive_email"},
+        {"--family-group", "family_group"},
     };
     return kKeys;
 }
@@ -468,6 +474,51 @@ int RunPublicDataWrite(const Parsed &p)
     return kExitOk;
 }
 
+int RunIssued(const Parsed &p)
+{
+    VariantPtr reply = ControlClient().Call("GetIssued", nullptr, "(s)");
+    const gchar *text = nullptr;
+    g_variant_get(reply.get(), "(&s)", &text);
+    if (!p.options.empty()) { // --json
+        std::printf("%s\n", text);
+        return kExitOk;
+    }
+    const Json::Value v = ParseJsonReply(text);
+    for (const auto &e : v["issued"]) {
+        std::string flags;
+        for (const char *flag : {"revoked", "redeemed", "scripted"})
+            if (e[flag].asBool())
+                flags += (flags.empty() ? "" : ",") + std::string(flag);
+        const auto text_or_dash = [](const Json::Value &s) {
+            return s.asString().empty() ? std::string("-") : s.asString();
+        };
+        std::printf("%d %s %s %s %s %s\n", e["sequence"].asInt(), e["kind"].asString().c_str(),
+                    text_or_dash(e["app_id"]).c_str(), text_or_dash(e["account_guid"]).c_str(),
+                    flags.empty() ? "-" : flags.c_str(), e["value"].asString().c_str());
+    }
+    return kExitOk;
+}
+
+int RunIssuedClear(const Parsed &)
+{
+    ControlClient().Call("ClearIssued", nullptr);
+    return kExitOk;
+}
+
+int RunClientAdd(const Parsed &p)
+{
+    ControlClient().Call("RegisterClient",
+                         g_variant_new("(ss)", p.positional[0].c_str(), p.positional[1].c_str()));
+    return kExitOk;
+}
+
+int RunWhitelistAdd(const Parsed &p)
+{
+    ControlClient().Call("RegisterWhitelist",
+                         g_variant_new("(ss)", p.positional[0].c_str(), p.positional[1].c_str()));
+    return kExitOk;
+}
+
 const std::vector<Command> &Commands()
 {
     static const std::vector<Command> kCommands = {
@@ -582,7 +633,13 @@ const std::vector<Command> &Commands()
           {"--first-name", "NAME", "First name"},
           {"--last-name", "NAME", "Last name"},
           {"--device-id", "ID", "userDeviceID (default: generated)"},
-          {"--password", "PW", "Password for ID/password requests (never published)"}},
+          {"--password", "PW", "Password for ID/password requests (never published)"},
+          {"--prefix-name", "P", "Name prefix, e.g. Dr (default: none)"},
+          {"--birth-date", "YYYYMMDD", "Birth date (default 19900101)"},
+          {"--zip-code", "ZIP", "Postal code (default: one of the country's)"},
+          {"--mobile", "NUMBER", "Mobile number (default: none)"},
+          {"--receive-email", "Y|N", "Whether the user takes e-mail (default N)"},
+          {"--family-group", "ID", "Family group; accounts with the same ID share it"}},
          0,
          0,
          &RunAccountAdd},
@@ -675,6 +732,48 @@ const std::vector<Command> &Commands()
          1,
          1,
          &RunPublicDataWrite},
+        {"issued clear",
+         "",
+         "Forgets every issued token and code (they are then unknown, not revoked).",
+         "Example:\n"
+         "  sso-simulator ctl issued clear\n",
+         {},
+         0,
+         0,
+         &RunIssuedClear},
+        {"issued",
+         "[--json]",
+         "Lists the access tokens, auth codes and whitelist tokens issued, oldest first, one a\n"
+         "line: SEQUENCE KIND APP_ID ACCOUNT_GUID FLAGS VALUE ('-' for none; FLAGS from\n"
+         "revoked, redeemed, scripted). --json prints every detail.",
+         "Examples:\n"
+         "  sso-simulator ctl issued\n"
+         "  1 access_token org.example.app 9F0C...E1 - AT.3q2-7wEAAAB...\n"
+         "  sso-simulator ctl issued --json\n",
+         {{"--json", nullptr, "Print the full journal as JSON"}},
+         0,
+         0,
+         &RunIssued},
+        {"client add",
+         "APP_ID SECRET",
+         "Registers a client: access-token requests for APP_ID must then carry SECRET as their\n"
+         "secret key (unregistered app ids take any non-empty secret).",
+         "Example:\n"
+         "  sso-simulator ctl client add org.example.app s3cr3t\n",
+         {},
+         2,
+         2,
+         &RunClientAdd},
+        {"whitelist add",
+         "PACKAGE SIGNATURE",
+         "Registers a whitelist pair. Once any pair is registered, whitelist tokens go only to\n"
+         "registered (PACKAGE, SIGNATURE) pairs; before, to anyone signed in.",
+         "Example:\n"
+         "  sso-simulator ctl whitelist add org.example.app 3082034f3082...\n",
+         {},
+         2,
+         2,
+         &RunWhitelistAdd},
         {"quit",
          "",
          "Stops the simulator (exit status 0).",

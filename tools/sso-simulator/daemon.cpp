@@ -14,6 +14,7 @@
 #include "contract.h"
 #include "control.h"
 #include "delivery.h"
+#include "families.h"
 #include "payloads.h"
 #include "service.h"
 #include "sim_log.h"
@@ -35,6 +36,7 @@ struct Daemon {
 
     std::unique_ptr<Contract> contract;
     std::unique_ptr<AccountService> accounts;
+    std::unique_ptr<RequestFamilies> families;
     std::unique_ptr<BehaviourTable> behaviours;
     std::unique_ptr<PayloadProvider> payloads;
     std::unique_ptr<Timers> timers;
@@ -139,13 +141,15 @@ int RunDaemon(const DaemonOptions &options)
         d.accounts->Start();
         if (options.demo_accounts)
             d.accounts->AddDemoAccounts();
+        d.families = std::make_unique<RequestFamilies>(*d.accounts, options.seed);
         d.payloads = std::make_unique<PayloadProvider>(d.accounts.get());
         d.timers = std::make_unique<Timers>();
-        d.delivery = std::make_unique<Delivery>(d.connection, contract, *d.payloads, d.object_name);
-        d.service = std::make_unique<Service>(d.connection, contract, *d.behaviours, *d.payloads,
-                                              *d.delivery, *d.timers);
+        d.delivery = std::make_unique<Delivery>(d.connection, contract, d.object_name);
+        d.service = std::make_unique<Service>(d.connection, contract, *d.behaviours, *d.families,
+                                              *d.payloads, *d.delivery, *d.timers);
         d.control = std::make_unique<Control>(d.connection, *d.behaviours, *d.service, *d.delivery,
-                                              *d.accounts, d.object_name, [&d]() { d.Quit(0); });
+                                              *d.accounts, *d.families, d.object_name,
+                                              [&d]() { d.Quit(0); });
         d.service->Register();
         d.control->Register();
         owner = g_bus_own_name_on_connection(d.connection, kServiceBusName,
@@ -173,6 +177,7 @@ int RunDaemon(const DaemonOptions &options)
     d.delivery.reset();
     d.timers.reset();
     d.payloads.reset();
+    d.families.reset();
     d.accounts.reset();
     g_source_remove(term);
     g_source_remove(intr);

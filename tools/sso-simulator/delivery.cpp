@@ -131,7 +131,8 @@ struct Delivery::Pending {
 
 Delivery::Delivery(GDBusConnection *connection, const Contract &contract,
                    std::string own_object_name)
-    : connection_(connection), contract_(contract), own_object_name_(std::move(own_object_name)), cancellable_(g_cancellable_new())
+    : connection_(connection), contract_(contract), own_object_name_(std::move(own_object_name)),
+      cancellable_(g_cancellable_new())
 {
 }
 

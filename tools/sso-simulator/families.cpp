@@ -182,8 +182,7 @@ std::int32_t RequestFamilies::CheckAccessToken(const std::string &app_id, const 
     const Account *active = accounts_.registry().active();
     const IssuedEntry *e = issued_.Find(token);
     if (e == nullptr || e->revoked || active == nullptr || e->account_guid != active->guid ||
-        e->app_id != app_id ||
-        (e->kind != kIssuedAccessToken && e->kind != kIssuedWhitelistToken))
+        e->app_id != app_id || (e->kind != kIssuedAccessToken && e->kind != kIssuedWhitelistToken))
         return kResultInvalidToken;
     return kResultOk;
 }
@@ -571,8 +570,8 @@ Outcome RequestFamilies::Switch(const Request &r)
     if (key.empty())
         return Refuse(r, kResultInvalidRequest, "account empty");
     const AccountRegistry &registry = accounts_.registry();
-    const Account *target = m == "sso_switch_account_by_guid" ? registry.FindByGuid(key)
-                                                              : registry.FindByLoginId(key);
+    const Account *target =
+        m == "sso_switch_account_by_guid" ? registry.FindByGuid(key) : registry.FindByLoginId(key);
     if (target == nullptr)
         return Refuse(r, kResultNoSuchAccount, "no such account");
     if (m == "sso_switch_account_with_usertoken" && Arg(r, 2) != target->auth)

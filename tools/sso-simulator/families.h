@@ -96,7 +96,7 @@ private:
     AccountService &accounts_;
     IdGenerator ids_;
     IssuedJournal issued_;
-    std::map<std::string, std::string> clients_;                // app id -> secret
+    std::map<std::string, std::string> clients_;              // app id -> secret
     std::set<std::pair<std::string, std::string>> whitelist_; // (package, signature)
 };
 

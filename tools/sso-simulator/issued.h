@@ -17,14 +17,14 @@ inline constexpr const char *kIssuedAuthCode = "auth_code";
 inline constexpr const char *kIssuedWhitelistToken = "whitelist_token";
 
 struct IssuedEntry {
-    int sequence = 0;         // 1, 2, ... in the order of issue
-    std::string kind;         // one of the kIssued* names
-    std::string value;        // the token or code as delivered
-    std::string method;       // the server method that asked for it
-    std::string app_id;       // client id; "" when the request names none
-    std::string account_guid; // "" for a device code
-    std::string scope;        // "" when absent ("HAS_NO_VALUE")
-    std::string package;      // whitelist tokens only
+    int sequence = 0;                         // 1, 2, ... in the order of issue
+    std::string kind;                         // one of the kIssued* names
+    std::string value;                        // the token or code as delivered
+    std::string method;                       // the server method that asked for it
+    std::string app_id;                       // client id; "" when the request names none
+    std::string account_guid;                 // "" for a device code
+    std::string scope;                        // "" when absent ("HAS_NO_VALUE")
+    std::string package;                      // whitelist tokens only
     std::map<std::string, std::string> extra; // request details (dsc, challenge...)
     bool scripted = false;                    // the value came from a scripted payload
     bool revoked = false;                     // sso_reset revokes everything

@@ -13,6 +13,7 @@
 #include "control_api.h"
 #include "ctl.h"
 #include "daemon.h"
+#include "result_codes.h"
 
 #ifndef SSO_VERSION
 #define SSO_VERSION "unknown"
@@ -88,6 +89,15 @@ void PrintRunHelp()
         "  SSO_PLATFORM_LOG=stderr SSO_PLATFORM_LOG_LEVEL=info %s run\n"
         "  %s run --demo-accounts --seed 42\n",
         kProgram, kProgram, kServiceBusName, kProgram, kProgram);
+    std::printf("\n"
+                "Results:\n"
+                "  Unless a test scripts them, results come from the simulated state: tokens and\n"
+                "  codes are issued to the signed-in account (see 'ctl issued'), account\n"
+                "  requests sign in, add, switch and sign out, profile requests answer from the\n"
+                "  signed-in account. A request refused by the state gets one of these result\n"
+                "  codes and empty payloads, and changes nothing:\n");
+    for (const auto &c : kResultCodeTable)
+        std::printf("  %3d  %-16s %s\n", c.code, c.name, c.meaning);
 }
 
 std::string RunHint()

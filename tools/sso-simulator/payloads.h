@@ -1,7 +1,8 @@
-// The "payload provider" layer: what the simulated service says when a test
-// scripted nothing. Results carry made-up but realistic values chosen by the
-// client argument's name (an access token looks like a token, a birthday like
-// a date), so a client under test sees plausible data by default.
+// The "payload provider" layer: the last resort for a result string that
+// neither a script nor the request's family (families.h) fills, as when a
+// request asks for delivery on another family's client method. Values are
+// made up but realistic, chosen by the client argument's name (an access
+// token looks like a token, a birthday like a date).
 //
 // The data reads answer from the accounts layer: the public document as last
 // written, and the signed-in account's application data.

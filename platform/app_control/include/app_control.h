@@ -122,9 +122,11 @@ typedef void (*app_control_reply_cb)(app_control_h request, app_control_h reply,
  * and the callback is not called. Otherwise, with a callback, it is called
  * exactly once, on the thread running the main context that was the thread
  * default when this was called (the global default context when none was),
- * and only while that context runs. Without a callback the reply, if any, is
- * dropped. Either way that context reaps the process when it ends, so a
- * caller that launches must run it.
+ * and only while that context runs (a context destroyed first drops the
+ * callback). Without a callback the reply, if any, is dropped. Either way a
+ * child watch on that context reaps the process when it ends, or, when the
+ * context goes away first, a background thread does: no launch leaves a
+ * zombie behind.
  */
 int app_control_send_launch_request(app_control_h app_control, app_control_reply_cb callback,
                                     void *user_data);
