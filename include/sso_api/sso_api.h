@@ -743,6 +743,165 @@ SSO_API int sso_add_cp_account_mapping_info(const char *cp_id, const char *cp_us
 SSO_API int sso_remove_cp_account_mapping_info(const char *cp_id, sso_response_data_cb callback,
                                                void *user_data);
 
+/* ----------------------------------------------------------------------------
+ * Account UI and PIN flows. These launch the device's account UI
+ * applications. Call them from the thread that runs the application's GLib
+ * main loop (the thread-default main context): their callbacks are delivered
+ * there. A callback's data text is valid only during the call.
+ * ------------------------------------------------------------------------- */
+
+/**
+ * @brief Shows an account page ("com.veltra.tv.CSAccount"; types 7 and 8:
+ *        "QHVMP48x7k.WebAccountExtension", the account and terms web pages).
+ *
+ * The page is the type printed in at most two characters. @p data (NULL sends
+ * "0") is passed as is, except for types 10 (switch account: @p data is the
+ * GUID) and 9 (voice registration: @p data is the account id), which send it
+ * inside a small JSON object, unescaped. The signed-in state is not checked.
+ *
+ * @p callback is armed as the one-shot "account view closed" notice: it is
+ * called with (user data, 0, NULL) once the account UI sets
+ * "memory/sso/view_status" to 0. The user data it then gets is that of the
+ * first sso_show() of the process (the one that installed the watch). Types 7
+ * and 8 also call it at once, with this call's user data, before returning 0.
+ *
+ * @return 0 launched; 1 when the launch could not be made (no callback);
+ *         -1 when @p caller_id or @p callback is NULL.
+ */
+SSO_API int sso_show(int type, const char *data, const char *caller_id,
+                     sso_account_ui_result_cb callback, void *user_data);
+
+/**
+ * @brief Shows the terms page: sso_show() with type 7 and no data.
+ * @param window must not be NULL; not otherwise used.
+ * @param reserved ignored.
+ * @return as sso_show(); -1 when @p window, @p caller_id or @p callback is NULL.
+ */
+SSO_API int sso_show_term_page(void *window, void *reserved, const char *caller_id,
+                               sso_account_ui_result_cb callback, void *user_data);
+
+/**
+ * @brief sso_show() whose data asks for a transparent window
+ *        ({"mode":"1"}) or, when @p transparent is false, is a single space.
+ * @return as sso_show(); -1 when @p caller_id or @p callback is NULL.
+ */
+SSO_API int sso_show_with_transparent_win(int type, const char *caller_id,
+                                          sso_account_ui_result_cb callback, void *user_data,
+                                          bool transparent);
+
+/**
+ * @brief Asks the account UI ("com.veltra.tv.CSAccount") to verify the
+ *        signed-in user (action "Default").
+ *
+ * Needs a signed-in user. @p callback is called once, when the account UI
+ * answers, with 0 and a JSON text {"response", "result"} ("result" is
+ * "success", "change_account" or "failed"), or with -1 and an empty text when
+ * the UI failed, was cancelled or gave no usable answer. One request is
+ * pending per process: a newer request takes over the older one's callback
+ * slot (the older callback is then never called).
+ *
+ * @return 0 launched; -1 when @p account_id or @p callback is NULL or nobody
+ *         is signed in (no callback), or when the launch failed (and the
+ *         callback has already been called with -1 and an empty text).
+ */
+SSO_API int sso_request_account_verification(const char *account_id,
+                                             sso_account_ui_result_cb callback, void *user_data);
+
+/**
+ * @brief As sso_request_account_verification(), with the PIN application
+ *        ("com.veltra.tv.CSAccountPIN"): @p pin_type 1 verifies the PIN
+ *        ("PINVerify"), 2 for another account ("PINVerify_NAccount"), any
+ *        other value is a plain verification ("Default", not grouped with the
+ *        caller).
+ */
+SSO_API int sso_request_account_verification_using_pin(const char *account_id,
+                                                       sso_account_ui_result_cb callback,
+                                                       void *user_data, int pin_type);
+
+/**
+ * @brief As sso_request_account_verification(), setting up a PIN with the PIN
+ *        application: @p pin_type 1 "PINSetup_High", 2 "PINSetup_NAccount",
+ *        any other value "PINSetup".
+ */
+SSO_API int sso_request_account_setup_pin(const char *account_id, sso_account_ui_result_cb callback,
+                                          void *user_data, int pin_type);
+
+/* ---- caller identity and whitelist / signature access tokens ----
+ * A whitelist access token is issued only to packages whose signing
+ * certificate the service trusts. Every function here first checks that the
+ * package named is the calling process's own package (the SSO service's own
+ * package "org.orvex.ssoservice" and the account application's package
+ * "com.veltra.orvex.veltra-account" may name any package). The "signature"
+ * functions are aliases of the "whitelist" ones. */
+
+/** Result of a whitelist access-token request: the service's result code
+ *  (0 success) and the token. Called on the library's "SSOProxyMonitor"
+ *  thread; the token belongs to the library and is valid during the call
+ *  only. */
+typedef int (*sso_request_whitelist_accesstoken_cb)(void *user_data, int result,
+                                                    char *access_token);
+
+/**
+ * @brief Identifies the calling application now (application id, package id,
+ *        executable name) instead of at the first whitelist call. Call it
+ *        early on one thread when several threads will make such calls.
+ * @return 0, or -1 when the library is being unloaded.
+ */
+SSO_API int sso_pre_init_callerInformation(void);
+
+/**
+ * @brief Requests a whitelist access token for @p app_id on behalf of the
+ *        calling process's own package, sending its package id and the
+ *        SHA-256 fingerprint of its signer certificate's public key.
+ * @param scope optional (NULL: none).
+ * At most 5000 ms; @p callback runs later on "SSOProxyMonitor". Needs a
+ * signed-in user and a running service.
+ * @return 0 when accepted; -1 on a NULL @p app_id or @p callback, a package
+ *         that is not registered or has no author signer certificate, or any
+ *         refusal (the callback is then never called).
+ */
+SSO_API int sso_request_whitelist_accesstoken(const char *app_id, const char *scope,
+                                              sso_request_whitelist_accesstoken_cb callback,
+                                              void *user_data);
+
+/** @brief The same as sso_request_whitelist_accesstoken(). */
+SSO_API int sso_request_signature_accesstoken(const char *app_id, const char *scope,
+                                              sso_request_whitelist_accesstoken_cb callback,
+                                              void *user_data);
+
+/**
+ * @brief Requests a whitelist access token with an explicit package name and
+ *        signature. @p packagename must be the caller's own package unless
+ *        the caller is one of the two system packages.
+ * @return 0 when accepted, else -1 (callback never called).
+ */
+SSO_API int sso_api_request_whitelist_accesstoken(const char *app_id, const char *packagename,
+                                                  const char *signature, const char *scope,
+                                                  sso_request_whitelist_accesstoken_cb callback,
+                                                  void *user_data);
+
+/**
+ * @brief Reads, without asking the service, the whitelist access token the
+ *        service stored for @p app_id in the current account's data of the
+ *        calling process's own package.
+ * @param access_token receives a newly allocated, NUL-terminated copy that
+ *        the caller frees with free(); untouched on failure.
+ * @return 0, or -1 (nobody signed in, package refused, no token stored).
+ */
+SSO_API int sso_get_whitelist_accesstoken(const char *app_id, char **access_token);
+
+/** @brief The same as sso_get_whitelist_accesstoken(). */
+SSO_API int sso_get_signature_accesstoken(const char *app_id, char **access_token);
+
+/**
+ * @brief sso_get_whitelist_accesstoken() for an explicit package name (the
+ *        caller's own, unless the caller is one of the two system packages).
+ *        The token is freed by the caller with free().
+ * @return 0, or -1.
+ */
+SSO_API int sso_api_get_whitelist_accesstoken(const char *app_id, const char *packagename,
+                                              char **access_token);
+
 #ifdef __cplusplus
 }
 #endif

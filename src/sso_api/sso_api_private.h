@@ -136,3 +136,17 @@ int sso_private_request_user_authcode_with_dsc(const _SSOAPIReqAuthCodeWithDSCDa
 int sso_private_request_partner_auth_info(const char *authKey, const char *authValue,
                                           const char *method, sso_response_data_cb callback,
                                           void *userData);
+
+// ------------------------------------------------------------ account UI
+
+#include <app_control.h>
+
+// Launches an account-action application (app id null: the PIN application)
+// with a reply handler. 0 launched; -1 otherwise, after calling the callback
+// with -1 when the launch itself failed.
+int sso_private_request_account_action(const char *appId, const char *accountId,
+                                       sso_account_ui_result_cb callback, void *userData,
+                                       const char *action);
+// The reply handler of those launches; runs on the main-loop thread.
+void sso_account_action_reply_cb(app_control_h request, app_control_h reply,
+                                 app_control_result_e result, void *userData);

@@ -1,5 +1,6 @@
 #include "SSOAPIClientLifeCycle.h"
 
+#include "CallerInformation.h"
 #include "SSOAPIUtil.h"
 #include "sso_api_private.h"
 #include "sso_api_proxy.h"
@@ -30,6 +31,7 @@ SSOAPIClientLifeCycle::~SSOAPIClientLifeCycle()
         // One singleton lock at a time, in this order: transport, caller
         // identity, data cache.
         SSOAPISingleton<CSSOSvcGdbus>::RemoveInstance();
+        SSOAPISingleton<CCallerInformation>::RemoveInstance();
         SSOAPISingleton<CSSOSSData>::RemoveInstance();
         SSO_LOG_END();
     } catch (...) {

@@ -74,6 +74,9 @@ const Group &VconfGroup();
 const Group &SsGroup();
 const Group &FeatureGroup();
 const Group &AppGroup();
+// The pkg group takes a repeatable option; run it through RunPkgGroup.
+const Group &PkgGroup();
+int RunPkgGroup(const std::vector<std::string> &argv);
 
 // Parses argv (after the group name) against the group's tables and runs the
 // chosen command. Throws UsageError or Failure; returns the exit status.

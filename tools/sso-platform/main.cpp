@@ -22,10 +22,7 @@ using namespace ssoplatform;
 // Every command group, in the order the help lists them. A new group adds its
 // accessor here.
 const Group &(*const kGroups[])() = {
-    &VconfGroup,
-    &SsGroup,
-    &FeatureGroup,
-    &AppGroup,
+    &VconfGroup, &SsGroup, &FeatureGroup, &AppGroup, &PkgGroup,
 };
 
 void PrintHelp(std::FILE *out)
@@ -94,6 +91,8 @@ int Run(const std::vector<std::string> &args)
     }
     if (i >= args.size())
         throw UsageError(std::string("missing command group (see '") + kProgram + " --help')");
+    if (args[i] == PkgGroup().name) // collects its repeated --app itself
+        return RunPkgGroup(std::vector<std::string>(args.begin() + i + 1, args.end()));
     for (auto group : kGroups)
         if (args[i] == group().name)
             return RunGroup(group(), std::vector<std::string>(args.begin() + i + 1, args.end()));

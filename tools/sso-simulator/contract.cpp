@@ -146,4 +146,11 @@ std::string ClientBusName(const std::string &object_name)
     return std::string(kClientBusPrefix) + object_name;
 }
 
+const ClientMethod *Contract::FindResultMethod(const std::string &methodCall) const
+{
+    if (methodCall == "sso_service_request_whitelist_accesstoken")
+        return FindClientMethod("RESULT_" + methodCall);
+    return FindClientMethod(methodCall);
+}
+
 } // namespace ssosim

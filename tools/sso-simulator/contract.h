@@ -63,6 +63,11 @@ public:
     GDBusInterfaceInfo *server_info() const { return server_info_; }
     const ServerMethod *FindServerMethod(const std::string &name) const;
     const ClientMethod *FindClientMethod(const std::string &name) const;
+    // The client method a request's result goes to. Requests name it in
+    // their method_call field, except the whitelist token request, which
+    // names its own server method there and is answered on that name with
+    // "RESULT_" in front.
+    const ClientMethod *FindResultMethod(const std::string &methodCall) const;
     const std::map<std::string, ServerMethod> &server_methods() const { return server_; }
 
 private:

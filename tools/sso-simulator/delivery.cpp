@@ -145,7 +145,7 @@ Delivery::~Delivery()
 void Delivery::Deliver(const Request &request, const ResolvedResult &result)
 {
     const std::string &rpc = request.method->name;
-    const ClientMethod *client = contract_.FindClientMethod(request.method_call);
+    const ClientMethod *client = contract_.FindResultMethod(request.method_call);
     if (client == nullptr) {
         SIM_LOGW("%s request_id %lld: method_call '%s' is no client method; nothing delivered",
                  rpc.c_str(), static_cast<long long>(request.request_id),

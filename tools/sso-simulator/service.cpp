@@ -142,7 +142,7 @@ void Service::Complete(const Request &request, const EffectiveBehaviour &behavio
 {
     const std::string &method = request.method->name;
     const Outcome outcome = families_.Compute(request);
-    ResolvedResult result = ResolveResult(contract_.FindClientMethod(request.method_call), request,
+    ResolvedResult result = ResolveResult(contract_.FindResultMethod(request.method_call), request,
                                           behaviour, outcome, payloads_);
     // A scripted failure means the service did nothing; a refusal has no
     // commit. A dropped result still leaves the state changed: only the

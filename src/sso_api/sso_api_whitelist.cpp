@@ -1,0 +1,215 @@
+// Whitelist access tokens: issued by the service only to packages whose
+// signing certificate it trusts. The request sends the caller's app id,
+// package id and certificate signature; the synchronous read takes the token
+// the service already stored in the current account's application data. Both
+// ask the caller identity first whether the named package is the caller's.
+// The "signature" functions are aliases of the whitelist ones.
+#include <sso_api/sso_api.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "CallerInformation.h"
+#include "SSOAPIClientUtil.h"
+#include "sso_api_guard.h"
+#include "sso_api_private.h"
+#include "sso_log.h"
+#include "sso_ss_data_storage.h"
+
+namespace {
+
+// The service's key of a whitelist token in the application data, followed
+// directly by the app id. The spelling is the service's and must not change.
+constexpr const char *kWhitelistTokenKeyPrefix = "DATA_KEY_NAME_WHILIST_ACCESSTOKEN_RESPONSE_";
+// The kind of check both paths ask the caller identity for.
+constexpr int kCheckCallerPackage = 1;
+constexpr const char *kWhitelistMethod = "sso_service_request_whitelist_accesstoken";
+
+} // namespace
+
+extern "C" {
+
+SSO_API int sso_api_request_whitelist_accesstoken(const char *app_id, const char *packagename,
+                                                  const char *signature, const char *scope,
+                                                  sso_request_whitelist_accesstoken_cb callback,
+                                                  void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr) {
+        SSO_LOG_CHECK_NULL("app_id is nullptr");
+        return -1;
+    }
+    if (packagename == nullptr) {
+        SSO_LOG_CHECK_NULL("packagename is nullptr");
+        return -1;
+    }
+    if (signature == nullptr) {
+        SSO_LOG_CHECK_NULL("signature is nullptr");
+        return -1;
+    }
+    if (callback == nullptr) {
+        SSO_LOG_CHECK_NULL("request_whitelist_accesstoken_cb is nullptr");
+        return -1;
+    }
+    CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
+    if (pCallerInfoInstance == nullptr) {
+        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
+        return -1;
+    }
+    if (!pCallerInfoInstance->CheckCaller(kCheckCallerPackage, packagename)) {
+        SSO_LOGE("not allowed with this package name (%s)", packagename);
+        return -1;
+    }
+    SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+
+    int32_t aeIndex = sso_private_take_event_index();
+    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
+    SSO_LOG_DEVEL("app_id = %s, pakagename = %s, signature = %s, paramScope = %s, "
+                  "request_whitelist_accesstoken_cb = %lld, dbusProxyTid = %lld",
+                  app_id, packagename, signature, paramScope.c_str(),
+                  sso_private_pointer_log(callback), dbusProxyTid);
+
+    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
+    GVariant *parameters = g_variant_new(
+        "(sssssxxxis)", objName.c_str(), app_id, packagename, signature, paramScope.c_str(),
+        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
+        sso_private_pointer_value(user_data), aeIndex, kWhitelistMethod);
+    GVariant *reply = nullptr;
+    return sso_private_request_method(kWhitelistMethod, parameters, &reply);
+}
+SSO_API_CATCH(-1)
+
+// A package without an author signer certificate makes GetSignature throw;
+// the catch below turns that into -1 like every other refusal.
+SSO_API int sso_request_whitelist_accesstoken(const char *app_id, const char *scope,
+                                              sso_request_whitelist_accesstoken_cb callback,
+                                              void *user_data)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr) {
+        SSO_LOG_CHECK_NULL("app_id is nullptr");
+        return -1;
+    }
+    if (callback == nullptr) {
+        SSO_LOG_CHECK_NULL("request_whitelist_accesstoken_cb is nullptr");
+        return -1;
+    }
+    CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
+    if (pCallerInfoInstance == nullptr) {
+        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
+        return -1;
+    }
+    std::string packageId = pCallerInfoInstance->GetPackageID();
+    std::string signature = pCallerInfoInstance->GetSignature(true);
+    int ret = sso_api_request_whitelist_accesstoken(app_id, packageId.c_str(), signature.c_str(),
+                                                    scope, callback, user_data);
+    SSO_LOG_END();
+    return ret;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_request_signature_accesstoken(const char *app_id, const char *scope,
+                                              sso_request_whitelist_accesstoken_cb callback,
+                                              void *user_data)
+try {
+    SSO_LOG_START();
+    int ret = sso_request_whitelist_accesstoken(app_id, scope, callback, user_data);
+    SSO_LOG_END();
+    return ret;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_api_get_whitelist_accesstoken(const char *app_id, const char *packagename,
+                                              char **access_token)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr) {
+        SSO_LOG_CHECK_NULL("app_id is nullptr");
+        return -1;
+    }
+    if (packagename == nullptr) {
+        SSO_LOG_CHECK_NULL("packagename is nullptr");
+        return -1;
+    }
+    // Purely local: no liveness check, the login state comes first.
+    SSO_RETURN_IF_NOT_LOGGED_IN(-1);
+    CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
+    if (pCallerInfoInstance == nullptr) {
+        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
+        return -1;
+    }
+    if (!pCallerInfoInstance->CheckCaller(kCheckCallerPackage, packagename)) {
+        SSO_LOGE("not allowed with this package name (%s)", packagename);
+        return -1;
+    }
+    char *guidBuffer = nullptr;
+    if (sso_get_guid(&guidBuffer) != 0 || guidBuffer == nullptr) {
+        free(guidBuffer);
+        SSO_LOG_CHECK_NULL("Failed to get GUID");
+        return -1;
+    }
+    std::string guid = guidBuffer;
+    free(guidBuffer);
+
+    std::string dataKey = std::string(kWhitelistTokenKeyPrefix) + app_id;
+    CSSOSSData *pSSDataInstance = SSOAPISingleton<CSSOSSData>::GetInstance();
+    if (pSSDataInstance == nullptr) {
+        SSO_LOG_CHECK_NULL("pSSDataInstance is null");
+        return -1;
+    }
+    std::string value;
+    if (!pSSDataInstance->ExtractApplicationData(packagename, guid, dataKey, value)) {
+        SSO_LOGE("Failed to GetExtractApplicationData()");
+        return -1;
+    }
+    size_t size = value.size() + 1;
+    char *buffer = static_cast<char *>(calloc(size, 1));
+    if (buffer == nullptr) {
+        SSO_LOGE("malloc() failed!");
+        return -1;
+    }
+    snprintf(buffer, size, "%s", value.c_str());
+    if (access_token == nullptr) {
+        // Nowhere to hand the copy to: nothing stays allocated.
+        free(buffer);
+        SSO_LOG_CHECK_NULL("access_token is nullptr");
+        return -1;
+    }
+    *access_token = buffer;
+    SSO_LOG_DEVEL("access_token = %s", buffer);
+    SSO_LOG_END();
+    return 0;
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_whitelist_accesstoken(const char *app_id, char **access_token)
+try {
+    SSO_LOG_START();
+    if (app_id == nullptr) {
+        SSO_LOG_CHECK_NULL("app_id is nullptr");
+        return -1;
+    }
+    CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
+    if (pCallerInfoInstance == nullptr) {
+        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
+        return -1;
+    }
+    std::string packageId = pCallerInfoInstance->GetPackageID();
+    return sso_api_get_whitelist_accesstoken(app_id, packageId.c_str(), access_token);
+}
+SSO_API_CATCH(-1)
+
+SSO_API int sso_get_signature_accesstoken(const char *app_id, char **access_token)
+try {
+    SSO_LOG_START();
+    int ret = sso_get_whitelist_accesstoken(app_id, access_token);
+    SSO_LOG_END();
+    return ret;
+}
+SSO_API_CATCH(-1)
+
+} // extern "C"

@@ -1,0 +1,228 @@
+// sso-platform pkg: register, remove and show the packages of the device:
+// which applications a package holds and the certificate it was signed with.
+#include <openssl/bio.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "cli.h"
+#include "package_manager.h"
+#include "package_manager_admin.h"
+
+namespace ssoplatform {
+
+namespace {
+
+// The option parser keeps one value per option; "--app" may be repeated, so
+// RunPkgGroup collects every value here before the command runs.
+std::vector<std::string> g_appIds;
+
+void Check(int rc, const std::string &package_id)
+{
+    switch (rc) {
+    case PACKAGE_MANAGER_ERROR_NONE:
+        return;
+    case PACKAGE_MANAGER_ERROR_INVALID_PARAMETER:
+        throw UsageError("invalid package '" + package_id +
+                         "' (ids are [A-Za-z0-9_.-], not starting with '.'; app ids hold no "
+                         "spaces)");
+    case PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE:
+        throw Failure("package '" + package_id + "' is not registered");
+    case PACKAGE_MANAGER_ERROR_IO_ERROR:
+        throw Failure("package '" + package_id +
+                      "': the entry is malformed or the registry is not accessible");
+    case PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY:
+        throw Failure("package '" + package_id + "': out of memory");
+    default:
+        throw Failure("package '" + package_id + "': package manager error " + std::to_string(rc));
+    }
+}
+
+// A certificate file in PEM or DER, as DER.
+std::vector<unsigned char> ReadCertificate(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        throw Failure("cannot read certificate '" + path + "'");
+    std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    X509 *cert = nullptr;
+    if (BIO *bio = BIO_new_mem_buf(data.data(), static_cast<int>(data.size()))) {
+        cert = PEM_read_bio_X509(bio, nullptr, nullptr, nullptr);
+        BIO_free(bio);
+    }
+    if (cert == nullptr) {
+        const unsigned char *p = reinterpret_cast<const unsigned char *>(data.data());
+        cert = d2i_X509(nullptr, &p, static_cast<long>(data.size()));
+    }
+    if (cert == nullptr)
+        throw Failure("'" + path + "' is not an X.509 certificate (PEM or DER)");
+    int len = i2d_X509(cert, nullptr);
+    std::vector<unsigned char> der(len > 0 ? static_cast<size_t>(len) : 0);
+    unsigned char *out = der.data();
+    if (len <= 0 || i2d_X509(cert, &out) != len) {
+        X509_free(cert);
+        throw Failure("cannot encode certificate '" + path + "'");
+    }
+    X509_free(cert);
+    return der;
+}
+
+int Add(const Args &args)
+{
+    const std::string &package_id = args.positional[0];
+    if (g_appIds.empty())
+        throw UsageError("pkg add needs at least one --app APP_ID");
+    std::vector<const char *> apps;
+    for (const std::string &app : g_appIds)
+        apps.push_back(app.c_str());
+    std::vector<unsigned char> der;
+    std::vector<package_manager_cert_s> certs;
+    if (args.Has("--author-cert")) {
+        der = ReadCertificate(args.Get("--author-cert"));
+        certs.push_back({PACKAGE_INFO_AUTHOR_SIGNER_CERT, der.data(), der.size()});
+    }
+    Check(package_manager_add_package(package_id.c_str(), apps.data(), apps.size(),
+                                      certs.empty() ? nullptr : certs.data(), certs.size()),
+          package_id);
+    return kExitOk;
+}
+
+int Remove(const Args &args)
+{
+    const std::string &package_id = args.positional[0];
+    Check(package_manager_remove_package(package_id.c_str()), package_id);
+    return kExitOk;
+}
+
+const char *CertTypeName(package_cert_type_e type)
+{
+    switch (type) {
+    case PACKAGE_INFO_AUTHOR_ROOT_CERT:
+        return "author-root";
+    case PACKAGE_INFO_AUTHOR_INTERMEDIATE_CERT:
+        return "author-intermediate";
+    case PACKAGE_INFO_AUTHOR_SIGNER_CERT:
+        return "author-signer";
+    case PACKAGE_INFO_DISTRIBUTOR_ROOT_CERT:
+        return "distributor-root";
+    case PACKAGE_INFO_DISTRIBUTOR_INTERMEDIATE_CERT:
+        return "distributor-intermediate";
+    case PACKAGE_INFO_DISTRIBUTOR_SIGNER_CERT:
+        return "distributor-signer";
+    case PACKAGE_INFO_DISTRIBUTOR2_ROOT_CERT:
+        return "distributor2-root";
+    case PACKAGE_INFO_DISTRIBUTOR2_INTERMEDIATE_CERT:
+        return "distributor2-intermediate";
+    case PACKAGE_INFO_DISTRIBUTOR2_SIGNER_CERT:
+        return "distributor2-signer";
+    }
+    return "unknown";
+}
+
+int Show(const Args &args)
+{
+    const std::string &package_id = args.positional[0];
+    std::string out = "package\t" + package_id + "\n";
+    Check(package_manager_foreach_app(
+              package_id.c_str(),
+              [](const char *app_id, void *ud) {
+                  *static_cast<std::string *>(ud) += std::string("app\t") + app_id + "\n";
+                  return true;
+              },
+              &out),
+          package_id);
+    package_info_h handle = nullptr;
+    Check(package_info_create(package_id.c_str(), &handle), package_id);
+    int rc = package_info_foreach_cert_info(
+        handle,
+        [](package_info_h, package_cert_type_e type, const char *value, void *ud) {
+            *static_cast<std::string *>(ud) +=
+                std::string("cert\t") + CertTypeName(type) + "\t" + value + "\n";
+            return true;
+        },
+        &out);
+    package_info_destroy(handle);
+    Check(rc, package_id);
+    std::fputs(out.c_str(), stdout);
+    return kExitOk;
+}
+
+} // namespace
+
+const Group &PkgGroup()
+{
+    static const Group group = {
+        "pkg",
+        "Register, remove and show packages and their signer certificates",
+        "A package groups applications and carries the certificate it was signed\n"
+        "with. Each is one file under <root>/packages. Changes take effect at the\n"
+        "next look-up; nothing caches them.\n"
+        "\n"
+        "Examples:\n"
+        "  sso-platform pkg add org.example.pkg --app org.example.tv.app --author-cert cert.pem\n"
+        "  sso-platform pkg show org.example.pkg\n"
+        "  sso-platform pkg rm org.example.pkg",
+        {
+            {"add",
+             "PACKAGE_ID --app APP_ID [--app APP_ID ...] [--author-cert FILE]",
+             "Register a package",
+             "Registers the package with its applications, replacing any previous\n"
+             "registration atomically. --app may be repeated; at least one is needed.\n"
+             "--author-cert is an X.509 certificate in PEM or DER; it is stored in DER\n"
+             "as the author signer certificate (type 2).\n"
+             "\n"
+             "Examples:\n"
+             "  sso-platform pkg add org.example.pkg --app org.example.tv.app\n"
+             "  sso-platform pkg add org.example.pkg --app a.one --app a.two --author-cert c.der",
+             {{"--app", "APP_ID", "An application of the package (repeatable)"},
+              {"--author-cert", "FILE", "The author signer certificate (PEM or DER)"}},
+             1,
+             1,
+             Add},
+            {"rm",
+             "PACKAGE_ID",
+             "Remove a package",
+             "Removes the package. Fails with status 1 when it is not registered.\n"
+             "\n"
+             "Example:\n"
+             "  sso-platform pkg rm org.example.pkg",
+             {},
+             1,
+             1,
+             Remove},
+            {"show",
+             "PACKAGE_ID",
+             "Print a package's applications and certificates",
+             "Prints \"package\\tID\", one \"app\\tAPP_ID\" line per application and one\n"
+             "\"cert\\tTYPE\\tBASE64\" line per certificate (TYPE e.g. author-signer,\n"
+             "BASE64 the DER encoding). Fails with status 1 when it is not registered.\n"
+             "\n"
+             "Example:\n"
+             "  sso-platform pkg show org.example.pkg",
+             {},
+             1,
+             1,
+             Show},
+        },
+    };
+    return group;
+}
+
+int RunPkgGroup(const std::vector<std::string> &argv)
+{
+    g_appIds.clear();
+    for (std::size_t i = 0; i < argv.size() && argv[i] != "--"; ++i) {
+        if (argv[i] == "--app" && i + 1 < argv.size())
+            g_appIds.push_back(argv[++i]);
+        else if (argv[i].compare(0, 6, "--app=") == 0)
+            g_appIds.push_back(argv[i].substr(6));
+    }
+    return RunGroup(PkgGroup(), argv);
+}
+
+} // namespace ssoplatform
