@@ -26,6 +26,7 @@
 #include <utility>
 #include <vector>
 
+#include "loop_thread.h"
 #include "sso_test_harness.h"
 
 namespace apptest {
@@ -39,106 +40,7 @@ inline std::string TestAppPath()
 }
 inline constexpr const char *kTestAppId = "org.orvex.test.app";
 
-// A thread that runs a fresh GMainContext pushed as its thread default, so a
-// request sent through Run() has its reply delivered on this thread.
-class LoopThread {
-public:
-    LoopThread()
-    {
-        std::promise<void> ready;
-        std::future<void> started = ready.get_future();
-        thread_ = std::thread([this, &ready] {
-            GMainContext *ctx = g_main_context_new();
-            g_main_context_push_thread_default(ctx);
-            GMainLoop *loop = g_main_loop_new(ctx, FALSE);
-            {
-                std::lock_guard<std::mutex> lock(mutex_);
-                ctx_ = ctx;
-                loop_ = loop;
-                id_ = std::this_thread::get_id();
-            }
-            ready.set_value();
-            g_main_loop_run(loop);
-            g_main_context_pop_thread_default(ctx);
-            g_main_loop_unref(loop);
-            g_main_context_unref(ctx);
-        });
-        started.wait();
-    }
-
-    ~LoopThread() { Stop(); }
-    LoopThread(const LoopThread &) = delete;
-    LoopThread &operator=(const LoopThread &) = delete;
-
-    std::thread::id id() const
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return id_;
-    }
-
-    // Runs fn on the loop thread and waits for it. Also a barrier: whatever
-    // the loop had ready before has been dispatched when it returns.
-    void Run(std::function<void()> fn)
-    {
-        auto task = std::make_shared<std::packaged_task<void()>>(std::move(fn));
-        std::future<void> done = task->get_future();
-        Post([task] { (*task)(); });
-        if (done.wait_for(20s) != std::future_status::ready) {
-            ADD_FAILURE() << "the loop thread did not run the task in time";
-            std::abort();
-        }
-        done.get();
-    }
-
-    void Stop()
-    {
-        if (!thread_.joinable())
-            return;
-        // Quit from inside the loop: a quit before the loop runs would be lost.
-        Post([this] {
-            std::lock_guard<std::mutex> lock(mutex_);
-            g_main_loop_quit(loop_);
-        });
-        thread_.join();
-    }
-
-private:
-    // Queued under our own mutex, so the handoff is visible to the thread
-    // sanitizer; the idle source only wakes the loop.
-    void Post(std::function<void()> fn)
-    {
-        GMainContext *ctx;
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            tasks_.push_back(std::move(fn));
-            ctx = ctx_;
-        }
-        GSource *idle = g_idle_source_new();
-        g_source_set_callback(idle, &LoopThread::RunTasks, this, nullptr);
-        g_source_attach(idle, ctx);
-        g_source_unref(idle);
-    }
-
-    static gboolean RunTasks(gpointer self_ptr)
-    {
-        auto *self = static_cast<LoopThread *>(self_ptr);
-        std::vector<std::function<void()>> tasks;
-        {
-            std::lock_guard<std::mutex> lock(self->mutex_);
-            tasks.swap(self->tasks_);
-        }
-        for (auto &t : tasks)
-            t();
-        return G_SOURCE_REMOVE;
-    }
-
-    mutable std::mutex mutex_;
-    GMainContext *ctx_ = nullptr;
-    GMainLoop *loop_ = nullptr;
-    std::thread::id id_;
-    std::vector<std::function<void()>> tasks_;
-    std::thread thread_;
-};
+using LoopThread = ssotest::LoopThread;
 
 using Extras = std::vector<std::pair<std::string, std::string>>;
 
