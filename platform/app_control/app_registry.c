@@ -22,82 +22,33 @@
 #define APPS_DIR "apps"
 #define MAX_ID_LEN 255
 /* The atomic writer's temporary ".<name>.XXXXXX" must still fit NAME_MAX. */
-#define MAX_FILE_NAME (NAME_MAX - 8)
+#define MAX_FILE_NAME SSO_PLATFORM_MAX_FILE_NAME
 #define MAX_ENTRY_LEN PATH_MAX
 #define FILE_MODE 0644
 #define DIR_MODE 0755
 
-static int plain_byte(unsigned char c)
-{
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' ||
-           c == '.' || c == '-';
-}
-
 /* Encodes an app id into name (MAX_FILE_NAME + 1 bytes); -1 when unusable. */
 static int encode_id(const char *app_id, char *name)
 {
-    static const char hex[] = "0123456789ABCDEF";
     if (!app_id)
         return -1;
     size_t len = strlen(app_id);
     if (len == 0 || len > MAX_ID_LEN)
         return -1;
-    size_t n = 0;
     for (size_t i = 0; i < len; ++i) {
         unsigned char c = (unsigned char)app_id[i];
         if (c < 0x20 || c == 0x7f)
             return -1;
-        if (plain_byte(c) && !(i == 0 && c == '.')) {
-            if (n + 1 > MAX_FILE_NAME)
-                return -1;
-            name[n++] = (char)c;
-        } else {
-            if (n + 3 > MAX_FILE_NAME)
-                return -1;
-            name[n++] = '%';
-            name[n++] = hex[c >> 4];
-            name[n++] = hex[c & 0xf];
-        }
     }
-    name[n] = '\0';
-    return 0;
+    return sso_platform_encode_name(app_id, name);
 }
 
-static int hex_value(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
-/* Decodes a file name; only canonical names (those encode_id makes) decode,
- * so a stray file never aliases an app id. */
+/* Decodes a file name; NULL for a stray file that names no valid app id. */
 static char *decode_name(const char *name)
 {
-    size_t len = strlen(name);
-    char *id = malloc(len + 1);
-    if (!id)
-        return NULL;
-    size_t n = 0;
-    for (size_t i = 0; i < len; ++i) {
-        if (name[i] != '%') {
-            id[n++] = name[i];
-            continue;
-        }
-        int hi = i + 2 < len ? hex_value(name[i + 1]) : -1;
-        int lo = hi >= 0 ? hex_value(name[i + 2]) : -1;
-        if (lo < 0 || (hi == 0 && lo == 0)) {
-            free(id);
-            return NULL;
-        }
-        id[n++] = (char)(hi << 4 | lo);
-        i += 2;
-    }
-    id[n] = '\0';
+    char *id = sso_platform_decode_name(name);
     char check[MAX_FILE_NAME + 1];
-    if (encode_id(id, check) != 0 || strcmp(check, name) != 0) {
+    if (id && encode_id(id, check) != 0) {
         free(id);
         return NULL;
     }

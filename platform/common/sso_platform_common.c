@@ -190,3 +190,72 @@ int sso_platform_read_file(const char *path, size_t max_len, char **data, size_t
     *len = used;
     return 0;
 }
+
+static int plain_name_byte(unsigned char c, size_t pos)
+{
+    if (c == '.')
+        return pos != 0;
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' ||
+           c == '-';
+}
+
+int sso_platform_encode_name(const char *name, char *out)
+{
+    static const char hex[] = "0123456789ABCDEF";
+    size_t n = 0;
+    for (size_t i = 0; name[i]; ++i) {
+        unsigned char c = (unsigned char)name[i];
+        if (plain_name_byte(c, i)) {
+            if (n + 1 > SSO_PLATFORM_MAX_FILE_NAME)
+                return -1;
+            out[n++] = (char)c;
+        } else {
+            if (n + 3 > SSO_PLATFORM_MAX_FILE_NAME)
+                return -1;
+            out[n++] = '%';
+            out[n++] = hex[c >> 4];
+            out[n++] = hex[c & 0xf];
+        }
+    }
+    out[n] = '\0';
+    return 0;
+}
+
+static int hex_value(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+char *sso_platform_decode_name(const char *file_name)
+{
+    size_t len = strlen(file_name);
+    char *name = malloc(len + 1);
+    if (!name)
+        return NULL;
+    size_t n = 0;
+    for (size_t i = 0; i < len; ++i) {
+        if (file_name[i] != '%') {
+            name[n++] = file_name[i];
+            continue;
+        }
+        int hi = i + 2 < len ? hex_value(file_name[i + 1]) : -1;
+        int lo = hi >= 0 ? hex_value(file_name[i + 2]) : -1;
+        if (lo < 0 || (hi == 0 && lo == 0)) {
+            free(name);
+            return NULL;
+        }
+        name[n++] = (char)(hi << 4 | lo);
+        i += 2;
+    }
+    name[n] = '\0';
+    char check[SSO_PLATFORM_MAX_FILE_NAME + 1];
+    if (sso_platform_encode_name(name, check) != 0 || strcmp(check, file_name) != 0) {
+        free(name);
+        return NULL;
+    }
+    return name;
+}

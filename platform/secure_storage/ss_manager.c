@@ -53,7 +53,7 @@
 #define CREDENTIAL_MAGIC 0x53534352u
 #define MAX_ITEM_ID_LEN 255
 /* The atomic writer's temporary ".<name>.XXXXXX" must still fit NAME_MAX. */
-#define MAX_FILE_NAME (NAME_MAX - 8)
+#define MAX_FILE_NAME SSO_PLATFORM_MAX_FILE_NAME
 
 #define DEVICE_KEY_LEN 32
 #define ITEM_KEY_LEN 32
@@ -137,37 +137,12 @@ static int check_common(const char *item_id, const ss_credential_t *credential, 
 
 /* ---- paths ---- */
 
-static int is_plain_byte(unsigned char c)
-{
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' ||
-           c == '.' || c == '-';
-}
-
 /* Writes the file name of a (valid) item id into buf, MAX_FILE_NAME + 1 bytes. */
 static int item_file_name(const char *item_id, char *buf)
 {
     static const char hex[] = "0123456789abcdef";
-    size_t n = 0;
-    int fits = 1;
-    for (size_t i = 0; item_id[i] && fits; ++i) {
-        unsigned char c = (unsigned char)item_id[i];
-        if (is_plain_byte(c) && !(i == 0 && c == '.')) {
-            fits = n + 1 <= MAX_FILE_NAME;
-            if (fits)
-                buf[n++] = (char)c;
-        } else {
-            fits = n + 3 <= MAX_FILE_NAME;
-            if (fits) {
-                buf[n++] = '%';
-                buf[n++] = "0123456789ABCDEF"[c >> 4];
-                buf[n++] = "0123456789ABCDEF"[c & 0xf];
-            }
-        }
-    }
-    if (fits) {
-        buf[n] = '\0';
+    if (sso_platform_encode_name(item_id, buf) == 0)
         return SS_ERROR_NONE;
-    }
     unsigned char md[32];
     unsigned int md_len = 0;
     if (EVP_Digest(item_id, strlen(item_id), md, &md_len, EVP_sha256(), NULL) != 1 ||

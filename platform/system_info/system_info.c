@@ -24,46 +24,28 @@
 #define FEATURES_DIR "features"
 #define MAX_KEY_LEN 255
 /* The atomic writer's temporary ".<name>.XXXXXX" must still fit NAME_MAX. */
-#define MAX_FILE_NAME (NAME_MAX - 8)
+#define MAX_FILE_NAME SSO_PLATFORM_MAX_FILE_NAME
 /* Anything larger is not a flag this library wrote. */
 #define MAX_FILE_LEN 64
 #define FILE_MODE 0644
 #define DIR_MODE 0755
 
-static int plain_byte(unsigned char c)
-{
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' ||
-           c == '.' || c == '-';
-}
-
 /* "<root>/features/<encoded key>" into buf, or -1 for an unusable key. */
 static int flag_path(const char *key, char *buf, size_t size)
 {
-    static const char hex[] = "0123456789ABCDEF";
     if (!key)
         return -1;
     size_t len = strlen(key);
     if (len == 0 || len > MAX_KEY_LEN)
         return -1;
-    char name[MAX_FILE_NAME + 1];
-    size_t n = 0;
     for (size_t i = 0; i < len; ++i) {
         unsigned char c = (unsigned char)key[i];
         if (c < 0x20 || c == 0x7f)
             return -1;
-        if (plain_byte(c) && !(i == 0 && c == '.')) {
-            if (n + 1 > MAX_FILE_NAME)
-                return -1;
-            name[n++] = (char)c;
-        } else {
-            if (n + 3 > MAX_FILE_NAME)
-                return -1;
-            name[n++] = '%';
-            name[n++] = hex[c >> 4];
-            name[n++] = hex[c & 0xf];
-        }
     }
-    name[n] = '\0';
+    char name[MAX_FILE_NAME + 1];
+    if (sso_platform_encode_name(key, name) != 0)
+        return -1;
     char rel[sizeof(FEATURES_DIR) + 1 + sizeof(name)];
     snprintf(rel, sizeof(rel), "%s/%s", FEATURES_DIR, name);
     return sso_platform_path(buf, size, rel);

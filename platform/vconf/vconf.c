@@ -26,7 +26,7 @@
 #define MAX_KEY_LEN 255
 /* The atomic writer names its temporary file ".<name>.XXXXXX", which must
  * still fit the file system's name limit. */
-#define MAX_FILE_NAME (NAME_MAX - 8)
+#define MAX_FILE_NAME SSO_PLATFORM_MAX_FILE_NAME
 /* Strings above this are refused on write; anything larger on disk is not a
  * value this library wrote. */
 #define MAX_STRING_LEN (16u * 1024u * 1024u)
@@ -54,12 +54,6 @@ struct value {
 
 /* ---- key names ---- */
 
-static int is_plain_byte(unsigned char c)
-{
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' ||
-           c == '.' || c == '-';
-}
-
 /* Returns VCONF_OK, VCONF_ERROR for a null key or VCONF_ERROR_WRONG_PREFIX for
  * one that cannot name a setting. */
 static int check_key(const char *key)
@@ -81,64 +75,16 @@ static int check_key(const char *key)
  * encoded name is too long for the file system. */
 static int encode_key(const char *key, char *buf, size_t size)
 {
-    static const char hex[] = "0123456789ABCDEF";
-    size_t n = 0;
-    for (size_t i = 0; key[i]; ++i) {
-        unsigned char c = (unsigned char)key[i];
-        if (is_plain_byte(c) && !(i == 0 && c == '.')) {
-            if (n + 1 >= size || n + 1 > MAX_FILE_NAME)
-                return -1;
-            buf[n++] = (char)c;
-        } else {
-            if (n + 3 >= size || n + 3 > MAX_FILE_NAME)
-                return -1;
-            buf[n++] = '%';
-            buf[n++] = hex[c >> 4];
-            buf[n++] = hex[c & 0xf];
-        }
-    }
-    buf[n] = '\0';
-    return 0;
+    if (size < MAX_FILE_NAME + 1)
+        return -1;
+    return sso_platform_encode_name(key, buf);
 }
 
-static int hex_value(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return -1;
-}
-
-/* Decodes a file name back into a key. Only canonical names (those
- * encode_key produces) decode, so a stray file can never alias a key. */
+/* Decodes a file name back into a key; NULL for a stray file. */
 static char *decode_name(const char *name)
 {
-    size_t len = strlen(name);
-    char *key = malloc(len + 1);
-    if (!key)
-        return NULL;
-    size_t n = 0;
-    for (size_t i = 0; i < len; ++i) {
-        if (name[i] != '%') {
-            key[n++] = name[i];
-            continue;
-        }
-        int hi = i + 2 < len ? hex_value(name[i + 1]) : -1;
-        int lo = hi >= 0 ? hex_value(name[i + 2]) : -1;
-        if (lo < 0 || (hi == 0 && lo == 0)) {
-            free(key);
-            return NULL;
-        }
-        key[n++] = (char)(hi << 4 | lo);
-        i += 2;
-    }
-    key[n] = '\0';
-    char check[MAX_FILE_NAME + 1];
-    if (check_key(key) != VCONF_OK || encode_key(key, check, sizeof(check)) != 0 ||
-        strcmp(check, name) != 0) {
+    char *key = sso_platform_decode_name(name);
+    if (key && check_key(key) != VCONF_OK) {
         free(key);
         return NULL;
     }

@@ -6,6 +6,7 @@
 #ifndef SSO_PLATFORM_COMMON_H
 #define SSO_PLATFORM_COMMON_H
 
+#include <limits.h>
 #include <stddef.h>
 #include <sys/types.h>
 
@@ -39,6 +40,22 @@ int sso_platform_write_atomic(const char *path, const void *data, size_t len, mo
  * that is not counted in *len. Files above max_len bytes fail with EFBIG.
  * Returns 0 or -1 with errno set. */
 int sso_platform_read_file(const char *path, size_t max_len, char **data, size_t *len);
+
+/* The longest file name the platform makes for a stored item: the atomic
+ * writer's temporary ".<name>.XXXXXX" must still fit NAME_MAX. */
+#define SSO_PLATFORM_MAX_FILE_NAME (NAME_MAX - 8)
+
+/* Turns a name (settings key, app id, flag, item id) into a file name: ASCII
+ * letters, digits, '_', '.' and '-' stay as they are, except a leading '.';
+ * every other byte becomes "%XX" (upper-case hex). out has room for
+ * SSO_PLATFORM_MAX_FILE_NAME + 1 bytes. Returns 0, or -1 when the result would
+ * be longer than SSO_PLATFORM_MAX_FILE_NAME. Callers validate the name itself. */
+int sso_platform_encode_name(const char *name, char *out);
+
+/* The name a file name stands for, malloc'ed; NULL when file_name is not
+ * exactly what sso_platform_encode_name makes of some name, so a stray file
+ * in a store directory can never alias a name. */
+char *sso_platform_decode_name(const char *file_name);
 
 #ifdef __cplusplus
 }
