@@ -1,9 +1,73 @@
-# Sourced by the demo and by hand: a private system bus and a platform root,
-# so nothing touches the real system bus, /etc or /opt.
-#   source scripts/devenv.sh; sso_devenv_up DIR; ...; sso_devenv_down
-sso_devenv_up() {
-  local dir=$1
-  mkdir -p "$dir/root" "$dir/bus"
+# shellcheck shell=bash
+# The device's default set-up on a development machine, all under one
+# directory, nothing of it on the real system bus, /etc or /opt:
+#   DIR/bus       a private system bus (dbus-daemon: config, socket, pid)
+#   DIR/root      a fresh platform root
+#   DIR/log       the platform log of every process started with it
+#   the SSO service simulator with the three demo accounts, and the account
+#   UI test application registered under the three account UI ids.
+#
+# Sourced by scripts/demo, or by hand (BIN is a build tree's bin directory):
+#   source scripts/devenv.sh
+#   sso_devenv_up DIR BIN [LOGIN_ID] # everything above; the sign-in page signs
+#                                    # LOGIN_ID in (jamie.rivera@example.com)
+#   ...
+#   sso_devenv_down                  # stops the simulator and the bus, by pid
+#
+# The pieces, in order, for callers that show each one: sso_devenv_bus_up DIR,
+# sso_devenv_simulator_up BIN [OPTIONS...], sso_devenv_account_ui_up BIN
+# [LOGIN_ID]. With SSO_DEVENV_VERBOSE=1 each command is printed as "$ ..."
+# before it runs (between SSO_DEVENV_BOLD and SSO_DEVENV_PLAIN, if set).
+
+# The three account UI application ids the library launches.
+SSO_DEVENV_ACCOUNT_UI_IDS="com.veltra.tv.CSAccount com.veltra.tv.CSAccountPIN QHVMP48x7k.WebAccountExtension"
+
+# With SSO_DEVENV_VERBOSE=1, prints the words as a command line "$ ...",
+# quoted where the shell needs it, redirections and "&" as they are.
+sso_devenv_show() {
+  [ "${SSO_DEVENV_VERBOSE:-0}" = 1 ] || return 0
+  local line="" arg
+  for arg in "$@"; do
+    case $arg in
+      "&" | ">" | [0-9]">"*) ;;
+      "" | *[!A-Za-z0-9_./:=@%+,-]*) arg="'${arg//\'/\'\\\'\'}'" ;;
+    esac
+    line+="${line:+ }$arg"
+  done
+  printf '%s$ %s%s\n' "${SSO_DEVENV_BOLD:-}" "$line" "${SSO_DEVENV_PLAIN:-}"
+}
+
+# Whether the process $1 runs (a zombie does not).
+sso_devenv_alive() {
+  local stat
+  [[ $1 =~ ^[0-9]+$ ]] || return 1
+  { read -r stat < "/proc/$1/stat"; } 2>/dev/null || return 1
+  stat=${stat##*) }
+  [ -n "$stat" ] && [ "${stat:0:1}" != Z ]
+}
+
+# Waits up to $2 seconds for the file $1 to hold a line matching $3 while the
+# process $4 (optional) lives. Status 0 when it came.
+sso_devenv_wait_for_line() {
+  local file=$1 seconds=$2 pattern=$3 pid=${4:-} i
+  for ((i = 0; i < seconds * 50; i++)); do
+    grep -Eq -- "$pattern" "$file" 2>/dev/null && return 0
+    if [ -n "$pid" ] && ! sso_devenv_alive "$pid"; then
+      grep -Eq -- "$pattern" "$file" 2>/dev/null
+      return
+    fi
+    sleep 0.02
+  done
+  return 1
+}
+
+# A private system bus and a fresh platform root under DIR. Exports
+# DBUS_SYSTEM_BUS_ADDRESS, SSO_PLATFORM_ROOT and, unless already set,
+# SSO_PLATFORM_LOG (a file under DIR/log); sets SSO_DEVENV_BUS_PID.
+sso_devenv_bus_up() {
+  local dir=$1 out
+  SSO_DEVENV_DIR=$dir
+  mkdir -p "$dir/root" "$dir/bus" "$dir/log" || return 1
   cat > "$dir/bus/system.conf" <<CONF
 <!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -25,18 +89,93 @@ sso_devenv_up() {
   </policy>
 </busconfig>
 CONF
-  local out
-  out=$(dbus-daemon --config-file="$dir/bus/system.conf" --fork --print-address=1 --print-pid=1)
-  export DBUS_SYSTEM_BUS_ADDRESS=$(echo "$out" | sed -n 1p)
-  SSO_DEVENV_BUS_PID=$(echo "$out" | sed -n 2p)
-  echo "$SSO_DEVENV_BUS_PID" > "$dir/bus/pid"
+  sso_devenv_show dbus-daemon --config-file="$dir/bus/system.conf" --fork --print-address=1 \
+    --print-pid=3 3\>"$dir/bus/pid"
+  # With --fork the daemon returns once it listens: no polling needed. The
+  # daemon writes its pid to the file itself, so a clean-up that interrupts
+  # this finds it there (sso_devenv_down).
+  out=$(dbus-daemon --config-file="$dir/bus/system.conf" --fork --print-address=1 \
+    --print-pid=3 3> "$dir/bus/pid") || return 1
+  SSO_DEVENV_BUS_PID=$(cat "$dir/bus/pid")
+  [ -n "$SSO_DEVENV_BUS_PID" ] && [ -n "$out" ] || return 1
+  export DBUS_SYSTEM_BUS_ADDRESS=$out
   export SSO_PLATFORM_ROOT="$dir/root"
-  SSO_DEVENV_DIR=$dir
+  export SSO_PLATFORM_LOG=${SSO_PLATFORM_LOG:-file:$dir/log/platform.log}
 }
 
-sso_devenv_down() {
-  if [ -n "${SSO_DEVENV_BUS_PID:-}" ]; then
-    kill "$SSO_DEVENV_BUS_PID" 2>/dev/null || true
-    SSO_DEVENV_BUS_PID=
+# Starts `sso-simulator run --demo-accounts [OPTIONS...]` in the background and
+# waits for its "ready". Sets SSO_DEVENV_SIM_PID; its output goes to
+# DIR/log/simulator.out and .err.
+sso_devenv_simulator_up() {
+  local bin=$1 dir=$SSO_DEVENV_DIR
+  shift
+  sso_devenv_show sso-simulator run --demo-accounts "$@" '>' "$dir/log/simulator.out" \
+    2\>"$dir/log/simulator.err" '&'
+  "$bin/sso-simulator" run --demo-accounts "$@" > "$dir/log/simulator.out" \
+    2> "$dir/log/simulator.err" < /dev/null &
+  SSO_DEVENV_SIM_PID=$!
+  echo "$SSO_DEVENV_SIM_PID" > "$dir/simulator.pid"
+  sso_devenv_wait_for_line "$dir/log/simulator.out" "${SSO_DEVENV_START_TIMEOUT:-30}" '^ready$' \
+    "$SSO_DEVENV_SIM_PID"
+}
+
+# Registers sso-account-ui-test as the three account UI applications. With
+# LOGIN_ID, the account pages sign that account in through the simulator
+# before they close, as a user would on the device.
+sso_devenv_account_ui_up() {
+  local bin=$1 login_id=${2:-} id
+  for id in $SSO_DEVENV_ACCOUNT_UI_IDS; do
+    sso_devenv_show sso-platform app add "$id" --exec "$bin/sso-account-ui-test"
+    "$bin/sso-platform" app add "$id" --exec "$bin/sso-account-ui-test" || return 1
+  done
+  if [ -n "$login_id" ]; then
+    mkdir -p "$SSO_PLATFORM_ROOT/run/sso-account-ui" || return 1
+    printf '# What the account page does when it opens.\nsign_in=%s\n' "$login_id" \
+      > "$SSO_PLATFORM_ROOT/run/sso-account-ui/com.veltra.tv.CSAccount.script" || return 1
   fi
+}
+
+sso_devenv_up() {
+  sso_devenv_bus_up "$1" && sso_devenv_simulator_up "$2" &&
+    sso_devenv_account_ui_up "$2" "${3:-jamie.rivera@example.com}"
+}
+
+# Sends SIGTERM to the pid $1, then SIGKILL if it still lives after $2
+# seconds; waits for it (reaped when it is our child).
+sso_devenv_stop_pid() {
+  local pid=$1 seconds=${2:-5} i
+  [ -n "$pid" ] || return 0
+  if kill "$pid" 2>/dev/null; then
+    for ((i = 0; i < seconds * 50; i++)); do
+      sso_devenv_alive "$pid" || break
+      sleep 0.02
+    done
+    if sso_devenv_alive "$pid"; then
+      kill -KILL "$pid" 2>/dev/null
+      for ((i = 0; i < 100; i++)); do
+        sso_devenv_alive "$pid" || break
+        sleep 0.02
+      done
+    fi
+  fi
+  wait "$pid" 2>/dev/null
+  return 0
+}
+
+# The pid of the bus: as recorded, else from its pid file (a start that was
+# interrupted after the daemon wrote it).
+sso_devenv_bus_pid() {
+  if [ -n "${SSO_DEVENV_BUS_PID:-}" ]; then
+    echo "$SSO_DEVENV_BUS_PID"
+  elif [ -n "${SSO_DEVENV_DIR:-}" ] && [ -s "$SSO_DEVENV_DIR/bus/pid" ]; then
+    head -n 1 "$SSO_DEVENV_DIR/bus/pid"
+  fi
+}
+
+# Stops the simulator, then the bus. The directory stays; remove it yourself.
+sso_devenv_down() {
+  sso_devenv_stop_pid "${SSO_DEVENV_SIM_PID:-}"
+  SSO_DEVENV_SIM_PID=
+  sso_devenv_stop_pid "$(sso_devenv_bus_pid)"
+  SSO_DEVENV_BUS_PID=
 }
