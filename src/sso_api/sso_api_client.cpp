@@ -95,6 +95,8 @@ bool sso_private_call_dbus_method_to_server(std::string methodName, GVariant *pa
 
 int sso_private_request_method(const char *methodName, GVariant *parameters, GVariant **reply)
 {
+    // The caller may wait here for the service: an unload waits for it.
+    SSOAPIBusyScope busy;
     GVariant *localReply = nullptr;
     if (reply == nullptr)
         reply = &localReply;
@@ -128,6 +130,18 @@ int sso_private_request_method(const char *methodName, GVariant *parameters, GVa
     }
     SSO_LOG_END_F("pMethodName[%s] sso_result[%d] result[%d]", methodName, result, ssoResult);
     return result;
+}
+
+bool sso_private_are_texts_utf8(
+    std::initializer_list<std::pair<const char *, const char *>> namedTexts)
+{
+    for (const auto &named : namedTexts) {
+        if (named.second != nullptr && !g_utf8_validate(named.second, -1, nullptr)) {
+            SSO_LOGE("%s is not UTF-8 text", named.first);
+            return false;
+        }
+    }
+    return true;
 }
 
 // --------------------------------------------------------- response dispatch
@@ -314,6 +328,7 @@ SSO_API_CATCH(-1)
 
 SSO_API void sso_give_proxy(void)
 try {
+    SSOAPIBusyScope busy;
     CSSOSvcGdbus *transport =
         SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSvcGdbus>::GetInstance() : nullptr;
     if (transport == nullptr) {
@@ -339,6 +354,12 @@ const char *LoginStateName(sso_login_state state)
 const char *Shown(const std::string &identifying)
 {
     return sso_log_detail::IsDevelMode() ? identifying.c_str() : "<hidden>";
+}
+
+// The debug marker for a line that shows such a value.
+const char *ShownTag()
+{
+    return sso_log_detail::IsDevelMode() ? "[DEVEL] " : "";
 }
 
 } // namespace
@@ -470,16 +491,18 @@ try {
 
     std::string text = loginId;
     std::string shownText = loginId;
+    const char *shownTag = "";
     if (s_is_login_state_changed_extra) {
         std::string subType = SSOAPIClientUtil::GetAccountEventSubType();
         text = loginId + "|" + guid + "|" + subType;
         shownText = loginId + "|" + Shown(guid) + "|" + subType;
+        shownTag = ShownTag();
     }
 
     // The single subscriber first, then the map in ascending pointer order.
     if (s_login_state_changed_callback != nullptr) {
-        SSO_LOGD("(START) s_login_state_changed_callback [%s][%s]", LoginStateName(state),
-                 shownText.c_str());
+        SSO_LOGD("%s(START) s_login_state_changed_callback [%s][%s]", shownTag,
+                 LoginStateName(state), shownText.c_str());
         s_login_state_changed_callback(s_login_state_changed_cb_user_data, 0, state,
                                        const_cast<char *>(text.c_str()), iconPath);
         SSO_LOGD("(END) s_login_state_changed_callback [%s]", LoginStateName(state));
@@ -490,8 +513,8 @@ try {
     // the entries receive: the third argument is the icon path.
     const auto entries = map_multi_login_state_callback;
     for (const auto &entry : entries) {
-        SSO_LOGD("(START) map_multi_login_state_callback [%s][%s]", LoginStateName(state),
-                 Shown(guid));
+        SSO_LOGD("%s(START) map_multi_login_state_callback [%s][%s]", ShownTag(),
+                 LoginStateName(state), Shown(guid));
         if (entry.first != nullptr)
             entry.first(state, const_cast<char *>(guid.c_str()), iconPath);
         SSO_LOGD("(END) map_multi_login_state_callback [%s]", LoginStateName(state));

@@ -8,7 +8,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
+#include <utility>
 
 #include "sso_log.h"
 
@@ -63,6 +65,12 @@ extern std::atomic<int32_t> s_aync_event_index;
 // Set the first time a liveness check succeeds and never cleared: from then
 // on, requests that check liveness skip the round trip.
 extern std::atomic<bool> s_is_sso_service_alive;
+
+// Text sent to the service must be UTF-8: a D-Bus string is nothing else.
+// Logs the first text that is not, by its parameter name, and answers false.
+// Null texts pass; their own checks decide about them.
+bool sso_private_are_texts_utf8(
+    std::initializer_list<std::pair<const char *, const char *>> namedTexts);
 
 // Takes the next ae_index. Call only once every local check has passed, so
 // that refused requests consume no index.

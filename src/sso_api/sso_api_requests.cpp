@@ -62,6 +62,8 @@ int sso_private_request_switch_account_by_id_or_guid(const char *account_id, con
                                                      const char *extra)
 {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"account_id", account_id}, {"guid", guid}, {"extra", extra}}))
+        return -1;
     if (account_id == nullptr && guid == nullptr) {
         SSO_LOGE("account_id and account_guid are null");
         return -1;
@@ -117,6 +119,9 @@ SSO_API int sso_request_access_token_with_scope(const char *app_id, const char *
                                                 void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8(
+            {{"app_id", app_id}, {"secret_key", secret_key}, {"scope", scope}}))
+        return -1;
     if (app_id == nullptr || secret_key == nullptr || callback == nullptr) {
         SSO_LOGE("app_id ,secret_key or request_access_token_cb is nullptr");
         return -1;
@@ -156,6 +161,11 @@ SSO_API int sso_request_access_token_using_authcode(const char *app_id, const ch
                                                     void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"app_id", app_id},
+                                     {"secret_key", secret_key},
+                                     {"auth_code", auth_code},
+                                     {"scope", scope}}))
+        return -1;
     if (app_id == nullptr || secret_key == nullptr || auth_code == nullptr || callback == nullptr) {
         SSO_LOGE("app_id ,secret_key or auth_code or request_access_token_cb is NULL");
         return -1;
@@ -188,6 +198,8 @@ SSO_API int sso_request_auth_code(const char *app_id, const char *scope,
                                   sso_request_auth_code_cb callback, void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"app_id", app_id}, {"scope", scope}}))
+        return -1;
     if (app_id == nullptr || callback == nullptr) {
         SSO_LOGE("app_id or request_auth_code_cb is NULL");
         return -1;
@@ -215,6 +227,8 @@ SSO_API int sso_request_user_authcode(const char *app_id, const char *scope,
                                       sso_request_auth_code_cb callback, void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"app_id", app_id}, {"scope", scope}}))
+        return -1;
     if (app_id == nullptr || callback == nullptr) {
         SSO_LOGE("app_id or request_authcode_cb is NULL");
         return -1;
@@ -246,6 +260,8 @@ SSO_API int sso_request_device_authcode(const char *app_id, const char *scope,
                                         sso_request_auth_code_cb callback, void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"app_id", app_id}, {"scope", scope}}))
+        return -1;
     if (app_id == nullptr || callback == nullptr) {
         SSO_LOGE("app_id or request_device_authcode_cb is NULL");
         return -1;
@@ -277,6 +293,8 @@ SSO_API int sso_request_auth_code_for_effortless_login(const char *app_id, const
                                                        void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"app_id", app_id}, {"scope", scope}}))
+        return -1;
     if (app_id == nullptr || callback == nullptr) {
         SSO_LOGE("app_id or request_auth_code_cb is nullptr");
         return -1;
@@ -306,6 +324,9 @@ SSO_API int sso_request_authcode_with_ID_PWD(const char *app_id, const char *acc
                                              sso_request_auth_code_cb callback)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8(
+            {{"app_id", app_id}, {"account_id", account_id}, {"passwd", passwd}, {"scope", scope}}))
+        return -1;
     if (account_id == nullptr || app_id == nullptr || passwd == nullptr || callback == nullptr) {
         SSO_LOGE("account_id or app_id or passwd or request_auth_code_cb is nullptr");
         return -1;
@@ -334,6 +355,8 @@ SSO_API int sso_request_authcode_for_other_device(const char *dsc,
                                                   void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"dsc", dsc}}))
+        return -1;
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("request_auth_code_cb is nullptr");
         return -1;
@@ -367,6 +390,8 @@ SSO_API int sso_generate_token_with_authcode_dsc_noti(const char *authcode, cons
                                                       void *user_data, bool use_notification)
 try {
     SSO_LOG_START_F("use_notification [%d]", use_notification ? 1 : 0);
+    if (!sso_private_are_texts_utf8({{"authcode", authcode}, {"userid", userid}, {"dsc", dsc}}))
+        return -1;
     if (SSOAPISystemInfo::IsHotelModeSupported()) {
         SSO_LOGE("Hotel TV is not supporting easysetup");
         return -1;
@@ -419,6 +444,8 @@ SSO_API int sso_generate_token_with_authcode_dsc_deleteFlag(const char *userid,
                                                             void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"userid", userid}, {"authcode", authcode}, {"dsc", dsc}}))
+        return -1;
     if (SSOAPISystemInfo::IsHotelModeSupported()) {
         SSO_LOGE("Hotel TV is not supporting easysetup");
         return -1;
@@ -458,6 +485,8 @@ SSO_API int sso_generate_token_with_ID_PWD(const char *userid, const char *passw
                                            sso_token_response_cb callback, void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"userid", userid}, {"passwd", passwd}}))
+        return -1;
     if (SSOAPISystemInfo::IsHotelModeSupported()) {
         SSO_LOGE("Hotel TV is not supporting easysetup");
         return -1;
@@ -506,6 +535,9 @@ SSO_API int sso_register_account(const char *account_id, const char *authcode, c
                                  bool perform_login_flag)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8(
+            {{"account_id", account_id}, {"authcode", authcode}, {"dsc", dsc}}))
+        return -1;
     if (callback == nullptr || authcode == nullptr || account_id == nullptr) {
         SSO_LOGE("account_id or register_account_cb is NULL");
         return -1;
@@ -545,6 +577,8 @@ SSO_API int sso_perform_logout(sso_response_data_cb callback, void *user_data,
                                const char *confirm_id)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"confirm_id", confirm_id}}))
+        return -1;
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("perform_logout_cb is null");
         return -1;
@@ -570,6 +604,8 @@ SSO_API_CATCH(-1)
 SSO_API int sso_verify_password(const char *passwd, sso_response_data_cb callback, void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"passwd", passwd}}))
+        return -1;
     if (passwd == nullptr || callback == nullptr) {
         SSO_LOGE(" passwd or verify_password_cb is NULL");
         return -1;
@@ -619,6 +655,8 @@ SSO_API int sso_set_passfw(const char *account_id, const char *password,
                            sso_response_data_cb callback, void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"account_id", account_id}, {"password", password}}))
+        return -1;
     if (account_id == nullptr || password == nullptr || callback == nullptr) {
         SSO_LOGE("account_id || password || callback is nullptr");
         return -1;
@@ -642,6 +680,8 @@ SSO_API_CATCH(-1)
 SSO_API int sso_request_reset_passwd(const char *email, sso_response_data_cb callback,
                                      void *user_data)
 try {
+    if (!sso_private_are_texts_utf8({{"email", email}}))
+        return -1;
     if (email == nullptr || callback == nullptr) {
         SSO_LOGE(" email or reset_passwd_cb is nullptr");
         return -1;
@@ -689,6 +729,8 @@ SSO_API int sso_switch_account_with_usertoken(const char *account_id, sso_respon
                                               void *user_data, const char *usertoken)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"account_id", account_id}, {"usertoken", usertoken}}))
+        return -1;
     if (account_id == nullptr || callback == nullptr || usertoken == nullptr) {
         SSO_LOGE("account_id or switch_account_cb or usertoken is nullptr");
         return -1;

@@ -112,6 +112,9 @@ SSO_API int sso_request_user_authcode_with_dsc(const char *app_id, const char *s
                                                sso_request_auth_code_cb callback, void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8(
+            {{"app_id", app_id}, {"scope", scope}, {"dsc", dsc}, {"response_type", response_type}}))
+        return -1;
     if (app_id == nullptr || callback == nullptr) {
         SSO_LOGE("app_id or request_auth_code_cb");
         return -1;
@@ -129,6 +132,12 @@ SSO_API int sso_request_user_authcode_with_challenge(const char *app_id, const c
                                                      void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"app_id", app_id},
+                                     {"scope", scope},
+                                     {"dsc", dsc},
+                                     {"response_type", response_type},
+                                     {"code_challenge", code_challenge}}))
+        return -1;
     if (app_id == nullptr || callback == nullptr || code_challenge == nullptr) {
         SSO_LOGE("app_id or request_auth_code_cb or code_challenge is null");
         return -1;
@@ -147,6 +156,12 @@ SSO_API int sso_request_user_authcode_with_verifier(const char *app_id, const ch
                                                     void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"app_id", app_id},
+                                     {"scope", scope},
+                                     {"dsc", dsc},
+                                     {"response_type", response_type},
+                                     {"code_verifier", code_verifier}}))
+        return -1;
     if (app_id == nullptr || callback == nullptr || code_verifier == nullptr) {
         SSO_LOGE("app_id or request_auth_code_cb or code_verifier is null");
         return -1;

@@ -210,6 +210,8 @@ SSO_API int sso_get_user_family_group(const char *app_id, const char *access_tok
                                       sso_response_data_cb callback, void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"app_id", app_id}, {"access_token", access_token}}))
+        return -1;
     if (app_id == nullptr || access_token == nullptr || callback == nullptr) {
         SSO_LOGE("app_id, access_token or get_user_family_group_cb is nullptr");
         return -1;
@@ -238,6 +240,9 @@ SSO_API int sso_get_user_group_users(const char *app_id, const char *access_toke
                                      void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8(
+            {{"app_id", app_id}, {"access_token", access_token}, {"group_id", group_id}}))
+        return -1;
     if (app_id == nullptr || access_token == nullptr || group_id == nullptr ||
         callback == nullptr) {
         SSO_LOGE("app_id, access_token, group_id or get_user_group_users_cb is nullptr");

@@ -219,8 +219,9 @@ try {
         identifying = true;
     }
 
-    SSO_LOGY("AppID:[%s], CallerID:[%s], Data:[%s], Page:[%s]", kAccountAppId, caller_id,
-             ShownData(dataText, identifying), page);
+    SSO_LOGY("%sAppID:[%s], CallerID:[%s], Data:[%s], Page:[%s]",
+             identifying && sso_log_detail::IsDevelMode() ? "[DEVEL] " : "", kAccountAppId,
+             caller_id, ShownData(dataText, identifying), page);
     app_control_h handle = nullptr;
     if (app_control_create(&handle) != APP_CONTROL_ERROR_NONE) {
         SSO_LOGE("create app_control handle failed.");

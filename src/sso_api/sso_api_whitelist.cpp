@@ -37,6 +37,11 @@ SSO_API int sso_api_request_whitelist_accesstoken(const char *app_id, const char
                                                   void *user_data)
 try {
     SSO_LOG_START();
+    if (!sso_private_are_texts_utf8({{"app_id", app_id},
+                                     {"packagename", packagename},
+                                     {"signature", signature},
+                                     {"scope", scope}}))
+        return -1;
     if (app_id == nullptr) {
         SSO_LOG_CHECK_NULL("app_id is nullptr");
         return -1;

@@ -75,8 +75,10 @@ bool GetString(const char *key, std::string &value, bool identifying = false)
     }
     value = text;
     free(text);
-    if (!identifying || sso_log_detail::IsDevelMode())
+    if (!identifying)
         SSO_LOG_END_F("key(%s) value(%s)", key, value.c_str());
+    else if (sso_log_detail::IsDevelMode())
+        SSO_LOG_END_F("[DEVEL] key(%s) value(%s)", key, value.c_str());
     else
         SSO_LOG_END_F("key(%s) value(%s)", key, "<hidden>");
     return true;

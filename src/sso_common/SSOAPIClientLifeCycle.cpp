@@ -1,11 +1,72 @@
 #include "SSOAPIClientLifeCycle.h"
 
+#include <pthread.h>
+#include <time.h>
+
 #include "CallerInformation.h"
 #include "SSOAPIUtil.h"
 #include "sso_api_private.h"
 #include "sso_api_proxy.h"
 #include "sso_ss_data_storage.h"
 #include "sso_log.h"
+
+namespace {
+
+// A caller blocks at most the 10-second link set-up plus one 5-second call;
+// the unload waits that long, and a little more, before it goes on anyway.
+constexpr std::chrono::milliseconds kBusyWait(16000);
+constexpr std::chrono::milliseconds kBusyPoll(100);
+
+pthread_mutex_t s_mutexBusy = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t s_condBusy = PTHREAD_COND_INITIALIZER;
+int s_busyScopes = 0; // guarded by s_mutexBusy
+
+// Callers waiting on the service give up at once.
+void ReleaseBlockedCallers()
+{
+    if (CSSOSvcGdbus *transport = SSOAPISingleton<CSSOSvcGdbus>::PeekInstance())
+        transport->CancelCalls();
+}
+
+} // namespace
+
+SSOAPIBusyScope::SSOAPIBusyScope()
+{
+    pthread_mutex_lock(&s_mutexBusy);
+    ++s_busyScopes;
+    pthread_mutex_unlock(&s_mutexBusy);
+}
+
+SSOAPIBusyScope::~SSOAPIBusyScope()
+{
+    pthread_mutex_lock(&s_mutexBusy);
+    if (--s_busyScopes == 0)
+        pthread_cond_broadcast(&s_condBusy);
+    pthread_mutex_unlock(&s_mutexBusy);
+}
+
+bool SSOAPIBusyScope::WaitUntilNoneOpen(void (*release)(), std::chrono::milliseconds timeout)
+{
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    pthread_mutex_lock(&s_mutexBusy);
+    while (s_busyScopes > 0 && std::chrono::steady_clock::now() < deadline) {
+        // Released again on every round: a caller still setting up the link
+        // reaches its call only later.
+        pthread_mutex_unlock(&s_mutexBusy);
+        release();
+        pthread_mutex_lock(&s_mutexBusy);
+        struct timespec until;
+        clock_gettime(CLOCK_REALTIME, &until);
+        until.tv_nsec += static_cast<long>(kBusyPoll.count()) * 1000000L;
+        until.tv_sec += until.tv_nsec / 1000000000L;
+        until.tv_nsec %= 1000000000L;
+        if (s_busyScopes > 0)
+            pthread_cond_timedwait(&s_condBusy, &s_mutexBusy, &until);
+    }
+    bool idle = s_busyScopes == 0;
+    pthread_mutex_unlock(&s_mutexBusy);
+    return idle;
+}
 
 SSOAPIClientLifeCycle::SSOAPIClientLifeCycle()
 {
@@ -25,6 +86,10 @@ SSOAPIClientLifeCycle::~SSOAPIClientLifeCycle()
     try {
         SSOAPIUtil::SetClientToTerminated();
         SSO_LOGW_G("m_appId[%s] Alive[%d]", m_appId.c_str(), SSOAPIUtil::IsClientAlive() ? 1 : 0);
+        // Threads blocked in the library leave it before its objects, and
+        // at unload its code, go away.
+        if (!SSOAPIBusyScope::WaitUntilNoneOpen(ReleaseBlockedCallers, kBusyWait))
+            SSO_LOGE("callers are still inside the library");
         // The settings watches go before anything they could call into.
         sso_private_clear_vconf_view_state_callback();
         sso_private_unsubscribe_vconf_login_state_change();

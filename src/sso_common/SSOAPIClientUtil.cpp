@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ICVConf.h"
+#include "SSOAPIClientLifeCycle.h"
 #include "SSOAPIUtil.h"
 #include "sso_api_proxy.h"
 #include "sso_log.h"
@@ -94,6 +95,8 @@ std::string SSOAPIClientUtil::GetClientDBusMethodParameterFormat(CLIENT_DBUS_MET
 
 std::string SSOAPIClientUtil::GetDBusObjectName()
 {
+    // The first request of the process sets the link up here.
+    SSOAPIBusyScope busy;
     CSSOSvcGdbus *transport =
         SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSvcGdbus>::GetInstance() : nullptr;
     if (transport == nullptr) {
@@ -105,6 +108,7 @@ std::string SSOAPIClientUtil::GetDBusObjectName()
 
 long long SSOAPIClientUtil::GetDBusProxyThreadId()
 {
+    SSOAPIBusyScope busy;
     CSSOSvcGdbus *transport =
         SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSvcGdbus>::GetInstance() : nullptr;
     if (transport == nullptr) {

@@ -94,8 +94,9 @@ void CSSOSSData::m_DumpInPieces(const char *label, const std::string &text)
     SSO_LOGE("%s: %s[%d]", SSO_FILE_NAME, __func__, __LINE__);
     const size_t kPiece = 850;
     size_t length = strlen(buffer);
+    // Every piece is marked: each is a line of its own in the log.
     for (size_t offset = 0; offset < length; offset += kPiece)
-        SSO_LOGE("%.*s", static_cast<int>(kPiece), buffer + offset);
+        SSO_LOGE("[DEVEL] %.*s", static_cast<int>(kPiece), buffer + offset);
     SSO_LOGE("\n");
 }
 
@@ -323,13 +324,14 @@ bool CSSOSSData::m_ExtractApplicationDataByGuidAndKey(std::vector<UniAccountData
             return false;
         }
         out = it->second;
-        SSO_LOGY("guid[%s] key[%s] extractedAppData size[%d]",
-                 sso_log_detail::IsDevelMode() ? guid.c_str() : "<hidden>", key.c_str(),
-                 static_cast<int>(out.size()));
+        bool devel = sso_log_detail::IsDevelMode();
+        SSO_LOGY("%sguid[%s] key[%s] extractedAppData size[%d]", devel ? "[DEVEL] " : "",
+                 devel ? guid.c_str() : "<hidden>", key.c_str(), static_cast<int>(out.size()));
         return true;
     }
-    SSO_LOGE("Failed to find data by guid [%s] : empty string",
-             sso_log_detail::IsDevelMode() ? guid.c_str() : "<hidden>");
+    bool devel = sso_log_detail::IsDevelMode();
+    SSO_LOGE("%sFailed to find data by guid [%s] : empty string", devel ? "[DEVEL] " : "",
+             devel ? guid.c_str() : "<hidden>");
     return false;
 }
 
@@ -350,8 +352,9 @@ bool CSSOSSData::ExtractApplicationData(const std::string &packageId, const std:
     }
     std::string value;
     if (!m_ExtractApplicationDataByGuidAndKey(pairs, guid, key, value)) {
-        SSO_LOGE("Failed to m_ExtractApplicationDataByGuidAndKey(). guid[%s] key[%s]",
-                 sso_log_detail::IsDevelMode() ? guid.c_str() : "<hidden>", key.c_str());
+        bool devel = sso_log_detail::IsDevelMode();
+        SSO_LOGE("%sFailed to m_ExtractApplicationDataByGuidAndKey(). guid[%s] key[%s]",
+                 devel ? "[DEVEL] " : "", devel ? guid.c_str() : "<hidden>", key.c_str());
         return false;
     }
     m_DumpInPieces("extractedAppData", value);

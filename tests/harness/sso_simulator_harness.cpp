@@ -125,6 +125,8 @@ Simulator::~Simulator()
 {
     Stop();
     DropConnection();
+    if (context_ != nullptr)
+        g_main_context_unref(context_);
 }
 
 void Simulator::Start(const std::map<std::string, std::string> &env,
@@ -205,11 +207,19 @@ GDBusConnection *Simulator::connection()
     gchar *address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     if (address == nullptr)
         throw std::runtime_error("no system bus address: " + TakeError(error));
+    // The connection's notices, its closing among them, go to a context of
+    // the harness's own that DropConnection runs: left in the default
+    // context, which no test runs, they would hold a closed connection (and
+    // its socket) open for the rest of the test.
+    if (context_ == nullptr)
+        context_ = g_main_context_new();
+    g_main_context_push_thread_default(context_);
     connection_ = g_dbus_connection_new_for_address_sync(
         address,
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
         nullptr, nullptr, &error);
+    g_main_context_pop_thread_default(context_);
     g_free(address);
     if (connection_ == nullptr)
         throw std::runtime_error("cannot connect to the system bus: " + TakeError(error));
@@ -222,6 +232,9 @@ void Simulator::DropConnection()
         g_object_unref(connection_);
         connection_ = nullptr;
     }
+    if (context_ != nullptr)
+        while (g_main_context_iteration(context_, FALSE)) {
+        }
 }
 
 GVariant *Simulator::Call(const char *method, GVariant *params, const char *reply_type)

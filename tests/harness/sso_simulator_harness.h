@@ -333,6 +333,7 @@ private:
     std::vector<std::string> args_;
     int exit_status_ = -1;
     GDBusConnection *connection_ = nullptr;
+    GMainContext *context_ = nullptr; // where connection_ delivers its notices
 };
 
 // A BusTest with a simulator running: SetUp starts sim_ on the private bus
