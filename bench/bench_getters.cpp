@@ -1,108 +1,98 @@
-// Local account getters against a bare read of one settings key, and the
-// reload of a six-account document after a data-version bump.
+// Local account getters on an unchanged data version against a bare read of
+// one settings key, and the first getter after the service bumped the data
+// version of a six-account document (secure-storage read, parse, cache).
 #include <sso_api/sso_api.h>
+#include <vconf.h>
 
-#include <chrono>
 #include <cstdlib>
+#include <cstring>
 
 #include "account_documents.h"
 #include "bench_support.h"
-#include "sso_ss_data_storage.h"
-#include "sso_test_harness.h"
 
 namespace {
 
-void BM_VconfGetInt_Bare(benchmark::State &state)
+// Each operation timed on its own: the nanoseconds, or -1 on failure.
+template <typename Op> std::int64_t Timed(Op op)
+{
+    std::int64_t start = ssobench::NowNs();
+    bool ok = op();
+    std::int64_t end = ssobench::NowNs();
+    return ok ? end - start : -1;
+}
+
+std::int64_t VconfRead()
 {
     int value = 0;
-    for (auto _ : state) {
-        vconf_get_int("db/sso/login_status", &value);
-        benchmark::DoNotOptimize(value);
-    }
+    return Timed([&] { return vconf_get_int("db/sso/login_status", &value) == VCONF_OK; });
 }
-BENCHMARK(BM_VconfGetInt_Bare)->Repetitions(3)->ReportAggregatesOnly(true);
 
-void BM_GetLoginState(benchmark::State &state)
+// The getters on an unchanged data version, each side by side with one bare
+// read of a settings key.
+void RegisterAll()
 {
-    sso_login_state login = SSO_NOT_LOGIN;
-    for (auto _ : state) {
-        sso_get_login_state(&login);
-        benchmark::DoNotOptimize(login);
-    }
+    ssobench::RegisterPair(
+        "BM_GetGuid_UnchangedVersion", "BM_VconfGetInt_BareVsGuid",
+        [] {
+            char *guid = nullptr;
+            std::int64_t ns = Timed([&] { return sso_get_guid(&guid) == 0; });
+            free(guid);
+            return ns;
+        },
+        VconfRead);
+    ssobench::RegisterPair(
+        "BM_GetLoginInfo_UnchangedVersion", "BM_VconfGetInt_BareVsLoginInfo",
+        [] {
+            sso_login_info_s info;
+            return Timed([&] { return sso_get_login_info(&info) == 0; });
+        },
+        VconfRead);
+    ssobench::RegisterPair(
+        "BM_GetLoginState", "BM_VconfGetInt_BareVsLoginState",
+        [] {
+            sso_login_state login = SSO_NOT_LOGIN;
+            return Timed([&] { return sso_get_login_state(&login) == 0; });
+        },
+        VconfRead);
 }
-BENCHMARK(BM_GetLoginState)->Repetitions(3)->ReportAggregatesOnly(true);
 
-void BM_GetGuid_UnchangedVersion(benchmark::State &state)
+// The first sso_get_guid after the service bumped the version: the version
+// test, the secure-storage read, the parse and the cache update.
+void BM_GetGuid_AfterVersionBump_SixAccounts(benchmark::State &state)
 {
+    int version = 1000;
+    ssobench::Latencies latencies;
     for (auto _ : state) {
+        vconf_set_int("memory/sso/public_data_ver", ++version);
+        std::int64_t start = ssobench::NowNs();
         char *guid = nullptr;
         if (sso_get_guid(&guid) != 0) {
             state.SkipWithError("sso_get_guid failed");
             break;
         }
+        std::int64_t end = ssobench::NowNs();
         free(guid);
+        state.SetIterationTime(static_cast<double>(end - start) / 1e9);
+        latencies.Add(end - start);
     }
+    latencies.Report(state);
 }
-BENCHMARK(BM_GetGuid_UnchangedVersion)->Repetitions(3)->ReportAggregatesOnly(true);
-
-void BM_GetLoginInfo_UnchangedVersion(benchmark::State &state)
-{
-    sso_login_info_s info;
-    for (auto _ : state) {
-        if (sso_get_login_info(&info) != 0) {
-            state.SkipWithError("sso_get_login_info failed");
-            break;
-        }
-        benchmark::DoNotOptimize(info);
-    }
-}
-BENCHMARK(BM_GetLoginInfo_UnchangedVersion)->Repetitions(3)->ReportAggregatesOnly(true);
-
-// Time of the first read after the service bumped the version: the secure
-// storage read, the parse and the cache update.
-void BM_ReloadAfterVersionBump_SixAccounts(benchmark::State &state)
-{
-    CSSOSSData *cache = SSOAPISingleton<CSSOSSData>::GetInstance();
-    int version = 1000;
-    for (auto _ : state) {
-        vconf_set_int("memory/sso/public_data_ver", ++version);
-        auto start = std::chrono::steady_clock::now();
-        sso_accounts_info info = cache->GetAccountsInfo();
-        auto end = std::chrono::steady_clock::now();
-        benchmark::DoNotOptimize(info);
-        state.SetIterationTime(std::chrono::duration<double>(end - start).count());
-    }
-}
-BENCHMARK(BM_ReloadAfterVersionBump_SixAccounts)
-    ->UseManualTime()
-    ->Unit(benchmark::kMicrosecond)
-    ->Repetitions(3)
-    ->ReportAggregatesOnly(true);
+BENCHMARK(BM_GetGuid_AfterVersionBump_SixAccounts)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    benchmark::Initialize(&argc, argv);
-    ssotest::PlatformRoot root;
-    // The platform's default log threshold and destination unless the caller
-    // chose others.
-    if (getenv("SSO_BENCH_LOG") != nullptr) {
-        setenv("SSO_PLATFORM_LOG", getenv("SSO_BENCH_LOG"), 1);
-    } else {
-        unsetenv("SSO_PLATFORM_LOG");
-    }
-    unsetenv("SSO_PLATFORM_LOG_LEVEL");
-    dlog_reload_config();
+    ssobench::Initialize(&argc, &argv);
+    ssobench::Environment env(false, false);
     std::vector<ssotest::TestAccount> accounts;
     for (int i = 1; i <= 6; ++i)
         accounts.push_back(ssotest::MakeAccount(i));
     ssotest::SignIn(accounts, 2);
+    RegisterAll();
     ssobench::RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintRatios({{"BM_GetGuid_UnchangedVersion", "BM_VconfGetInt_Bare"},
-                          {"BM_GetLoginInfo_UnchangedVersion", "BM_VconfGetInt_Bare"},
-                          {"BM_GetLoginState", "BM_VconfGetInt_Bare"}});
+    reporter.PrintPairs();
     benchmark::Shutdown();
     return 0;
 }

@@ -24,12 +24,7 @@ namespace {
 std::atomic<long long> g_callbackNs{0};
 std::atomic<int> g_calls{0};
 
-long long NowNs()
-{
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<long long>(ts.tv_sec) * 1000000000LL + ts.tv_nsec;
-}
+using ssobench::NowNs;
 
 int OnLoginState(void *, int, sso_login_state, char *, char *)
 {
@@ -70,6 +65,7 @@ void BM_LoginNotificationLatency(benchmark::State &state)
         return;
     }
     pid_t writer = StartWriter(go[0], go[1], done[1], done[0]);
+    ssobench::Latencies latencies;
     vconftest::LoopThread loop;
     int rc = -1;
     loop.Run([&] { rc = sso_subscribe_login_state_change(OnLoginState, nullptr); });
@@ -87,7 +83,9 @@ void BM_LoginNotificationLatency(benchmark::State &state)
             break;
         }
         state.SetIterationTime(static_cast<double>(g_callbackNs - written) / 1e9);
+        latencies.Add(g_callbackNs - written);
     }
+    latencies.Report(state);
     loop.Run([] { sso_unsubscribe_login_state_change(); });
     loop.Stop();
     close(go[1]);
@@ -99,22 +97,14 @@ void BM_LoginNotificationLatency(benchmark::State &state)
 BENCHMARK(BM_LoginNotificationLatency)
     ->UseManualTime()
     ->Unit(benchmark::kMicrosecond)
-    ->Iterations(300)
-    ->Repetitions(3)
-    ->ReportAggregatesOnly(true);
+    ->Iterations(200);
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    benchmark::Initialize(&argc, argv);
-    ssotest::PlatformRoot root;
-    if (getenv("SSO_BENCH_LOG") != nullptr)
-        setenv("SSO_PLATFORM_LOG", getenv("SSO_BENCH_LOG"), 1);
-    else
-        unsetenv("SSO_PLATFORM_LOG");
-    unsetenv("SSO_PLATFORM_LOG_LEVEL");
-    dlog_reload_config();
+    ssobench::Initialize(&argc, &argv);
+    ssobench::Environment env(false, false);
     std::vector<ssotest::TestAccount> accounts = {ssotest::MakeAccount(1), ssotest::MakeAccount(2)};
     ssotest::SignIn(accounts, 0);
     benchmark::RunSpecifiedBenchmarks();

@@ -1,16 +1,22 @@
 // Costs of the device platform on the paths the library takes often: reading
-// a setting, a log line below the threshold (and one that is written), and
-// how long a settings change takes to reach a subscriber in another process.
+// a setting, a log line below the threshold (and one written to a file or to
+// a log daemon), and how long a settings change takes to reach a subscriber
+// in another process.
 #include <benchmark/benchmark.h>
 #include <dlog.h>
 #include <glib.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vconf.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <future>
 #include <mutex>
@@ -114,6 +120,48 @@ void BM_DlogWrittenToFile(benchmark::State &state)
     }
 }
 BENCHMARK(BM_DlogWrittenToFile)->MinTime(0.2);
+
+// A line sent to a log daemon's socket: one datagram on the kept
+// connection (a thread stands in for the daemon and drains the socket).
+void BM_DlogWrittenToSyslog(benchmark::State &state)
+{
+    TempRoot root;
+    std::string path = root.path() + "/log.sock";
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    struct sockaddr_un addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.sun_family = AF_UNIX;
+    snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", path.c_str());
+    if (fd < 0 || bind(fd, reinterpret_cast<struct sockaddr *>(&addr), sizeof(addr)) != 0) {
+        state.SkipWithError("cannot bind a daemon socket");
+        return;
+    }
+    std::atomic<bool> stop{false};
+    std::thread daemon([&] {
+        char buf[8192];
+        while (!stop) {
+            struct pollfd p = {fd, POLLIN, 0};
+            if (poll(&p, 1, 50) == 1)
+                while (recv(fd, buf, sizeof(buf), MSG_DONTWAIT) > 0) {
+                }
+        }
+    });
+    setenv("SSO_PLATFORM_LOG", ("syslog:" + path).c_str(), 1);
+    setenv("SSO_PLATFORM_LOG_LEVEL", "info", 1);
+    dlog_reload_config();
+    int i = 0;
+    for (auto _ : state) {
+        int r = dlog_print(DLOG_INFO, "BENCH", "value %d of %s at %p", i++, "key",
+                           static_cast<void *>(&i));
+        benchmark::DoNotOptimize(r);
+    }
+    setenv("SSO_PLATFORM_LOG", "none", 1);
+    dlog_reload_config();
+    stop = true;
+    daemon.join();
+    close(fd);
+}
+BENCHMARK(BM_DlogWrittenToSyslog)->MinTime(0.2);
 
 // What the subscriber saw last, and when.
 struct Arrival {

@@ -1,244 +1,167 @@
 // The D-Bus link against the simulator on a private bus, side by side with
-// bare GDBus doing the same work: one request's round trip, and the time from
-// a request to its result callback.
-#include <gio/gio.h>
-#include <pthread.h>
+// bare GDBus doing the same work in the same run:
+//   - sso_check_alive, and the synchronous part of an accepted
+//     sso_request_access_token (until the function returns), against one
+//     g_dbus_connection_call_sync with the same arguments;
+//   - a request's start to its application callback, against a bare client
+//     that makes the same call and receives the same call-back on an object
+//     it exports, dispatched on a thread of its own;
+//   - the same request with the platform log off, at its default, and at
+//     full info logging.
+#include <sso_api/sso_api.h>
 
-#include <atomic>
-#include <condition_variable>
-#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
-#include <mutex>
+#include <functional>
+#include <memory>
 #include <string>
-#include <thread>
 
-#include "SSOAPIClientUtil.h"
 #include "bench_support.h"
-#include "sso_api/sso_api.h"
-#include "sso_api_private.h"
-#include "sso_api_proxy.h"
-#include "sso_simulator_harness.h"
-#include "sso_test_harness.h"
 
 namespace {
 
-// One outstanding result at a time.
-std::mutex g_mutex;
-std::condition_variable g_cv;
-int g_results = 0;
+using ssobench::NowNs;
+using ssobench::Ticket;
+using ssobench::Waiter;
 
-int OnResult(void *, int, char *)
+ssobench::Environment *g_env = nullptr;
+ssobench::BareClient *g_bare = nullptr;
+
+// Before each repetition: the simulator's journals start empty, so its own
+// cost does not grow over the run.
+void ClearSimulator(const benchmark::State &)
 {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    ++g_results;
-    g_cv.notify_one();
-    return 0;
+    g_env->sim().ClearJournal();
+    g_env->sim().ClearDeliveries();
+    g_env->sim().ClearIssued();
 }
 
-void WaitForResult(int expected)
+// One library request to its callback; the nanoseconds from the start of
+// the request to the return of the request function (accepted) or to the
+// callback (roundTrip). -1 when refused or no callback came.
+std::int64_t LibraryRequest(Waiter &waiter, long long &expected, bool roundTrip)
 {
-    std::unique_lock<std::mutex> lock(g_mutex);
-    g_cv.wait_for(lock, std::chrono::seconds(10), [&] { return g_results >= expected; });
+    Ticket *ticket = waiter.NewTicket();
+    std::int64_t start = NowNs();
+    int rc = sso_request_access_token("bench-app", "bench-secret", &Waiter::OnResult, ticket);
+    std::int64_t accepted = NowNs();
+    if (rc != 0 || !waiter.Wait(++expected))
+        return -1;
+    return (roundTrip ? NowNs() : accepted) - start;
 }
 
-GDBusConnection *PrivateConnection()
+// The same request in bare GDBus.
+std::int64_t BareRequest(Waiter &waiter, long long &expected, bool roundTrip)
 {
-    gchar *address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    GDBusConnection *conn = g_dbus_connection_new_for_address_sync(
-        address,
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, nullptr);
-    g_free(address);
-    return conn;
+    static int aeIndex = 0;
+    Ticket *ticket = waiter.NewTicket();
+    std::int64_t start = NowNs();
+    bool ok = g_bare->RequestAccessToken(ticket, aeIndex++);
+    std::int64_t accepted = NowNs();
+    if (!ok || !waiter.Wait(++expected))
+        return -1;
+    return (roundTrip ? NowNs() : accepted) - start;
 }
 
-void BM_CheckAlive_Library(benchmark::State &state)
+// The platform log for one side of a pair: set before its request, back to
+// the default after it (outside the timing).
+std::int64_t WithLog(const char *destination, const char *level, bool sink,
+                     const std::function<std::int64_t()> &request)
 {
-    for (auto _ : state)
-        if (sso_check_alive() != 0)
-            state.SkipWithError("sso_check_alive failed");
+    static ssobench::SyslogSink s_sink; // one daemon for the whole run
+    std::string dest = sink ? "syslog:" + s_sink.path() : destination ? destination : "";
+    ssobench::UseLogging(sink || destination ? dest.c_str() : nullptr, level);
+    std::int64_t ns = request();
+    ssobench::UseDefaultLogging();
+    return ns;
 }
-BENCHMARK(BM_CheckAlive_Library)->UseRealTime()->Repetitions(3)->ReportAggregatesOnly(true);
 
-void BM_CheckAlive_BareGDBus(benchmark::State &state)
+std::string TempLogFile()
 {
-    GDBusConnection *conn = PrivateConnection();
-    std::string obj = SSOAPIClientUtil::GetDBusObjectName();
-    gint64 tid = SSOAPIClientUtil::GetDBusProxyThreadId();
-    for (auto _ : state) {
-        GVariant *reply = g_dbus_connection_call_sync(
-            conn, SSO_SERVER_BUS_NAME, SSO_SERVER_OBJECT_PATH, SSO_SERVER_INTERFACE,
-            "sso_check_alive", g_variant_new("(sxs)", obj.c_str(), tid, "sso_check_alive"), nullptr,
-            G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
-        if (reply == nullptr) {
-            state.SkipWithError("call failed");
-            break;
-        }
-        gint32 accepted = 0;
-        g_variant_get(reply, "(i)", &accepted);
-        g_variant_unref(reply);
-        benchmark::DoNotOptimize(accepted);
-    }
-    g_object_unref(conn);
+    const char *tmp = getenv("TMPDIR");
+    return std::string(tmp != nullptr && *tmp ? tmp : "/tmp") + "/sso-bench-log-" +
+           std::to_string(getpid()) + ".txt";
 }
-BENCHMARK(BM_CheckAlive_BareGDBus)->UseRealTime()->Repetitions(3)->ReportAggregatesOnly(true);
 
-void BM_RequestToCallback_Library(benchmark::State &state)
+void RegisterAll()
 {
-    std::string obj = SSOAPIClientUtil::GetDBusObjectName();
-    gint64 tid = SSOAPIClientUtil::GetDBusProxyThreadId();
-    int expected = g_results;
-    for (auto _ : state) {
-        GVariant *params =
-            g_variant_new("(ssssxxxis)", obj.c_str(), "bench-app", "bench-secret", "HAS_NO_VALUE",
-                          static_cast<gint64>(reinterpret_cast<intptr_t>(&OnResult)), tid,
-                          gint64{0}, 0, "sso_request_access_token");
-        GVariant *reply = nullptr;
-        if (sso_private_request_method("sso_request_access_token", params, &reply) != 0) {
-            state.SkipWithError("request refused");
-            break;
-        }
-        WaitForResult(++expected);
-    }
+    // For the life of the process: a late result still finds its waiter.
+    static Waiter *libWaiter = new Waiter;
+    static Waiter *bareWaiter = new Waiter;
+    static long long libExpected = 0, bareExpected = 0;
+    auto lib = [](bool roundTrip) { return LibraryRequest(*libWaiter, libExpected, roundTrip); };
+    auto bare = [](bool roundTrip) { return BareRequest(*bareWaiter, bareExpected, roundTrip); };
+
+    // sso_check_alive against one call_sync with the same arguments.
+    ssobench::RegisterPair(
+        "BM_CheckAlive_Library", "BM_CheckAlive_Bare",
+        [] {
+            std::int64_t start = NowNs();
+            return sso_check_alive() == 0 ? NowNs() - start : -1;
+        },
+        [] {
+            std::int64_t start = NowNs();
+            return g_bare->CheckAlive() ? NowNs() - start : -1;
+        })
+        ->Setup(ClearSimulator);
+
+    // The synchronous part of an accepted request: until the function
+    // returns. Its result is waited for outside the timing, so deliveries
+    // never pile up behind the measurement.
+    ssobench::RegisterPair(
+        "BM_AccessTokenAccept_Library", "BM_AccessTokenAccept_Bare", [=] { return lib(false); },
+        [=] { return bare(false); })
+        ->Setup(ClearSimulator);
+
+    // Request start to the application's callback.
+    ssobench::RegisterPair(
+        "BM_RequestToCallback_Library", "BM_RequestToCallback_Bare", [=] { return lib(true); },
+        [=] { return bare(true); })
+        ->Setup(ClearSimulator);
+
+    // The same request with the log at its default (the system log, at
+    // warn: whether a log daemon listens depends on the machine), with a log
+    // daemon reading every line, and at full info logging, each against the
+    // log switched off.
+    auto off = [=] { return WithLog("none", nullptr, false, [=] { return lib(true); }); };
+    ssobench::RegisterPair(
+        "BM_RequestLog_Default", "BM_RequestLog_OffVsDefault",
+        [=] { return WithLog(nullptr, nullptr, false, [=] { return lib(true); }); }, off)
+        ->Setup(ClearSimulator);
+    ssobench::RegisterPair(
+        "BM_RequestLog_DefaultToSyslogReader", "BM_RequestLog_OffVsSyslogReader",
+        [=] { return WithLog(nullptr, nullptr, true, [=] { return lib(true); }); }, off)
+        ->Setup(ClearSimulator);
+    ssobench::RegisterPair(
+        "BM_RequestLog_InfoToSyslogReader", "BM_RequestLog_OffVsInfoToSyslogReader",
+        [=] { return WithLog(nullptr, "info", true, [=] { return lib(true); }); }, off)
+        ->Setup(ClearSimulator);
+    static const std::string file = "file:" + TempLogFile();
+    ssobench::RegisterPair(
+        "BM_RequestLog_InfoToFile", "BM_RequestLog_OffVsInfoToFile",
+        [=] { return WithLog(file.c_str(), "info", false, [=] { return lib(true); }); }, off)
+        ->Setup(ClearSimulator);
 }
-BENCHMARK(BM_RequestToCallback_Library)->UseRealTime()->Repetitions(3)->ReportAggregatesOnly(true);
-
-// The bare baseline of a result delivery: its own bus name and client object,
-// dispatched on a thread of its own, and the same request.
-struct BareClient {
-    GDBusConnection *conn = nullptr;
-    GMainContext *context = nullptr;
-    GMainLoop *loop = nullptr;
-    std::thread thread;
-    guint ownerId = 0;
-    guint registerId = 0;
-    GDBusNodeInfo *node = nullptr;
-    std::string objName;
-    std::atomic<bool> ready{false};
-
-    static void OnCall(GDBusConnection *, const gchar *, const gchar *, const gchar *,
-                       const gchar *, GVariant *parameters, GDBusMethodInvocation *invocation,
-                       gpointer)
-    {
-        gint32 result = 0;
-        const gchar *token = nullptr;
-        gint64 cb = 0, rid = 0, ud = 0;
-        const gchar *obj = nullptr;
-        gint32 ae = 0;
-        const gchar *mc = nullptr;
-        g_variant_get(parameters, "(&sxx&sixi&s)", &obj, &cb, &rid, &token, &result, &ud, &ae, &mc);
-        g_dbus_method_invocation_return_value(invocation, nullptr);
-        reinterpret_cast<int (*)(void *, int, char *)>(static_cast<intptr_t>(cb))(
-            reinterpret_cast<void *>(static_cast<intptr_t>(ud)), result, const_cast<char *>(token));
-    }
-
-    void Start()
-    {
-        objName = "objbare" + std::to_string(getpid());
-        context = g_main_context_new();
-        loop = g_main_loop_new(context, FALSE);
-        thread = std::thread([this] {
-            g_main_context_push_thread_default(context);
-            conn = PrivateConnection();
-            node = g_dbus_node_info_new_for_xml(CSSOSvcGdbus::m_introspectionXml.c_str(), nullptr);
-            static const GDBusInterfaceVTable vtable = {OnCall, nullptr, nullptr, {nullptr}};
-            registerId = g_dbus_connection_register_object(
-                conn, SSO_CLIENT_OBJECT_PATH, node->interfaces[0], &vtable, this, nullptr, nullptr);
-            GVariant *r = g_dbus_connection_call_sync(
-                conn, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                "RequestName",
-                g_variant_new("(su)", (std::string(SSO_CLIENT_BUS_NAME_PREFIX) + objName).c_str(),
-                              0u),
-                nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
-            if (r)
-                g_variant_unref(r);
-            ready = true;
-            g_main_loop_run(loop);
-            g_dbus_connection_unregister_object(conn, registerId);
-            g_dbus_node_info_unref(node);
-            g_object_unref(conn);
-            g_main_context_pop_thread_default(context);
-        });
-        while (!ready)
-            std::this_thread::yield();
-    }
-
-    void Stop()
-    {
-        g_main_context_invoke(
-            context,
-            [](gpointer l) -> gboolean {
-                g_main_loop_quit(static_cast<GMainLoop *>(l));
-                return G_SOURCE_REMOVE;
-            },
-            loop);
-        thread.join();
-        g_main_loop_unref(loop);
-        g_main_context_unref(context);
-    }
-};
-
-void BM_RequestToCallback_BareGDBus(benchmark::State &state)
-{
-    BareClient client;
-    client.Start();
-    GDBusConnection *conn = PrivateConnection();
-    int expected = g_results;
-    for (auto _ : state) {
-        GVariant *reply = g_dbus_connection_call_sync(
-            conn, SSO_SERVER_BUS_NAME, SSO_SERVER_OBJECT_PATH, SSO_SERVER_INTERFACE,
-            "sso_request_access_token",
-            g_variant_new("(ssssxxxis)", client.objName.c_str(), "bench-app", "bench-secret",
-                          "HAS_NO_VALUE",
-                          static_cast<gint64>(reinterpret_cast<intptr_t>(&OnResult)), gint64{1},
-                          gint64{0}, 0, "sso_request_access_token"),
-            nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
-        if (reply == nullptr) {
-            state.SkipWithError("call failed");
-            break;
-        }
-        g_variant_unref(reply);
-        WaitForResult(++expected);
-    }
-    g_object_unref(conn);
-    client.Stop();
-}
-BENCHMARK(BM_RequestToCallback_BareGDBus)
-    ->UseRealTime()
-    ->Repetitions(3)
-    ->ReportAggregatesOnly(true);
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    benchmark::Initialize(&argc, argv);
-    // The library's default log threshold and destination, as an
-    // application would run it.
-    ssotest::PlatformRoot root;
-    if (getenv("SSO_BENCH_LOG") != nullptr) {
-        setenv("SSO_PLATFORM_LOG", getenv("SSO_BENCH_LOG"), 1);
-    } else {
-        unsetenv("SSO_PLATFORM_LOG");
-    }
-    unsetenv("SSO_PLATFORM_LOG_LEVEL");
-    dlog_reload_config();
-    ssotest::PrivateBus bus;
-    bus.Start();
-    ssotest::Simulator sim;
-    sim.Start();
-    if (sso_check_alive() != 0) {
-        std::fprintf(stderr, "the simulator does not answer\n");
+    ssobench::Initialize(&argc, &argv);
+    ssobench::Environment env(true, true);
+    g_env = &env;
+    ssobench::BareClient bare;
+    if (!ssobench::StartClients(env, bare))
         return 1;
-    }
+    g_bare = &bare;
+
+    RegisterAll();
     ssobench::RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintRatios({{"BM_CheckAlive_Library", "BM_CheckAlive_BareGDBus"},
-                          {"BM_RequestToCallback_Library", "BM_RequestToCallback_BareGDBus"}});
+    reporter.PrintPairs();
+    unlink(TempLogFile().c_str());
+    bare.Stop();
     sso_give_proxy();
-    sim.Stop();
-    bus.Stop();
     benchmark::Shutdown();
     return 0;
 }

@@ -69,8 +69,11 @@ bool IsDevelMode();
 #define SSO_LOG_CHECK_NULL(reason) SSO_LOGE("SSO_API_CHECK_NULL_RETURN. Return (%s)", reason)
 
 // Identifying values and secrets: only with the /etc/debug marker present.
+// The marker is looked for only when the line would be written at all: at
+// the default threshold these info lines are filtered, and the file test is
+// the costlier half.
 #define SSO_LOG_DEVEL(fmt, ...)                                                                    \
     do {                                                                                           \
-        if (sso_log_detail::IsDevelMode())                                                         \
+        if (dlog_is_loggable(DLOG_INFO) && sso_log_detail::IsDevelMode())                          \
             SSO_LOGG("[DEVEL] " fmt, ##__VA_ARGS__);                                               \
     } while (0)

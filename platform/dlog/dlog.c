@@ -5,12 +5,15 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <stdatomic.h>
+#include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <sys/un.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
@@ -30,6 +33,23 @@ static int g_fd = -1;
 static pthread_mutex_t g_config_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 #define MAX_MESSAGE 4096
+#define HEADER_MAX 256
+
+/* The system log: one datagram socket, connected once to the log daemon's
+ * socket and kept. When no daemon listens, lines are dropped before they
+ * are formatted and a new connection is tried at most once a second, so a
+ * device (or a container) without a log daemon pays next to nothing per
+ * line. g_sys_fd is set under g_sys_mutex and closed only by a reload (with
+ * g_dest_lock held for writing); a reconnection puts the new socket in place
+ * under the same descriptor number (dup3), so a writer never sends on a
+ * descriptor that another thread closed. */
+#define SYSLOG_DEFAULT_PATH "/dev/log"
+#define SYSLOG_RETRY_NS 1000000000LL
+static char g_sys_path[sizeof(((struct sockaddr_un *)0)->sun_path)] = SYSLOG_DEFAULT_PATH;
+static int g_sys_fd = -1;                /* guarded by g_sys_mutex (and g_dest_lock) */
+static atomic_bool g_sys_connected;      /* g_sys_fd reaches a listening daemon */
+static _Atomic long long g_sys_retry_at; /* monotonic ns of the next connection try */
+static pthread_mutex_t g_sys_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 static int parse_level(const char *s)
 {
@@ -58,8 +78,12 @@ static void configure_locked(void)
     const char *dest = getenv("SSO_PLATFORM_LOG");
     enum dest_kind kind = DEST_SYSLOG;
     int fd = -1;
+    const char *sys_path = SYSLOG_DEFAULT_PATH;
     if (dest && *dest) {
-        if (strcmp(dest, "stderr") == 0) {
+        if (strncmp(dest, "syslog:", 7) == 0 && dest[7] != '\0') {
+            /* Another daemon socket than /dev/log (benchmarks, tests). */
+            sys_path = dest + 7;
+        } else if (strcmp(dest, "stderr") == 0) {
             kind = DEST_STDERR;
         } else if (strcmp(dest, "none") == 0) {
             kind = DEST_NONE;
@@ -72,9 +96,24 @@ static void configure_locked(void)
     int old = g_fd;
     g_dest = kind;
     g_fd = fd;
+    /* No writer runs now. The system-log socket starts afresh only for
+     * another daemon socket: reloading the same set-up keeps the connection
+     * (and, without a daemon, the time of the next try). */
+    int old_sys = -1;
+    pthread_mutex_lock(&g_sys_mutex);
+    if (kind == DEST_SYSLOG && strcmp(g_sys_path, sys_path) != 0) {
+        old_sys = g_sys_fd;
+        g_sys_fd = -1;
+        snprintf(g_sys_path, sizeof(g_sys_path), "%s", sys_path);
+        atomic_store(&g_sys_connected, false);
+        atomic_store(&g_sys_retry_at, 0);
+    }
+    pthread_mutex_unlock(&g_sys_mutex);
     pthread_rwlock_unlock(&g_dest_lock);
     if (old >= 0)
         close(old);
+    if (old_sys >= 0)
+        close(old_sys);
     int threshold = parse_level(getenv("SSO_PLATFORM_LOG_LEVEL"));
     if (kind == DEST_NONE)
         threshold = DLOG_SILENT;
@@ -144,6 +183,93 @@ static int syslog_level(int prio)
     }
 }
 
+static long long monotonic_ns(void)
+{
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+    return (long long)ts.tv_sec * 1000000000LL + ts.tv_nsec;
+}
+
+/* Connects the system-log socket unless another thread just did. Called with
+ * g_dest_lock held for reading. False when no daemon listens; the next try is
+ * then a second away. */
+static bool syslog_connect(void)
+{
+    pthread_mutex_lock(&g_sys_mutex);
+    bool ok = atomic_load(&g_sys_connected);
+    if (!ok) {
+        struct sockaddr_un addr;
+        memset(&addr, 0, sizeof(addr));
+        addr.sun_family = AF_UNIX;
+        memcpy(addr.sun_path, g_sys_path, sizeof(addr.sun_path));
+        int s = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        if (s >= 0 && connect(s, (struct sockaddr *)&addr, sizeof(addr)) == 0) {
+            if (g_sys_fd < 0) {
+                g_sys_fd = s;
+            } else {
+                /* Same number, new connection: writers keep their descriptor. */
+                dup3(s, g_sys_fd, O_CLOEXEC);
+                close(s);
+            }
+            atomic_store(&g_sys_connected, true);
+            ok = true;
+        } else {
+            if (s >= 0)
+                close(s);
+            atomic_store(&g_sys_retry_at, monotonic_ns() + SYSLOG_RETRY_NS);
+        }
+    }
+    pthread_mutex_unlock(&g_sys_mutex);
+    return ok;
+}
+
+/* True when a line for the system log has somewhere to go. */
+static bool syslog_ready(void)
+{
+    if (atomic_load_explicit(&g_sys_connected, memory_order_acquire))
+        return true;
+    if (monotonic_ns() < atomic_load_explicit(&g_sys_retry_at, memory_order_relaxed))
+        return false;
+    return syslog_connect();
+}
+
+/* "<PRI>Mmm dd hh:mm:ss ident: " as the system log expects it. The time text
+ * is kept per thread and remade only when the second changes. */
+static int syslog_header(char *buf, size_t size, int prio)
+{
+    static __thread time_t stamp_second = (time_t)-1;
+    static __thread char stamp[32];
+    time_t now = time(NULL);
+    if (now != stamp_second) {
+        struct tm tm;
+        localtime_r(&now, &tm);
+        if (strftime(stamp, sizeof(stamp), "%b %e %H:%M:%S", &tm) == 0)
+            stamp[0] = '\0';
+        stamp_second = now;
+    }
+    return snprintf(buf, size, "<%d>%s %s: ", LOG_USER | syslog_level(prio), stamp,
+                    program_invocation_short_name);
+}
+
+/* Sends one line; a daemon that went away (or was restarted) is reconnected
+ * once, as the C library's syslog does. */
+static void syslog_send(const char *line, size_t len)
+{
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        ssize_t n;
+        do {
+            n = send(g_sys_fd, line, len, MSG_NOSIGNAL);
+        } while (n < 0 && errno == EINTR);
+        if (n >= 0 || (errno != ECONNREFUSED && errno != ENOTCONN && errno != ECONNRESET &&
+                       errno != EPIPE && errno != ENOENT && errno != EBADF))
+            return;
+        atomic_store(&g_sys_connected, false);
+        atomic_store(&g_sys_retry_at, 0);
+        if (!syslog_connect())
+            return;
+    }
+}
+
 static void write_fd(int fd, const char *p, size_t len)
 {
     while (len > 0) {
@@ -169,42 +295,54 @@ SSO_PLATFORM_EXPORT int dlog_vprint_id(log_id_t log_id, log_priority prio, const
         tag = "";
 
     int saved_errno = errno;
-    char message[MAX_MESSAGE];
-    int mlen = vsnprintf(message, sizeof(message), fmt, ap);
-    if (mlen < 0) {
-        errno = saved_errno;
-        return DLOG_ERROR_INVALID_PARAMETER;
-    }
-    if ((size_t)mlen >= sizeof(message))
-        mlen = (int)sizeof(message) - 1;
-
+    /* Header, then the message formatted in place (at most MAX_MESSAGE - 1
+     * characters of it), then the line feed of the file form. */
+    char line[HEADER_MAX + MAX_MESSAGE + 1];
+    int hlen = 0;
     pthread_rwlock_rdlock(&g_dest_lock);
-    if (g_dest == DEST_SYSLOG) {
-        syslog(syslog_level(prio), "%c/%s %s: %s", prio_letter(prio), buffer_name(log_id), tag,
-               message);
-    } else if (g_dest == DEST_STDERR || g_dest == DEST_FILE) {
+    enum dest_kind dest = g_dest;
+    if (dest == DEST_SYSLOG) {
+        if (!syslog_ready()) {
+            /* Nobody reads the system log: nothing to format. */
+            pthread_rwlock_unlock(&g_dest_lock);
+            errno = saved_errno;
+            return 0;
+        }
+        hlen = syslog_header(line, HEADER_MAX, prio);
+        if (hlen >= 0 && hlen < HEADER_MAX)
+            hlen += snprintf(line + hlen, HEADER_MAX - (size_t)hlen,
+                             "%c/%s %s: ", prio_letter(prio), buffer_name(log_id), tag);
+    } else if (dest == DEST_STDERR || dest == DEST_FILE) {
         struct timeval tv;
         gettimeofday(&tv, NULL);
         struct tm tm;
         localtime_r(&tv.tv_sec, &tm);
-        char line[MAX_MESSAGE + 256];
-        int hlen = snprintf(
-            line, sizeof(line),
-            "%04d-%02d-%02d %02d:%02d:%02d.%06ld %d %ld %c/%s %s: ", tm.tm_year + 1900,
-            tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, (long)tv.tv_usec,
-            (int)getpid(), (long)syscall(SYS_gettid), prio_letter(prio), buffer_name(log_id), tag);
-        if (hlen < 0)
-            hlen = 0;
-        if ((size_t)hlen > sizeof(line) - 2)
-            hlen = (int)sizeof(line) - 2;
-        size_t room = sizeof(line) - (size_t)hlen - 2;
-        size_t copy = (size_t)mlen < room ? (size_t)mlen : room;
-        memcpy(line + hlen, message, copy);
-        size_t total = (size_t)hlen + copy;
+        hlen = snprintf(line, HEADER_MAX,
+                        "%04d-%02d-%02d %02d:%02d:%02d.%06ld %d %ld %c/%s %s: ", tm.tm_year + 1900,
+                        tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec,
+                        (long)tv.tv_usec, (int)getpid(), (long)syscall(SYS_gettid),
+                        prio_letter(prio), buffer_name(log_id), tag);
+    }
+    if (hlen < 0)
+        hlen = 0;
+    if (hlen > HEADER_MAX - 1)
+        hlen = HEADER_MAX - 1; /* a tag too long for the header is cut */
+    int mlen = vsnprintf(line + hlen, MAX_MESSAGE, fmt, ap);
+    if (mlen < 0) {
+        pthread_rwlock_unlock(&g_dest_lock);
+        errno = saved_errno;
+        return DLOG_ERROR_INVALID_PARAMETER;
+    }
+    if (mlen >= MAX_MESSAGE)
+        mlen = MAX_MESSAGE - 1;
+    size_t total = (size_t)hlen + (size_t)mlen;
+    if (dest == DEST_SYSLOG) {
+        syslog_send(line, total);
+    } else if (dest == DEST_STDERR || dest == DEST_FILE) {
         line[total++] = '\n';
         /* One write per line: lines from several threads or processes
          * appending to the same file never interleave. */
-        write_fd(g_dest == DEST_FILE ? g_fd : STDERR_FILENO, line, total);
+        write_fd(dest == DEST_FILE ? g_fd : STDERR_FILENO, line, total);
     }
     pthread_rwlock_unlock(&g_dest_lock);
     errno = saved_errno;

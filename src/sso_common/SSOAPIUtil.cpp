@@ -198,7 +198,12 @@ bool SSOAPIUtil::IsCallerProcessValid(GDBusConnection *connection, const char *s
         SSO_LOGE("Failed to m_GetCallerObjProcessId()");
         return false;
     }
+    return IsCallerObjectPidInParameters(callerObjPid, parameters);
+}
 
+bool SSOAPIUtil::IsCallerObjectPidInParameters(const std::string &callerObjPid,
+                                               GVariant *parameters)
+{
     // The first parameter must be a string; anything else is treated as
     // missing rather than handed to g_variant_dup_string, which would only
     // complain and return null.
@@ -252,13 +257,15 @@ void SSOAPIUtil::PrintActiveAccountInfo(const sso_accounts_info &info)
 {
     bool devel = sso_log_detail::IsDevelMode();
     const char *hidden = "<hidden>";
+    // A line that shows an identifying value carries the debug marker.
+    const char *tag = devel ? "[DEVEL] " : "";
     SSO_LOGY("strLoginID [%s]", info.strLoginID.c_str());
-    SSO_LOGY("strLoginGUID [%s]", devel ? info.strLoginGUID.c_str() : hidden);
-    SSO_LOGY("strLoginUID [%s]", devel ? info.strLoginUID.c_str() : hidden);
+    SSO_LOGY("%sstrLoginGUID [%s]", tag, devel ? info.strLoginGUID.c_str() : hidden);
+    SSO_LOGY("%sstrLoginUID [%s]", tag, devel ? info.strLoginUID.c_str() : hidden);
     SSO_LOGY("strUserPinSet [%s]", info.strUserPinSet.c_str());
     SSO_LOGY("userCountryCode [%s]", info.userCountryCode.c_str());
     SSO_LOGY("displayName [%s]", info.displayName.c_str());
-    SSO_LOGY("userDeviceID [%s]", devel ? info.userDeviceID.c_str() : hidden);
+    SSO_LOGY("%suserDeviceID [%s]", tag, devel ? info.userDeviceID.c_str() : hidden);
     SSO_LOGY("strUserIconPath [%s]", info.strUserIconPath.c_str());
 }
 

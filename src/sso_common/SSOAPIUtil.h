@@ -34,6 +34,9 @@ public:
     // in the call's first (string) parameter.
     static bool IsCallerProcessValid(GDBusConnection *connection, const char *sender,
                                      GVariant *parameters);
+    // The second half of that check, for a caller whose "obj<pid>" is known.
+    static bool IsCallerObjectPidInParameters(const std::string &callerObjPid,
+                                              GVariant *parameters);
 
     // Splits at every delimiter; always one more piece than delimiters, empty
     // pieces kept.

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "SSOAPIAutoLock.h"
@@ -13,6 +14,9 @@ namespace {
 
 // The start-up hand-shake waits at most this long for the client object.
 constexpr int kProxyMonitorWaitSeconds = 10;
+
+// Peers whose process id the sender check remembers.
+constexpr size_t kCallerObjPidsKept = 8;
 
 // The error domain of the sender-check refusal: a fixed number, not a
 // registered domain.
@@ -41,6 +45,7 @@ CSSOSvcGdbus::CSSOSvcGdbus()
     pthread_mutex_init(&m_mutexProxyMonitor, nullptr);
     pthread_cond_init(&m_condProxyMonitor, nullptr);
     m_pLinkContext = g_main_context_new();
+    m_pCallCancellable = g_cancellable_new();
     SSO_LOGW_G("m_processId(%d) m_objectName(%s)", m_processId, m_objectName.c_str());
 }
 
@@ -54,6 +59,7 @@ CSSOSvcGdbus::~CSSOSvcGdbus()
     }
     g_main_context_pop_thread_default(m_pLinkContext);
     g_main_context_unref(m_pLinkContext);
+    g_object_unref(m_pCallCancellable);
     pthread_cond_destroy(&m_condProxyMonitor);
     pthread_mutex_destroy(&m_mutexProxyMonitor);
     pthread_mutex_destroy(&m_mutexMonitorLoop);
@@ -70,6 +76,11 @@ void CSSOSvcGdbus::PostCreateInstance()
 
 void CSSOSvcGdbus::RegisterCallback(SSOMethodCallHandler handler, void *userData)
 {
+    // Every request registers: once both are in place (or nothing new is
+    // offered) there is nothing to store, and no lock to take.
+    if ((handler == nullptr || m_pHandleMethodCallCb.load() != nullptr) &&
+        (userData == nullptr || m_pHandleMethodCallCbUserData.load() != nullptr))
+        return;
     SSOAPIAutoLock lock(&m_mutexProxy);
     if (m_pHandleMethodCallCb.load() == nullptr && handler != nullptr) {
         m_pHandleMethodCallCb.store(handler);
@@ -97,8 +108,11 @@ bool CSSOSvcGdbus::m_IsGivenProxy()
     return false;
 }
 
-// Brings the link up if it is down; all of it under m_mutexProxy.
-bool CSSOSvcGdbus::m_GetProxy()
+// Brings the link up if it is down; all of it under m_mutexProxy. With
+// connection, also hands out a reference of the caller's own to the
+// connection, taken under the same lock (a rebuild on another thread cannot
+// free it under the caller).
+bool CSSOSvcGdbus::m_GetProxy(GDBusConnection **connection)
 {
     SSOAPIAutoLock lock(&m_mutexProxy);
     if (m_IsGivenProxy())
@@ -119,6 +133,8 @@ bool CSSOSvcGdbus::m_GetProxy()
     if (m_bProxyMonitorCreated && m_pConnectionToServer != nullptr) {
         if (!g_dbus_connection_is_closed(m_pConnectionToServer)) {
             SSO_LOG_END_F("m_pConnectionToServer is already connected");
+            if (connection != nullptr)
+                *connection = static_cast<GDBusConnection *>(g_object_ref(m_pConnectionToServer));
             return true;
         }
         // Found lazily, at the next call: rebuild both directions.
@@ -136,6 +152,8 @@ bool CSSOSvcGdbus::m_GetProxy()
         m_ReleaseConnectionToServer();
         return false;
     }
+    if (connection != nullptr)
+        *connection = static_cast<GDBusConnection *>(g_object_ref(m_pConnectionToServer));
     return true;
 }
 
@@ -298,7 +316,10 @@ void CSSOSvcGdbus::m_DestroyProxyMonitor()
         g_dbus_node_info_unref(m_pNodeInfo);
         m_pNodeInfo = nullptr;
     }
+    if (m_pClientConnection != nullptr)
+        g_object_unref(m_pClientConnection);
     m_pClientConnection = nullptr;
+    m_callerObjPids.clear();
 
     m_bProxyMonitorCreated = false;
     SSO_LOG_END_F("m_bProxyMonitorCreated = %d", 0);
@@ -355,11 +376,22 @@ void *CSSOSvcGdbus::m_RunProxyMonitor(void *instance)
     unsigned int ownerId = 0;
     // An application id that does not make a valid bus name cannot be owned.
     if (g_dbus_is_name(clientBusName.c_str()) && !g_dbus_is_unique_name(clientBusName.c_str())) {
-        ownerId = g_bus_own_name(
-            G_BUS_TYPE_SYSTEM, clientBusName.c_str(),
-            static_cast<GBusNameOwnerFlags>(G_BUS_NAME_OWNER_FLAGS_ALLOW_REPLACEMENT |
-                                            G_BUS_NAME_OWNER_FLAGS_REPLACE),
-            m_OnBusAcquired, m_OnNameAcquired, m_OnNameLost, self, nullptr);
+        // The system-bus connection the creator has just made (the process's
+        // shared one), taken here at once: owning the name by bus type would
+        // fetch it again asynchronously, through a GLib worker thread and one
+        // more wake-up of this thread, on every process's first request. The
+        // bus is acquired, so the object is registered (m_OnBusAcquired)
+        // before the name is asked for, as it would be then.
+        GDBusConnection *bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+        if (bus != nullptr) {
+            m_OnBusAcquired(bus, clientBusName.c_str(), self);
+            ownerId = g_bus_own_name_on_connection(
+                bus, clientBusName.c_str(),
+                static_cast<GBusNameOwnerFlags>(G_BUS_NAME_OWNER_FLAGS_ALLOW_REPLACEMENT |
+                                                G_BUS_NAME_OWNER_FLAGS_REPLACE),
+                m_OnNameAcquired, m_OnNameLost, self, nullptr);
+            g_object_unref(bus);
+        }
     }
     self->m_ownerId.store(ownerId);
     if (ownerId == 0) {
@@ -396,7 +428,11 @@ void CSSOSvcGdbus::m_OnBusAcquired(GDBusConnection *connection, const gchar *nam
     }
     SSO_LOGP("pName [%s]", name);
     g_dbus_connection_set_exit_on_close(connection, FALSE);
-    self->m_pClientConnection = connection;
+    // Our own reference: once the bus is gone, name ownership drops its
+    // reference, and the object must still be unregistered from it.
+    if (self->m_pClientConnection != nullptr)
+        g_object_unref(self->m_pClientConnection);
+    self->m_pClientConnection = static_cast<GDBusConnection *>(g_object_ref(connection));
 
     GError *error = nullptr;
     unsigned int registerId = g_dbus_connection_register_object(
@@ -453,6 +489,31 @@ void CSSOSvcGdbus::m_OnSignal(GDBusConnection *, const gchar *, const gchar *, c
     SSO_LOGW_G("---> pSignalName [%s]", signalName);
 }
 
+// Runs on the monitor thread. The sender check, with the bus asked for a
+// peer's process id only the first time that peer calls.
+bool CSSOSvcGdbus::m_IsCallerValid(GDBusConnection *connection, const char *sender,
+                                   GVariant *parameters)
+{
+    SSO_LOG_START();
+    const std::string name = sender != nullptr ? sender : "";
+    auto known = std::find_if(m_callerObjPids.begin(), m_callerObjPids.end(),
+                              [&](const auto &entry) { return entry.first == name; });
+    if (known != m_callerObjPids.end())
+        return SSOAPIUtil::IsCallerObjectPidInParameters(known->second, parameters);
+
+    std::string callerObjPid;
+    if (!SSOAPIUtil::m_GetCallerObjectProcessId(connection, sender, callerObjPid)) {
+        SSO_LOGE("Failed to m_GetCallerObjProcessId()");
+        return false;
+    }
+    // Few peers ever call (the service, and again after it restarts): the
+    // oldest entry goes when the list is full.
+    if (m_callerObjPids.size() >= kCallerObjPidsKept)
+        m_callerObjPids.erase(m_callerObjPids.begin());
+    m_callerObjPids.emplace_back(name, callerObjPid);
+    return SSOAPIUtil::IsCallerObjectPidInParameters(callerObjPid, parameters);
+}
+
 // Runs on the monitor thread.
 void CSSOSvcGdbus::m_HandleMethodCall(GDBusConnection *connection, const gchar *sender,
                                       const gchar *objectPath, const gchar *interfaceName,
@@ -466,7 +527,7 @@ void CSSOSvcGdbus::m_HandleMethodCall(GDBusConnection *connection, const gchar *
         SSO_LOGE("pInstance is null");
         return;
     }
-    if (!SSOAPIUtil::IsCallerProcessValid(connection, sender, parameters)) {
+    if (!self->m_IsCallerValid(connection, sender, parameters)) {
         SSO_LOGE("Caller process is invalid");
         GError *error =
             g_error_new_literal(kInvalidCallerErrorDomain, 0, "process id is different");
@@ -493,15 +554,10 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
     SSO_LOGE("--- methodName [%s] m_objectName [%s] --->", methodName.c_str(),
              m_objectName.c_str());
 
-    // The connection is taken, with a reference of our own, under the lock:
-    // a rebuild on another thread cannot free it under this call.
+    // The connection comes with a reference of our own, taken under the
+    // link's lock: a rebuild on another thread cannot free it under this call.
     GDBusConnection *connection = nullptr;
-    if (m_GetProxy()) {
-        SSOAPIAutoLock lock(&m_mutexProxy);
-        if (m_pConnectionToServer != nullptr)
-            connection = static_cast<GDBusConnection *>(g_object_ref(m_pConnectionToServer));
-    }
-    if (connection == nullptr) {
+    if (!m_GetProxy(&connection) || connection == nullptr) {
         SSO_LOGE("Failed to GetProxy()");
         if (parameters != nullptr)
             g_variant_unref(g_variant_ref_sink(parameters));
@@ -521,7 +577,7 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
     GError *error = nullptr;
     GVariant *result = g_dbus_connection_call_sync(
         connection, SSO_SERVER_BUS_NAME, SSO_SERVER_OBJECT_PATH, SSO_SERVER_INTERFACE,
-        methodName.c_str(), parameters, nullptr, flags, timeout, nullptr, &error);
+        methodName.c_str(), parameters, nullptr, flags, timeout, m_pCallCancellable, &error);
     g_object_unref(connection);
     if (reply != nullptr)
         *reply = result;
@@ -535,6 +591,11 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
     }
     SSO_LOG_END();
     return true;
+}
+
+void CSSOSvcGdbus::CancelCalls()
+{
+    g_cancellable_cancel(m_pCallCancellable);
 }
 
 void CSSOSvcGdbus::GiveProxy()

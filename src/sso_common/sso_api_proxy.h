@@ -14,6 +14,8 @@
 
 #include <atomic>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "SSOAPISingleton.h"
 
@@ -59,6 +61,10 @@ public:
     // not be called on the monitor thread (it joins it).
     void GiveProxy();
 
+    // For the unload only: every call waiting for the service, and every
+    // later one, fails at once. Any thread; does not block.
+    void CancelCalls();
+
     // Diagnostics and readers for the method tables.
     const std::string &objectName() const { return m_objectName; }
     long long proxyMonitorThreadId() const
@@ -72,7 +78,7 @@ public:
     static const GDBusInterfaceVTable m_interfaceVTable;
 
 private:
-    bool m_GetProxy();
+    bool m_GetProxy(GDBusConnection **connection = nullptr);
     bool m_GetConnectionToServer();
     bool m_GetConnectionToServerInContext();
     void m_ReleaseConnectionToServer();
@@ -80,6 +86,7 @@ private:
     void m_DestroyProxyMonitor();
     bool m_IsGivenProxy();
     void m_WakeCreator();
+    bool m_IsCallerValid(GDBusConnection *connection, const char *sender, GVariant *parameters);
 
     static void *m_RunProxyMonitor(void *instance);
     static void m_OnBusAcquired(GDBusConnection *connection, const gchar *name, gpointer instance);
@@ -111,15 +118,25 @@ private:
     GMainContext *m_pLinkContext = nullptr;
 
     GDBusConnection *m_pConnectionToServer = nullptr; // guarded by m_mutexProxy
-    unsigned int m_signalId = 0;                      // guarded by m_mutexProxy
+    // Cancelled once, at unload; thread-safe by itself.
+    GCancellable *m_pCallCancellable = nullptr;
+    unsigned int m_signalId = 0; // guarded by m_mutexProxy
 
     // The monitor's own objects. Created and used on the monitor thread;
     // released by m_DestroyProxyMonitor after the loop has stopped or before
     // the thread is joined, as noted there.
     GDBusNodeInfo *m_pNodeInfo = nullptr;
-    GDBusConnection *m_pClientConnection = nullptr; // not owned
+    GDBusConnection *m_pClientConnection = nullptr; // a reference of our own
     std::atomic<unsigned int> m_ownerId{0};
     std::atomic<unsigned int> m_registerId{0};
+
+    // The sender check's "obj<pid>" of each peer, by unique bus name, so a
+    // result needs no extra round trip to the bus. A unique name belongs to
+    // one connection (so one process) and the bus never hands it out again:
+    // a restarted service has a new name and is asked for afresh. Used on the
+    // monitor thread only; emptied by m_DestroyProxyMonitor, so a rebuilt
+    // link (a restarted bus may reuse names) starts with nothing remembered.
+    std::vector<std::pair<std::string, std::string>> m_callerObjPids;
 
     // The monitor's loop, and a stop request that may arrive before the loop
     // exists. Guarded by m_mutexMonitorLoop.

@@ -37,8 +37,10 @@ class Recorder {
 public:
     static Recorder &Get()
     {
-        static Recorder recorder;
-        return recorder;
+        // Never destroyed: a late result can still arrive on the library's
+        // thread while the process exits, before the library is unloaded.
+        static Recorder *recorder = new Recorder();
+        return *recorder;
     }
     void Add(const char *kind, void *userData, int result, std::vector<std::string> texts)
     {

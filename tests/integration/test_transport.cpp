@@ -521,7 +521,7 @@ TEST_F(Transport, AnotherProcessCallingTheClientObjectGetsProcessIdIsDifferent)
 
 // --------------------------------------------------------- handler and signals
 
-int g_customCalls = 0;
+std::atomic<int> g_customCalls{0};
 void CustomHandler(GDBusConnection *, const char *, const char *, const char *, const char *,
                    GVariant *, GDBusMethodInvocation *invocation, void *)
 {
@@ -539,7 +539,7 @@ TEST_F(Transport, TheFirstRegisteredHandlerWins)
     EXPECT_EQ(sim_.CallClient(ClientBusName(), "sso_request_access_token",
                               ClientArgs("sso_request_access_token", tid, "x")),
               "");
-    EXPECT_EQ(g_customCalls, 1);
+    EXPECT_EQ(g_customCalls.load(), 1);
     EXPECT_EQ(DeliveryCount(), 0u);
     EXPECT_EQ(log().Count("Registered m_pHandleMethodCallCb"), 1);
 }
