@@ -1,8 +1,10 @@
 #include "sso_test_harness.h"
 
+#include <dirent.h>
 #include <dlog.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <pwd.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -107,7 +109,90 @@ bool ReadUntil(int fd, std::string &acc, const std::string &needle, Clock::time_
     return true;
 }
 
+// The strict bus: default deny as on a distribution's system bus, then the
+// project's policy files (copied into dir/system.d, the service's user
+// replaced by the one running the tests), then scripting of the simulator
+// for that user.
+std::string StrictPolicyConfig(const std::string &dir)
+{
+    const struct passwd *me = getpwuid(geteuid());
+    if (me == nullptr)
+        throw std::runtime_error("strict bus policy: no user name for uid " +
+                                 std::to_string(geteuid()));
+    const std::string user = me->pw_name;
+    const std::string source = std::string(SSO_BUILD_DIR) + "/share/dbus-1/system.d";
+    const std::string target = dir + "/system.d";
+    mkdir(target.c_str(), 0755);
+    int copied = 0;
+    if (DIR *d = opendir(source.c_str())) {
+        while (const struct dirent *entry = readdir(d)) {
+            const std::string name = entry->d_name;
+            if (name.size() < 5 || name.compare(name.size() - 5, 5, ".conf") != 0)
+                continue;
+            std::string text = ReadFileOrEmpty(source + "/" + name);
+            const std::string key = "<policy user=\"";
+            std::size_t at = text.find(key);
+            if (at != std::string::npos) {
+                at += key.size();
+                const std::string from =
+                    "user=\"" + text.substr(at, text.find('"', at) - at) + "\"";
+                const std::string to = "user=\"" + user + "\"";
+                for (std::size_t p = text.find(from); p != std::string::npos;
+                     p = text.find(from, p + to.size()))
+                    text.replace(p, from.size(), to);
+            }
+            WriteFile(target + "/" + name, text);
+            ++copied;
+        }
+        closedir(d);
+    }
+    if (copied == 0)
+        throw std::runtime_error("strict bus policy: no policy files in " + source +
+                                 " (configure the build first)");
+    return "  <policy context=\"default\">\n"
+           "    <allow user=\"*\"/>\n"
+           "    <deny own=\"*\"/>\n"
+           "    <deny send_type=\"method_call\"/>\n"
+           "    <allow send_type=\"signal\"/>\n"
+           "    <allow send_requested_reply=\"true\" send_type=\"method_return\"/>\n"
+           "    <allow send_requested_reply=\"true\" send_type=\"error\"/>\n"
+           "    <allow receive_type=\"method_call\"/>\n"
+           "    <allow receive_type=\"method_return\"/>\n"
+           "    <allow receive_type=\"error\"/>\n"
+           "    <allow receive_type=\"signal\"/>\n"
+           "    <allow send_destination=\"org.freedesktop.DBus\"\n"
+           "           send_interface=\"org.freedesktop.DBus\"/>\n"
+           "    <allow send_destination=\"org.freedesktop.DBus\"\n"
+           "           send_interface=\"org.freedesktop.DBus.Introspectable\"/>\n"
+           "    <allow send_destination=\"org.freedesktop.DBus\"\n"
+           "           send_interface=\"org.freedesktop.DBus.Properties\"/>\n"
+           "    <deny send_destination=\"org.freedesktop.DBus\"\n"
+           "          send_interface=\"org.freedesktop.DBus\"\n"
+           "          send_member=\"UpdateActivationEnvironment\"/>\n"
+           "  </policy>\n"
+           "  <includedir>" +
+           target +
+           "</includedir>\n"
+           "  <policy user=\"" +
+           user +
+           "\">\n"
+           "    <allow send_destination=\"org.orvex.tv.ssoservice.server\"\n"
+           "           send_interface=\"org.orvex.tv.ssoservice.simulator.Control\"/>\n"
+           "  </policy>\n";
+}
+
 } // namespace
+
+BusPolicy DefaultBusPolicy()
+{
+    const char *mode = getenv("SSO_TEST_BUS_POLICY");
+    if (mode == nullptr || *mode == '\0' || strcmp(mode, "open") == 0)
+        return BusPolicy::Open;
+    if (strcmp(mode, "strict") == 0)
+        return BusPolicy::Strict;
+    throw std::runtime_error(std::string("SSO_TEST_BUS_POLICY must be 'open' or 'strict', not '") +
+                             mode + "'");
+}
 
 // ---------------------------------------------------------------- PrivateBus
 
@@ -119,14 +204,25 @@ PrivateBus::~PrivateBus()
 
 void PrivateBus::Start(const std::string &extra_config)
 {
+    StartWithPolicy(DefaultBusPolicy(), extra_config);
+}
+
+void PrivateBus::StartWithPolicy(BusPolicy bus_policy, const std::string &extra_config)
+{
     if (pid_ > 0)
         return;
     if (dir_.empty())
         dir_ = MakeTempDir("sso-bus-");
     extra_config_ = extra_config;
+    policy_ = bus_policy;
     const std::string socket = dir_ + "/system_bus_socket";
     const std::string config = dir_ + "/system.conf";
     std::string policy = extra_config;
+    if (policy.empty() && bus_policy == BusPolicy::Strict) {
+        // Clients of other users must reach the socket.
+        chmod(dir_.c_str(), 0755);
+        policy = StrictPolicyConfig(dir_);
+    }
     if (policy.empty()) {
         policy = "  <policy context=\"default\">\n"
                  "    <allow user=\"*\"/>\n"
@@ -214,7 +310,7 @@ void PrivateBus::Stop()
 void PrivateBus::Restart()
 {
     Stop();
-    Start(extra_config_);
+    StartWithPolicy(policy_, extra_config_);
 }
 
 // -------------------------------------------------------------- PlatformRoot

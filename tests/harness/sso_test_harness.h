@@ -14,6 +14,18 @@
 
 namespace ssotest {
 
+// How a PrivateBus polices its clients.
+//   Open:   anyone may own any name and call anything (the default).
+//   Strict: a system bus as a distribution ships it (nobody owns a name or
+//           sends a method call except to the bus itself) plus the project's
+//           D-Bus policy files from the build tree (share/dbus-1/system.d).
+//           The service's user named in them becomes the user running the
+//           tests, who may also script the simulator. The bus directory is
+//           open to other users.
+// SSO_TEST_BUS_POLICY=strict makes Strict the default of every bus.
+enum class BusPolicy { Open, Strict };
+BusPolicy DefaultBusPolicy();
+
 // A dbus-daemon with a system-bus-like configuration on a socket in a
 // temporary directory. Start() sets DBUS_SYSTEM_BUS_ADDRESS; the daemon is
 // killed by pid in Stop(), in the destructor, and by the kernel if the test
@@ -25,9 +37,11 @@ public:
     PrivateBus(const PrivateBus &) = delete;
     PrivateBus &operator=(const PrivateBus &) = delete;
 
-    // Starts the daemon; extra_config is inserted into <busconfig> (policies).
-    // A restart keeps the same socket path and address.
+    // Starts the daemon; extra_config is inserted into <busconfig> (policies)
+    // in place of the policy of DefaultBusPolicy(). A restart keeps the same
+    // socket path, address and policy.
     void Start(const std::string &extra_config = "");
+    void StartWithPolicy(BusPolicy policy, const std::string &extra_config = "");
     void Stop();
     void Restart();
     bool running() const { return pid_ > 0; }
@@ -39,6 +53,7 @@ private:
     std::string dir_;
     std::string address_;
     std::string extra_config_;
+    BusPolicy policy_ = BusPolicy::Open;
     pid_t pid_ = -1;
 };
 

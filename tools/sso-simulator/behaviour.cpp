@@ -31,12 +31,18 @@ void Behaviour::MergeFrom(const Behaviour &other)
     Take(drop_result, other.drop_result);
     Take(error, other.error);
     Take(no_answer, other.no_answer);
+    Take(refuse_percent, other.refuse_percent);
+    Take(drop_percent, other.drop_percent);
+    Take(answer_delay_max_ms, other.answer_delay_max_ms);
+    Take(result_delay_max_ms, other.result_delay_max_ms);
+    Take(random_seed, other.random_seed);
 }
 
 bool Behaviour::empty() const
 {
     return !accept && !result && !payloads && !answer_delay_ms && !result_delay_ms &&
-           !drop_result && !error && !no_answer;
+           !drop_result && !error && !no_answer && !refuse_percent && !drop_percent &&
+           !answer_delay_max_ms && !result_delay_max_ms && !random_seed;
 }
 
 std::string Behaviour::Describe() const
@@ -59,6 +65,16 @@ std::string Behaviour::Describe() const
         add("error=" + (error->empty() ? std::string("(none)") : *error));
     if (no_answer)
         add(std::string("no_answer=") + (*no_answer ? "true" : "false"));
+    if (refuse_percent)
+        add("refuse_percent=" + std::to_string(*refuse_percent));
+    if (drop_percent)
+        add("drop_percent=" + std::to_string(*drop_percent));
+    if (answer_delay_max_ms)
+        add("answer_delay_max_ms=" + std::to_string(*answer_delay_max_ms));
+    if (result_delay_max_ms)
+        add("result_delay_max_ms=" + std::to_string(*result_delay_max_ms));
+    if (random_seed)
+        add("random_seed=" + std::to_string(*random_seed));
     return s.empty() ? "(nothing)" : s;
 }
 
@@ -108,10 +124,27 @@ Behaviour BehaviourFromVariant(GVariant *dict)
         } else if (k == "no_answer") {
             ExpectType(value.get(), "b", key);
             b.no_answer = g_variant_get_boolean(value.get()) != FALSE;
+        } else if (k == "refuse_percent" || k == "drop_percent") {
+            ExpectType(value.get(), "u", key);
+            const std::uint32_t percent = g_variant_get_uint32(value.get());
+            if (percent > 100)
+                throw BehaviourError("behaviour key '" + k + "' must be 0 to 100");
+            (k == "refuse_percent" ? b.refuse_percent : b.drop_percent) = percent;
+        } else if (k == "answer_delay_max_ms") {
+            ExpectType(value.get(), "u", key);
+            b.answer_delay_max_ms = g_variant_get_uint32(value.get());
+        } else if (k == "result_delay_max_ms") {
+            ExpectType(value.get(), "u", key);
+            b.result_delay_max_ms = g_variant_get_uint32(value.get());
+        } else if (k == "random_seed") {
+            ExpectType(value.get(), "u", key);
+            b.random_seed = g_variant_get_uint32(value.get());
         } else {
             throw BehaviourError("unknown behaviour key '" + k +
                                  "' (known: accept, result, payloads, answer_delay_ms, "
-                                 "result_delay_ms, drop_result, error, no_answer)");
+                                 "result_delay_ms, drop_result, error, no_answer, refuse_percent, "
+                                 "drop_percent, answer_delay_max_ms, result_delay_max_ms, "
+                                 "random_seed)");
         }
     }
     return b;
@@ -127,6 +160,8 @@ void BehaviourTable::Configure(const std::string &method, const Behaviour &behav
 {
     Check(method);
     scripted_[method].MergeFrom(behaviour);
+    if (behaviour.random_seed)
+        random_.seed(*behaviour.random_seed);
 }
 
 void BehaviourTable::Reset(const std::string &method)
@@ -159,7 +194,30 @@ EffectiveBehaviour BehaviourTable::For(const std::string &method) const
     e.drop_result = merged.drop_result.value_or(false);
     e.error = merged.error.value_or("");
     e.no_answer = merged.no_answer.value_or(false);
+    e.refuse_percent = merged.refuse_percent.value_or(0);
+    e.drop_percent = merged.drop_percent.value_or(0);
+    e.answer_delay_max_ms = merged.answer_delay_max_ms.value_or(0);
+    e.result_delay_max_ms = merged.result_delay_max_ms.value_or(0);
     return e;
+}
+
+void BehaviourTable::Draw(EffectiveBehaviour &e)
+{
+    auto chance = [this](std::uint32_t percent) {
+        return percent > 0 &&
+               std::uniform_int_distribution<std::uint32_t>(1, 100)(random_) <= percent;
+    };
+    auto upto = [this](std::uint32_t max) {
+        return std::uniform_int_distribution<std::uint32_t>(0, max)(random_);
+    };
+    if (chance(e.refuse_percent))
+        e.accept = 0;
+    if (chance(e.drop_percent))
+        e.drop_result = true;
+    if (e.answer_delay_max_ms > 0)
+        e.answer_delay_ms = upto(e.answer_delay_max_ms);
+    if (e.result_delay_max_ms > 0)
+        e.result_delay_ms = upto(e.result_delay_max_ms);
 }
 
 } // namespace ssosim

@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -26,6 +27,14 @@ struct Behaviour {
     std::optional<bool> drop_result;                  // answer, never deliver
     std::optional<std::string> error;                 // answer with this D-Bus error ("" = none)
     std::optional<bool> no_answer;                    // never answer at all
+    // Random mode: every request draws its own fate. Percentages 0 to 100;
+    // a drawn delay is uniform from 0 to the maximum. random_seed restarts
+    // the draws, so a run can be repeated.
+    std::optional<std::uint32_t> refuse_percent;      // answered 0 (no result)
+    std::optional<std::uint32_t> drop_percent;        // of the accepted: never delivered
+    std::optional<std::uint32_t> answer_delay_max_ms; // answer 0..max ms late
+    std::optional<std::uint32_t> result_delay_max_ms; // deliver 0..max ms after the answer
+    std::optional<std::uint32_t> random_seed;
 
     // Fields set in other override ours.
     void MergeFrom(const Behaviour &other);
@@ -45,6 +54,10 @@ struct EffectiveBehaviour {
     bool drop_result = false;
     std::string error;
     bool no_answer = false;
+    std::uint32_t refuse_percent = 0;
+    std::uint32_t drop_percent = 0;
+    std::uint32_t answer_delay_max_ms = 0;
+    std::uint32_t result_delay_max_ms = 0;
 };
 
 // A scripting request the simulator refuses (unknown method or key, wrong
@@ -72,12 +85,16 @@ public:
     void Reset(const std::string &method);
     void ResetAll();
     EffectiveBehaviour For(const std::string &method) const;
+    // Settles the random fields of e for one request: accept 0, a dropped
+    // result, the delays. Without random fields e stays as it is.
+    void Draw(EffectiveBehaviour &e);
 
 private:
     void Check(const std::string &method) const;
 
     std::function<bool(const std::string &)> is_known_;
     std::map<std::string, Behaviour> scripted_;
+    std::mt19937 random_{1};
 };
 
 } // namespace ssosim

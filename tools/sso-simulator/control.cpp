@@ -195,6 +195,7 @@ GVariant *Control::Handle(const std::string &method, GVariant *params,
     if (method == "Reset") {
         behaviours_.ResetAll();
         service_.ClearJournal();
+        service_.ClearTallies();
         delivery_.ClearRecords();
         SIM_LOGI("every behaviour reset, journal and deliveries cleared");
         return nullptr;
@@ -214,6 +215,16 @@ GVariant *Control::Handle(const std::string &method, GVariant *params,
         for (const auto &d : delivery_.records())
             rows.push_back({d.destination, d.method, d.args});
         return Records(rows);
+    }
+    if (method == "GetTallies") {
+        GVariantBuilder builder;
+        g_variant_builder_init(&builder, G_VARIANT_TYPE("a(stttt)"));
+        for (const auto &[object_name, t] : service_.tallies())
+            g_variant_builder_add(&builder, "(stttt)", object_name.c_str(),
+                                  static_cast<guint64>(t.accepted), static_cast<guint64>(t.refused),
+                                  static_cast<guint64>(t.delivered),
+                                  static_cast<guint64>(t.dropped));
+        return g_variant_new("(a(stttt))", &builder);
     }
     if (method == "ClearDeliveries") {
         delivery_.ClearRecords();

@@ -26,6 +26,12 @@ inline constexpr const char *kControlXml = R"xml(<node>
       <arg name="deliveries" type="a(sss)" direction="out"/>
     </method>
     <method name="ClearDeliveries"/>
+    <!-- Per client object name: requests accepted, refused (answered
+         anything but 1, or an error), results delivered, results dropped.
+         Reset clears them; ClearJournal and ClearDeliveries do not. -->
+    <method name="GetTallies">
+      <arg name="tallies" type="a(stttt)" direction="out"/>
+    </method>
     <method name="EmitSignal">
       <arg name="name" type="s" direction="in"/>
       <arg name="args_text" type="s" direction="in"/>

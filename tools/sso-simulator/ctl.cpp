@@ -224,6 +224,18 @@ int RunConfigure(const Parsed &p)
             entries.push_back({"drop_result", 'b', 1, ""});
         else if (name == "--no-answer")
             entries.push_back({"no_answer", 'b', 1, ""});
+        else if (name == "--refuse-percent")
+            entries.push_back({"refuse_percent", 'u', ParseInteger(name, value, 0, 100), ""});
+        else if (name == "--drop-percent")
+            entries.push_back({"drop_percent", 'u', ParseInteger(name, value, 0, 100), ""});
+        else if (name == "--answer-delay-max")
+            entries.push_back(
+                {"answer_delay_max_ms", 'u', ParseInteger(name, value, 0, UINT32_MAX), ""});
+        else if (name == "--result-delay-max")
+            entries.push_back(
+                {"result_delay_max_ms", 'u', ParseInteger(name, value, 0, UINT32_MAX), ""});
+        else if (name == "--random-seed")
+            entries.push_back({"random_seed", 'u', ParseInteger(name, value, 0, UINT32_MAX), ""});
         else if (name == "--error")
             entries.push_back({"error", 's', 0, value});
         else if (name == "--payload") {
@@ -278,6 +290,23 @@ int RunJournal(const Parsed &)
 {
     VariantPtr reply = ControlClient().Call("GetJournal", nullptr, "(a(sss))");
     PrintRecords(reply.get(), false);
+    return kExitOk;
+}
+
+int RunTallies(const Parsed &)
+{
+    VariantPtr reply = ControlClient().Call("GetTallies", nullptr, "(a(stttt))");
+    GVariantIter *iter = nullptr;
+    g_variant_get(reply.get(), "(a(stttt))", &iter);
+    const gchar *object_name = nullptr;
+    guint64 counts[4] = {};
+    while (g_variant_iter_next(iter, "(&stttt)", &object_name, &counts[0], &counts[1], &counts[2],
+                               &counts[3]))
+        std::printf(
+            "%s accepted %llu refused %llu delivered %llu dropped %llu\n", object_name,
+            static_cast<unsigned long long>(counts[0]), static_cast<unsigned long long>(counts[1]),
+            static_cast<unsigned long long>(counts[2]), static_cast<unsigned long long>(counts[3]));
+    g_variant_iter_free(iter);
     return kExitOk;
 }
 
@@ -530,6 +559,9 @@ const std::vector<Command> &Commands()
          "  sso-simulator ctl configure sso_request_access_token --result 3 --payload AT-fixed\n"
          "  sso-simulator ctl configure sso_request_auth_code --accept 0\n"
          "  sso-simulator ctl configure '*' --answer-delay 200 --result-delay 500\n"
+         "  sso-simulator ctl configure '*' --random-seed 7 --refuse-percent 10 --drop-percent 5 "
+         "\\\n"
+         "      --answer-delay-max 50 --result-delay-max 200\n"
          "  sso-simulator ctl configure sso_check_alive --error org.orvex.Error.Busy\n"
          "  sso-simulator ctl configure sso_get_public_account_data --payload '{\"id\":\"u1\"}'\n",
          {{"--accept", "N", "Answer N instead of 1 (anything but 1 refuses: no result)"},
@@ -541,7 +573,13 @@ const std::vector<Command> &Commands()
           {"--result-delay", "MS", "Deliver the result MS milliseconds after the answer"},
           {"--drop", nullptr, "Answer, but never deliver the result"},
           {"--error", "NAME", "Answer with the D-Bus error NAME ('' for none)"},
-          {"--no-answer", nullptr, "Never answer (the caller times out)"}},
+          {"--no-answer", nullptr, "Never answer (the caller times out)"},
+          {"--refuse-percent", "P", "Refuse (answer 0) P percent of the requests, at random"},
+          {"--drop-percent", "P", "Never deliver P percent of the accepted results, at random"},
+          {"--answer-delay-max", "MS", "Answer each request 0 to MS milliseconds late, at random"},
+          {"--result-delay-max", "MS",
+           "Deliver each result 0 to MS milliseconds after the answer, at random"},
+          {"--random-seed", "N", "Restart the random draws from seed N (repeatable runs)"}},
          1,
          1,
          &RunConfigure},
@@ -567,6 +605,18 @@ const std::vector<Command> &Commands()
          0,
          0,
          &RunJournal},
+        {"tallies",
+         "",
+         "Prints, per client object name, what became of its asynchronous requests:\n"
+         "accepted, refused (answered anything but 1, or an error), results delivered and\n"
+         "results dropped. 'reset' clears them.",
+         "Example:\n"
+         "  sso-simulator ctl tallies\n"
+         "  obj42_org.example.app accepted 10 refused 2 delivered 9 dropped 1\n",
+         {},
+         0,
+         0,
+         &RunTallies},
         {"deliveries",
          "",
          "Prints the results delivered to clients, oldest first, one a line:\n"

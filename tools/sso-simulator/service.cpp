@@ -81,7 +81,8 @@ void Service::Handle(const std::string &sender, const std::string &method, GVari
         SIM_LOGI("request %s from %s (object %s)", method.c_str(), sender.c_str(),
                  request->object_name.c_str());
 
-    const EffectiveBehaviour behaviour = behaviours_.For(method);
+    EffectiveBehaviour behaviour = behaviours_.For(method);
+    behaviours_.Draw(behaviour);
     if (behaviour.no_answer) {
         SIM_LOGI("%s: scripted to stay unanswered", method.c_str());
         held_.push_back(std::move(invocation));
@@ -104,6 +105,8 @@ void Service::Answer(Invocation &invocation, const std::shared_ptr<const Request
     const std::string &method = request->method->name;
     if (!behaviour.error.empty()) {
         SIM_LOGI("answer %s: error %s", method.c_str(), behaviour.error.c_str());
+        if (request->method->kind == RequestKind::Async)
+            ++tallies_[request->object_name].refused;
         g_dbus_method_invocation_return_dbus_error(invocation.release(), behaviour.error.c_str(),
                                                    "scripted error of the SSO simulator");
         return;
@@ -122,6 +125,10 @@ void Service::Answer(Invocation &invocation, const std::shared_ptr<const Request
                          : (kind == RequestKind::Sync ? families_.SyncAccept(*request) : 1);
     SIM_LOGI("answer %s: %d", method.c_str(), accept);
     g_dbus_method_invocation_return_value(invocation.release(), g_variant_new("(i)", accept));
+    if (kind == RequestKind::Async) {
+        Tally &tally = tallies_[request->object_name];
+        ++(accept == 1 ? tally.accepted : tally.refused);
+    }
 
     if (kind == RequestKind::Sync && accept == 1)
         families_.SyncAccepted(*request);
@@ -160,8 +167,10 @@ void Service::Complete(const Request &request, const EffectiveBehaviour &behavio
     if (behaviour.drop_result) {
         SIM_LOGI("%s request_id %lld: result dropped as scripted", method.c_str(),
                  static_cast<long long>(request.request_id));
+        ++tallies_[request.object_name].dropped;
         return;
     }
+    ++tallies_[request.object_name].delivered;
     delivery_.Deliver(request, result);
 }
 

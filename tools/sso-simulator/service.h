@@ -8,6 +8,8 @@
 
 #include <gio/gio.h>
 
+#include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -40,6 +42,18 @@ public:
     // Lets go of requests kept unanswered (no_answer); their callers time out.
     void ReleaseHeld() { held_.clear(); }
 
+    // What became of the asynchronous requests of one client (by object
+    // name): answered 1 or not (refused or a D-Bus error), and of the
+    // accepted, results sent or dropped. Kept while the journal is cleared.
+    struct Tally {
+        std::uint64_t accepted = 0;
+        std::uint64_t refused = 0;
+        std::uint64_t delivered = 0;
+        std::uint64_t dropped = 0;
+    };
+    const std::map<std::string, Tally> &tallies() const { return tallies_; }
+    void ClearTallies() { tallies_.clear(); }
+
 private:
     using Invocation = ObjectPtr<GDBusMethodInvocation>;
 
@@ -65,6 +79,7 @@ private:
     guint registration_ = 0;
     std::vector<JournalEntry> journal_;
     std::vector<Invocation> held_;
+    std::map<std::string, Tally> tallies_;
 };
 
 } // namespace ssosim
