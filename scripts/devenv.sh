@@ -158,7 +158,7 @@ sso_devenv_stop_pid() {
       done
     fi
   fi
-  wait "$pid" 2>/dev/null
+  wait "$pid" 2>/dev/null || true # 127 when it is not our child
   return 0
 }
 
