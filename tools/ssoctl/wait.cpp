@@ -4,6 +4,7 @@
 // anything is printed.
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include "ssoctl.h"
@@ -23,8 +24,13 @@ struct Delivery {
     bool text_null;
 };
 
+// Orders each hand-over once more, where ThreadSanitizer can see it: the main
+// context's own lock is taken inside GLib, which is not instrumented.
+std::mutex g_handOverLock;
+
 gboolean DeliverOnLoop(gpointer data)
 {
+    std::lock_guard<std::mutex> lock(g_handOverLock);
     std::unique_ptr<Delivery> d(static_cast<Delivery *>(data));
     Pending *p = d->pending;
     if (p->done || p->timed_out)
@@ -41,7 +47,11 @@ gboolean DeliverOnLoop(gpointer data)
 // over from here.
 void HandOver(void *user_data, int result, std::vector<std::string> texts, bool text_null)
 {
-    auto *d = new Delivery{static_cast<Pending *>(user_data), result, std::move(texts), text_null};
+    Delivery *d = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(g_handOverLock);
+        d = new Delivery{static_cast<Pending *>(user_data), result, std::move(texts), text_null};
+    }
     g_main_context_invoke(nullptr, DeliverOnLoop, d);
 }
 
