@@ -164,16 +164,19 @@ protected:
         g_variant_unref(r);
         return out;
     }
+    // The object name of this test process: the simulator serves only the
+    // process an object name names.
+    static std::string OwnObject() { return "obj" + std::to_string(getpid()) + "_org.example.app"; }
     std::string PublicAccountData()
     {
-        return CallData("sso_get_public_account_data",
-                        g_variant_new("(sxs)", "obj1_org.example.app", gint64(1),
-                                      "sso_get_public_account_data"));
+        return CallData(
+            "sso_get_public_account_data",
+            g_variant_new("(sxs)", OwnObject().c_str(), gint64(1), "sso_get_public_account_data"));
     }
     std::string Extracted(const std::string &package, const std::string &key)
     {
         return CallData("sso_get_extracted_application_data",
-                        g_variant_new("(sxssss)", "obj1_org.example.app", gint64(1),
+                        g_variant_new("(sxssss)", OwnObject().c_str(), gint64(1),
                                       "sso_get_extracted_application_data", package.c_str(),
                                       "org.example.app", key.c_str()));
     }

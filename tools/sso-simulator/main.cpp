@@ -62,7 +62,7 @@ void PrintHelp()
 void PrintRunHelp()
 {
     std::printf(
-        "Usage: %s run [--demo-accounts] [--seed N]\n"
+        "Usage: %s run [--demo-accounts] [--seed N] [--no-sender-check]\n"
         "\n"
         "Runs the simulated SSO service on the system bus until SIGTERM, SIGINT or\n"
         "'%s ctl quit' (exit 0). Prints \"ready\" on stdout once the service and the\n"
@@ -77,6 +77,9 @@ void PrintRunHelp()
         "  --demo-accounts   Register three demo accounts (nobody signed in)\n"
         "  --seed N          Generate GUIDs, tokens and ids from seed N (0 to 4294967295),\n"
         "                    the same on every run\n"
+        "  --no-sender-check Accept requests whose object name is not the sending\n"
+        "                    process's (by default refused: the result would reach\n"
+        "                    another client); for testing a client's own defences\n"
         "  -h, --help        Show this help and exit\n"
         "\n"
         "Environment:\n"
@@ -113,6 +116,10 @@ DaemonOptions ParseRunOptions(const std::vector<std::string> &args)
         const std::string &arg = args[i];
         if (arg == "--demo-accounts") {
             options.demo_accounts = true;
+            continue;
+        }
+        if (arg == "--no-sender-check") {
+            options.no_sender_check = true;
             continue;
         }
         std::string value;
