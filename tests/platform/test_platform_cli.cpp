@@ -186,6 +186,32 @@ TEST_F(PlatformCli, AppListJsonNamesIdAndProgram)
               RunCli({"--json", "app", "list"}).out);
 }
 
+TEST_F(PlatformCli, SsGetJsonCarriesAnyBytesInBase64)
+{
+    const std::string file = root_.path() + "/bytes";
+    std::ofstream(file, std::ios::binary) << std::string("a\0b\xff", 4);
+    ASSERT_EQ(0, RunCli({"ss", "put", "app/blob", file}).status);
+    CliResult r = RunCli({"ss", "get", "app/blob", "--json"});
+    ASSERT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("{\"base64\":\"YQBi/w==\",\"item\":\"app/blob\",\"size\":4}\n", r.out);
+}
+
+TEST_F(PlatformCli, PkgShowJsonListsAppsAndCertificates)
+{
+    ASSERT_EQ(0, RunCli({"pkg", "add", "org.example.pkg", "--app", "org.example.b", "--app",
+                         "org.example.a"})
+                     .status);
+    CliResult text = RunCli({"pkg", "show", "org.example.pkg"});
+    CliResult r = RunCli({"pkg", "show", "org.example.pkg", "--json"});
+    ASSERT_EQ(0, r.status) << r.err;
+    const Json::Value doc = ParseOne(r.out);
+    EXPECT_EQ("org.example.pkg", doc["package"].asString());
+    ASSERT_EQ(2u, doc["apps"].size()) << r.out;
+    for (const Json::Value &app : doc["apps"])
+        EXPECT_TRUE(Has(text.out, "app\t" + app.asString() + "\n")) << text.out;
+    EXPECT_EQ(Json::Value(Json::arrayValue), doc["certs"]);
+}
+
 // ---------------------------------------------------------------- the log
 
 class PlatformLog : public ssotest::RootTest {
