@@ -76,6 +76,20 @@ TEST_F(PlatformCli, GlobalOptionsWorkAnywhereBeforeDoubleDash)
     EXPECT_EQ("--json\n", RunCli({"vconf", "get", "db/x"}).out);
 }
 
+TEST_F(PlatformCli, VersionAndHelpWorkAfterTheCommandToo)
+{
+    for (const std::vector<std::string> &args :
+         {std::vector<std::string>{"--version"}, std::vector<std::string>{"vconf", "--version"},
+          std::vector<std::string>{"vconf", "get", "k", "--version"}}) {
+        CliResult r = RunCli(args);
+        EXPECT_EQ(0, r.status) << r.err;
+        EXPECT_EQ(0u, r.out.rfind("sso-platform ", 0)) << r.out;
+    }
+    CliResult help = RunCli({"log", "--help"});
+    EXPECT_EQ(0, help.status);
+    EXPECT_TRUE(Has(help.out, "--follow")) << help.out;
+}
+
 TEST_F(PlatformCli, VconfGetJsonSaysWhatTheTextSays)
 {
     ASSERT_EQ(VCONF_OK, vconf_set_int("db/i", -7));

@@ -134,6 +134,17 @@ TEST_F(SimJson, JsonIsAcceptedBeforeCtlAfterItAndAfterTheCommand)
     EXPECT_TRUE(Has(r.err, "--json goes with the ctl commands")) << r.err;
 }
 
+TEST_F(SimJsonAlone, VersionIsAcceptedAnywhereAsInTheOtherTools)
+{
+    for (const std::vector<std::string> &args :
+         {std::vector<std::string>{"--version"}, std::vector<std::string>{"ctl", "--version"},
+          std::vector<std::string>{"ctl", "journal", "--version"}}) {
+        SimulatorCommandResult r = RunSimulatorCommand(args);
+        EXPECT_EQ(0, r.status) << r.err;
+        EXPECT_EQ(0u, r.out.rfind("sso-simulator ", 0)) << r.out;
+    }
+}
+
 TEST_F(SimJson, CommandsThatPrintNothingPrintNothingWithJson)
 {
     SimulatorCommandResult r = RunSimulatorCommand({"ctl", "--json", "reset"});

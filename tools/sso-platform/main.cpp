@@ -93,7 +93,7 @@ bool TakeGlobalOptions(std::vector<std::string> &args, bool &help)
             SetRoot(arg.substr(7));
         } else if (arg == "--json") {
             SetJsonOutput(true);
-        } else if (arg == "--version" && rest.empty()) {
+        } else if (arg == "--version") {
             std::printf("%s %s\n", kProgram, SSO_VERSION);
             return true;
         } else if ((arg == "--help" || arg == "-h") && rest.empty()) {

@@ -145,6 +145,15 @@ int Run(std::vector<std::string> args)
         json = true;
         args.erase(args.begin());
     }
+    // --version too, wherever it stands before a "--".
+    for (const auto &a : args) {
+        if (a == "--")
+            break;
+        if (a == "--version") {
+            std::printf("%s %s\n", kProgram, SSO_VERSION);
+            return kExitOk;
+        }
+    }
     if (json && (args.empty() || args[0] != "ctl"))
         throw UsageError("--json goes with the ctl commands (see '" + std::string(kProgram) +
                          " ctl --help')");
