@@ -38,7 +38,12 @@ expected=(
   "$libdir/cmake/sso_api/sso_apiConfig.cmake" "$libdir/cmake/sso_api/sso_apiConfigVersion.cmake"
   "$libdir/cmake/sso_api/sso_apiTargets.cmake"
   "$prefix/bin/ssoctl" "$prefix/bin/sso-platform" "$prefix/bin/sso-simulator"
-  "$prefix/bin/sso-account-ui-test"
+  "$prefix/bin/sso-account-ui-test" "$prefix/bin/sso-sim-session"
+  "$prefix/share/sso-simulator/devenv.sh"
+  "$libdir/pkgconfig/sso-platform.pc"
+  "$prefix/share/dbus-1/system-services/org.orvex.tv.ssoservice.server.service"
+  "$prefix/lib/systemd/system/sso-simulator.service"
+  "$prefix/share/doc/sso-api-doc/json-output.md"
   "$prefix/share/dbus-1/interfaces/org.orvex.tv.ssoservice.server.xml"
   "$prefix/share/dbus-1/interfaces/org.orvex.tv.ssoservice.ssoclient.xml"
 )
@@ -54,13 +59,71 @@ done
 # The D-Bus system-bus policy (data/dbus/), where the system bus reads package
 # policy.
 expected+=("$prefix/share/dbus-1/system.d/org.orvex.tv.ssoservice.server.conf"
-           "$prefix/share/dbus-1/system.d/org.orvex.tv.ssoservice.ssoclient.conf")
+           "$prefix/share/dbus-1/system.d/org.orvex.tv.ssoservice.ssoclient.conf"
+           "$prefix/share/dbus-1/system.d/org.orvex.tv.ssoservice.simulator.conf")
+# Manual pages and completion of the tools.
+for tool in ssoctl sso-platform sso-simulator sso-sim-session sso-account-ui-test; do
+  expected+=("$prefix/share/man/man1/$tool.1")
+done
+for tool in ssoctl sso-platform sso-simulator sso-sim-session; do
+  expected+=("$prefix/share/bash-completion/completions/$tool")
+done
 for f in "${expected[@]}"; do
   [ -e "$f" ] || fail "missing after install: ${f#"$prefix"/}"
 done
 readelf -d "$libdir/libsso_api.so.1" | grep -q 'Library soname: \[libsso_api.so.1\]' ||
   fail "libsso_api.so.1 has the wrong SONAME"
 echo "layout: ${#expected[@]} files where expected"
+
+# ---- the manual pages render without warnings and name what they document
+for page in "$prefix"/share/man/man1/*.1; do
+  warnings=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -E UTF-8 -l "$page" 2>&1 >/dev/null)
+  [ -z "$warnings" ] || fail "$(basename "$page"): $warnings"
+  name=$(basename "$page" .1)
+  head -n 1 "$page" | grep -qi "^\.TH ${name} 1 " || fail "$(basename "$page") is not titled $name(1)"
+done
+# Each tool's options are in its page (the page keeps up with the tool).
+for opt in --json --root --follow --priority --tag --pid; do
+  grep -qF -- "${opt//-/\\-}" "$prefix/share/man/man1/sso-platform.1" ||
+    fail "sso-platform.1 does not document $opt"
+done
+for opt in --demo-accounts --bus-policy --control-group --sign-in-as --keep; do
+  "$prefix/bin/sso-sim-session" --help | grep -q -- "$opt" || fail "sso-sim-session --help lacks $opt"
+  grep -qF -- "${opt//-/\\-}" "$prefix/share/man/man1/sso-sim-session.1" ||
+    fail "sso-sim-session.1 does not document $opt"
+done
+echo "manual pages: render cleanly"
+
+# ---- bash completion completes from the installed tools' own help
+completion=$(PATH="$prefix/bin:$PATH" bash -c '
+  source "$1"
+  complete_words() { COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); COMPREPLY=();
+                     "$(complete -p "$1" | sed "s/.*-F \([^ ]*\) .*/\1/")"; echo "${COMPREPLY[*]}"; }
+  echo "platform: $(complete_words sso-platform "")"
+  echo "platform vconf: $(complete_words sso-platform vconf "")"
+  echo "simulator ctl: $(complete_words sso-simulator ctl "")"
+  echo "simulator account: $(complete_words sso-simulator ctl account "")"
+  echo "ssoctl: $(complete_words ssoctl to)"
+  echo "ssoctl token: $(complete_words ssoctl token --app)"
+  echo "session: $(complete_words sso-sim-session --bus-policy "")"
+' _ "$prefix/share/bash-completion/completions/sso-platform")
+echo "$completion" | sed 's/^/  completion /'
+for want in "platform: .*vconf.* log" "platform vconf: get set unset watch" \
+            "simulator ctl: .*journal.*" "simulator account: add rm" "ssoctl: token token-with" \
+            "ssoctl token: --app-id" "session: strict open"; do
+  grep -q "^${want}" <<<"$completion" || fail "bash completion: no line matches /^$want/"
+done
+
+# ---- the .pc files: relocatable here, absolute for a /usr install
+grep -q '^prefix=${pcfiledir}/' "$libdir/pkgconfig/sso_api.pc" || fail "sso_api.pc is not relocatable"
+cmake -S "$project_dir" -B "$work/usr-build" -G Ninja -DCMAKE_INSTALL_PREFIX=/usr \
+  -DSSO_BUILD_TESTS=OFF -DSSO_BUILD_BENCHMARKS=OFF -DSSO_BUILD_DOCS=OFF >/dev/null
+for pc in sso_api sso-platform; do
+  grep -qx 'prefix=/usr' "$work/usr-build/$pc.pc" || fail "$pc.pc for /usr has no absolute prefix"
+  PKG_CONFIG_PATH="$work/usr-build" pkg-config --validate "$pc" || fail "$pc.pc does not validate"
+done
+grep -q "^libdir=\${prefix}/lib/$(gcc -print-multiarch)\$" "$work/usr-build/sso_api.pc" ||
+  fail "sso_api.pc for /usr does not name the multiarch libdir"
 
 # ---- pkg-config
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
@@ -74,6 +137,18 @@ c++ -std=c++17 -Wall -Wextra -Werror "$project_dir/examples/cpp/token_watch.cpp"
 out=$(SSO_PLATFORM_LOG=none LD_LIBRARY_PATH="$libdir" "$work/pc/consumer")
 echo "pkg-config consumer: $out"
 [ "$out" = "login_info_size=1536 term_state=-1 state=0" ] || fail "pkg-config consumer"
+# The README's example compiles as written, as C99.
+sed -n '/^```c$/,/^```$/p' "$project_dir/README.md" | sed '1d;$d' > "$work/pc/readme_app.c"
+grep -q 'sso_request_access_token' "$work/pc/readme_app.c" || fail "no C example in the README"
+cc -std=c99 -Wall -Wextra -Werror -pedantic "$work/pc/readme_app.c" \
+   $(pkg-config --cflags --libs sso_api) -o "$work/pc/readme_app" || fail "the README's C example"
+echo "README example: compiles with -std=c99"
+# A header of the platform brings its own dependency (GIO) with it.
+printf '#include <cynara-creds-gdbus.h>\n#include <vconf.h>\nint main(void) {\n  int v = 0;\n  pid_t p = 0;\n  (void)cynara_creds_gdbus_get_pid(NULL, "", &p);\n  return vconf_get_int("db/x", &v) == 0;\n}\n' \
+  > "$work/pc/platform.c"
+cc -std=c99 -Wall -Wextra -Werror "$work/pc/platform.c" $(pkg-config --cflags --libs sso-platform) \
+   -o "$work/pc/platform" || fail "a program of the platform headers through sso-platform.pc"
+echo "sso-platform.pc: brings GIO"
 
 # ---- find_package
 cmake -S "$source_dir/consumer" -B "$work/consumer-build" -DCMAKE_PREFIX_PATH="$prefix" \

@@ -12,6 +12,7 @@
 
 #include "cli.h"
 #include "package_manager.h"
+#include "tool_json.h"
 #include "package_manager_admin.h"
 
 namespace ssoplatform {
@@ -148,6 +149,29 @@ int Show(const Args &args)
         &out);
     package_info_destroy(handle);
     Check(rc, package_id);
+    if (JsonOutput()) {
+        // The same lines, as {"package", "apps", "certs": [{"type", "base64"}]}.
+        Json::Value doc(Json::objectValue);
+        doc["package"] = package_id;
+        doc["apps"] = Json::Value(Json::arrayValue);
+        doc["certs"] = Json::Value(Json::arrayValue);
+        std::size_t start = 0;
+        for (std::size_t nl; (nl = out.find('\n', start)) != std::string::npos; start = nl + 1) {
+            const std::string line = out.substr(start, nl - start);
+            const std::size_t tab = line.find('\t');
+            const std::string kind = line.substr(0, tab), rest = line.substr(tab + 1);
+            if (kind == "app") {
+                doc["apps"].append(rest);
+            } else if (kind == "cert") {
+                Json::Value cert(Json::objectValue);
+                cert["type"] = rest.substr(0, rest.find('\t'));
+                cert["base64"] = rest.substr(rest.find('\t') + 1);
+                doc["certs"].append(cert);
+            }
+        }
+        ssotools::PrintJson(doc);
+        return kExitOk;
+    }
     std::fputs(out.c_str(), stdout);
     return kExitOk;
 }
@@ -201,6 +225,8 @@ const Group &PkgGroup()
              "Prints \"package\\tID\", one \"app\\tAPP_ID\" line per application and one\n"
              "\"cert\\tTYPE\\tBASE64\" line per certificate (TYPE e.g. author-signer,\n"
              "BASE64 the DER encoding). Fails with status 1 when it is not registered.\n"
+             "With --json: {\"package\": ID, \"apps\": [APP_ID...], \"certs\":\n"
+             "[{\"type\": TYPE, \"base64\": BASE64}...]}.\n"
              "\n"
              "Example:\n"
              "  sso-platform pkg show org.example.pkg",

@@ -32,7 +32,7 @@ void PrintHelp()
 {
     std::printf(
         "Usage: %s [run] [--demo-accounts] [--seed N]\n"
-        "       %s ctl COMMAND [ARGS...]\n"
+        "       %s [--json] ctl COMMAND [ARGS...]\n"
         "\n"
         "Stands in for the SSO service on the D-Bus system bus ($DBUS_SYSTEM_BUS_ADDRESS):\n"
         "owns %s, answers every request of the\n"
@@ -144,8 +144,26 @@ DaemonOptions ParseRunOptions(const std::vector<std::string> &args)
     return options;
 }
 
-int Run(const std::vector<std::string> &args)
+int Run(std::vector<std::string> args)
 {
+    // The global --json may also stand before "ctl", as in the other tools.
+    bool json = false;
+    while (!args.empty() && args[0] == "--json") {
+        json = true;
+        args.erase(args.begin());
+    }
+    // --version too, wherever it stands before a "--".
+    for (const auto &a : args) {
+        if (a == "--")
+            break;
+        if (a == "--version") {
+            std::printf("%s %s\n", kProgram, SSO_VERSION);
+            return kExitOk;
+        }
+    }
+    if (json && (args.empty() || args[0] != "ctl"))
+        throw UsageError("--json goes with the ctl commands (see '" + std::string(kProgram) +
+                         " ctl --help')");
     if (args.empty())
         return RunDaemon();
     const std::string &mode = args[0];
@@ -170,7 +188,7 @@ int Run(const std::vector<std::string> &args)
     if (mode == "--demo-accounts" || mode.compare(0, 6, "--seed") == 0)
         return RunDaemon(ParseRunOptions(args));
     if (mode == "ctl")
-        return RunCtl(std::vector<std::string>(args.begin() + 1, args.end()));
+        return RunCtl(std::vector<std::string>(args.begin() + 1, args.end()), json);
     throw UsageError("unknown mode '" + mode + "' (see '" + std::string(kProgram) + " --help')");
 }
 
