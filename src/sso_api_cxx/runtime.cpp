@@ -67,9 +67,13 @@ std::error_code Runtime::Enlist(const std::shared_ptr<PendingBase> &request,
             if (!deadline_thread_.joinable())
                 deadline_thread_ = std::thread([this] { EnforceDeadlines(); });
             entry.deadline = Clock::now() + timeout;
-            auto at = deadlines_.emplace(*entry.deadline, id).first;
-            if (at == deadlines_.begin())
+            deadlines_.emplace(*entry.deadline, id);
+            // Most deadlines are later than the one the thread waits for:
+            // a request costs it no wake-up then.
+            if (*entry.deadline < wake_at_) {
+                wake_at_ = *entry.deadline;
                 wake_.notify_one();
+            }
         }
         live_.emplace(id, std::move(entry));
         request->id_ = id;
@@ -140,11 +144,15 @@ void Runtime::EnforceDeadlines() noexcept
     std::unique_lock<std::mutex> lock(mutex_);
     while (!closing_) {
         if (deadlines_.empty()) {
+            wake_at_ = Clock::time_point::max();
             wake_.wait(lock);
             continue;
         }
         const auto [when, id] = *deadlines_.begin();
         if (Clock::now() < when) {
+            // A deadline that went meanwhile (its request completed) ends
+            // this wait early, once: cheaper than a wake-up per request.
+            wake_at_ = when;
             wake_.wait_until(lock, when);
             continue;
         }

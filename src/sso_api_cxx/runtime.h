@@ -58,10 +58,13 @@ private:
     std::condition_variable wake_;                                    // the deadline thread's
     std::unordered_map<std::uint64_t, Entry> live_;                   // guarded by mutex_
     std::set<std::pair<Clock::time_point, std::uint64_t>> deadlines_; // guarded by mutex_
-    std::uint64_t next_id_ = 1;                                       // guarded by mutex_
-    std::uint64_t account_page_ = 0;                                  // guarded by mutex_
-    bool closing_ = false;                                            // guarded by mutex_
-    std::thread deadline_thread_;                                     // guarded by mutex_
+    // When the deadline thread wakes up next by itself: a new deadline
+    // wakes it only when it is earlier. Guarded by mutex_.
+    Clock::time_point wake_at_ = Clock::time_point::max();
+    std::uint64_t next_id_ = 1;      // guarded by mutex_
+    std::uint64_t account_page_ = 0; // guarded by mutex_
+    bool closing_ = false;           // guarded by mutex_
+    std::thread deadline_thread_;    // guarded by mutex_
 };
 
 // The id a request travels with as the C callback's user data.
