@@ -123,7 +123,11 @@ public:
             throw Error(error());
         return payload_;
     }
-    /** @copydoc payload() const & */
+    /**
+     * @brief The payload of an answer, moved out.
+     * @return The payload.
+     * @throws sso::Error with error() when not answered().
+     */
     T &&payload() &&
     {
         if (!answered_)
@@ -141,7 +145,11 @@ public:
             throw Error(error());
         return payload_;
     }
-    /** @copydoc value() const & */
+    /**
+     * @brief The payload of a successful answer, moved out.
+     * @return The payload.
+     * @throws sso::Error with error() unless ok().
+     */
     T &&value() &&
     {
         if (!ok())
@@ -202,14 +210,22 @@ public:
             throw Error(error_);
         return value_;
     }
-    /** @copydoc value() const & */
+    /**
+     * @brief The value, to modify.
+     * @return The value.
+     * @throws sso::Error with error() when none is held.
+     */
     T &value() &
     {
         if (!has_value_)
             throw Error(error_);
         return value_;
     }
-    /** @copydoc value() const & */
+    /**
+     * @brief The value, moved out.
+     * @return The value.
+     * @throws sso::Error with error() when none is held.
+     */
     T &&value() &&
     {
         if (!has_value_)
