@@ -61,21 +61,26 @@ std::error_code Runtime::Enlist(const std::shared_ptr<PendingBase> &request,
             return make_error_code(errc::unloading);
         if (live_.size() >= kMaxPendingRequests)
             return make_error_code(errc::too_many_requests);
-        Entry entry{request, std::nullopt};
         const std::uint64_t id = next_id_;
+        auto entry = live_.emplace(id, Entry{request, std::nullopt}).first;
         if (timeout.count() >= 0) {
-            if (!deadline_thread_.joinable())
-                deadline_thread_ = std::thread([this] { EnforceDeadlines(); });
-            entry.deadline = Clock::now() + timeout;
-            deadlines_.emplace(*entry.deadline, id);
-            // Most deadlines are later than the one the thread waits for:
-            // a request costs it no wake-up then.
-            if (*entry.deadline < wake_at_) {
-                wake_at_ = *entry.deadline;
-                wake_.notify_one();
+            try {
+                if (!deadline_thread_.joinable())
+                    deadline_thread_ = std::thread([this] { EnforceDeadlines(); });
+                const Clock::time_point when = Clock::now() + timeout;
+                deadlines_.emplace(when, id);
+                entry->second.deadline = when;
+                // Most deadlines are later than the one the thread waits
+                // for: a request costs it no wake-up then.
+                if (when < wake_at_) {
+                    wake_at_ = when;
+                    wake_.notify_one();
+                }
+            } catch (...) {
+                live_.erase(entry);
+                throw;
             }
         }
-        live_.emplace(id, std::move(entry));
         request->id_ = id;
         ++next_id_;
         if (request->shape() == Shape::view_closed) {
@@ -127,8 +132,7 @@ std::shared_ptr<PendingBase> Runtime::ClaimAccountPage() noexcept
 
 bool Runtime::closing() const noexcept
 {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return closing_;
+    return closed_.load(std::memory_order_acquire);
 }
 
 std::size_t Runtime::pending() const noexcept
@@ -156,6 +160,8 @@ void Runtime::EnforceDeadlines() noexcept
             wake_.wait_until(lock, when);
             continue;
         }
+        // This deadline goes whether or not its request is still there.
+        deadlines_.erase(deadlines_.begin());
         std::shared_ptr<PendingBase> request = WithdrawLocked(id);
         lock.unlock();
         if (request != nullptr)
@@ -174,6 +180,7 @@ void Runtime::Shutdown() noexcept
         if (closing_)
             return;
         closing_ = true;
+        closed_.store(true, std::memory_order_release);
         try {
             left.reserve(live_.size());
             for (auto &entry : live_)
@@ -339,7 +346,9 @@ void Gate::close() noexcept
 
 void run_guarded(Gate &gate, const std::function<void()> &fn) noexcept
 {
-    if (!gate.enter())
+    // Nothing of the application is called once the process has begun to
+    // unload this library: its own statics are gone by then.
+    if (Runtime::Get().closing() || !gate.enter())
         return;
     try {
         fn();

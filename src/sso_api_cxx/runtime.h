@@ -5,6 +5,7 @@
 
 #include <sso_api/sso_api.hpp>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -61,10 +62,11 @@ private:
     // When the deadline thread wakes up next by itself: a new deadline
     // wakes it only when it is earlier. Guarded by mutex_.
     Clock::time_point wake_at_ = Clock::time_point::max();
-    std::uint64_t next_id_ = 1;      // guarded by mutex_
-    std::uint64_t account_page_ = 0; // guarded by mutex_
-    bool closing_ = false;           // guarded by mutex_
-    std::thread deadline_thread_;    // guarded by mutex_
+    std::uint64_t next_id_ = 1;       // guarded by mutex_
+    std::uint64_t account_page_ = 0;  // guarded by mutex_
+    bool closing_ = false;            // guarded by mutex_
+    std::atomic<bool> closed_{false}; // closing_, for readers without the lock
+    std::thread deadline_thread_;     // guarded by mutex_
 };
 
 // The id a request travels with as the C callback's user data.

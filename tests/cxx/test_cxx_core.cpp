@@ -527,6 +527,26 @@ TEST(CxxRuntime, ShutdownGivesFuturesUnloadingCallsNoCallbackAndAcceptsNothingMo
     runtime.Shutdown(); // a second time does nothing
 }
 
+TEST(CxxUnload, OnceTheUnloadBeganNoCallbackRunsAndNewRequestsFailWithUnloading)
+{
+    GMainContext *context = g_main_context_new();
+    int calls = 0;
+    sso::Request posted = cxxtest::fake_request(
+        {}, [&](sso::Result<std::string>) { ++calls; }, sso::Delivery::main_context(context));
+    Deliver(TextLibrary().Last(), 0, "AT.posted"); // on its way to the context
+    sso::Future<std::string> pending = cxxtest::fake_request({});
+
+    sso::detail::Runtime::Get().Shutdown(); // what the end of the process does
+
+    while (g_main_context_iteration(context, FALSE)) {
+    }
+    g_main_context_unref(context);
+    EXPECT_EQ(calls, 0);
+    EXPECT_EQ(pending.get().error(), sso::errc::unloading);
+    EXPECT_EQ(cxxtest::fake_request({}).get().error(), sso::errc::unloading);
+    EXPECT_EQ(sso::subscribe_view_state([](sso::ViewState) {}).error(), sso::errc::unloading);
+}
+
 TEST(CxxExit, TheProcessExitsPromptlyWithRequestsPendingAndAWaiterBlocked)
 {
     auto child = ssotest::ChildProcess::Fork([] {

@@ -227,9 +227,13 @@ public:
             result_.emplace(std::move(result));
         }
         this->mark_done();
-        std::shared_ptr<CallbackPending> self =
-            std::static_pointer_cast<CallbackPending>(this->shared_from_this());
-        delivery_.post([self] { self->invoke(); }, false);
+        try {
+            std::shared_ptr<CallbackPending> self =
+                std::static_pointer_cast<CallbackPending>(this->shared_from_this());
+            delivery_.post([self] { self->invoke(); }, false);
+        } catch (...) {
+            // No memory for the hand-over: the outcome cannot be delivered.
+        }
     }
     void close() noexcept override { gate_.close(); }
 
