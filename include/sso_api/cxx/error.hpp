@@ -102,6 +102,7 @@ SSO_CXX_API const char *service_result_name(int code) noexcept;
  *
  * Thrown only by the accessors that say so (Result::value(),
  * Expected::value(), throw_if()); nothing else in the C++ API throws it.
+ * Thread safety: an exception object, used by one thread at a time.
  */
 class SSO_CXX_API Error : public std::system_error {
 public:
