@@ -210,13 +210,15 @@ TEST_F(CxxSubscriptions, ASubscriptionDestroyedWhileItsHandlerRunsWaitsForItAndH
 
 TEST_F(CxxSubscriptions, ASubscriptionResetFromInsideItsOwnHandlerDoesNotDeadlock)
 {
+    // Both the subscription and the count live on the loop thread, where the
+    // handler runs.
     sso::Subscription sub;
     int calls = 0;
-    sub = OnLoop([&] {
-        return sso::subscribe_login_state([&](const sso::LoginEvent &) {
-            ++calls;
-            sub.reset();
-        });
+    loop_.Run([&] {
+        sub = sso::subscribe_login_state([&](const sso::LoginEvent &) {
+                  ++calls;
+                  sub.reset();
+              }).value();
     });
     sim_.SignIn(kKim);
     ASSERT_TRUE(ssotest::WaitUntil([&] {
@@ -224,7 +226,9 @@ TEST_F(CxxSubscriptions, ASubscriptionResetFromInsideItsOwnHandlerDoesNotDeadloc
         loop_.Run([&] { n = calls; });
         return n == 1;
     }));
-    EXPECT_FALSE(sub.active());
+    bool active = true;
+    loop_.Run([&] { active = sub.active(); });
+    EXPECT_FALSE(active);
     sim_.SignOut();
     loop_.Run([] {});
     int n = 0;
