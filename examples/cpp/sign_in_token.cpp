@@ -84,7 +84,7 @@ public:
         } else {
             Say("opening the sign-in page");
             page_ = sso::show_account_page(
-                {kSignInPage, std::nullopt, options_.caller}, [this](sso::Result<sso::Nothing> r) {
+                {kSignInPage, std::nullopt, options_.caller}, [](sso::Result<sso::Nothing> r) {
                     if (r)
                         Say("the sign-in page closed");
                     else
