@@ -35,6 +35,8 @@ expected=(
   "$libdir/libsso_api.so.1.0.0" "$libdir/libsso_api.so.1" "$libdir/libsso_api.so"
   "$prefix/include/sso_api/sso_api.h" "$prefix/include/sso_api/sso_api_service_data.hpp"
   "$libdir/pkgconfig/sso_api.pc"
+  "$libdir/libsso_api_cxx.so.1.0.0" "$libdir/libsso_api_cxx.so.1" "$libdir/libsso_api_cxx.so"
+  "$prefix/include/sso_api/sso_api.hpp" "$libdir/pkgconfig/sso_api_cxx.pc"
   "$libdir/cmake/sso_api/sso_apiConfig.cmake" "$libdir/cmake/sso_api/sso_apiConfigVersion.cmake"
   "$libdir/cmake/sso_api/sso_apiTargets.cmake"
   "$prefix/bin/ssoctl" "$prefix/bin/sso-platform" "$prefix/bin/sso-simulator"
@@ -47,6 +49,10 @@ expected=(
   "$prefix/share/dbus-1/interfaces/org.orvex.tv.ssoservice.server.xml"
   "$prefix/share/dbus-1/interfaces/org.orvex.tv.ssoservice.ssoclient.xml"
 )
+# The C++ API's headers.
+for h in account config delivery error request requests result subscription text; do
+  expected+=("$prefix/include/sso_api/cxx/$h.hpp")
+done
 # The platform libraries the library links, with the headers it uses.
 for lib in dlog devfs app-common cynara-creds-gdbus vconf secure-storage system-info \
            app-control package-manager; do
@@ -134,6 +140,8 @@ cc -std=c99 -Wall -Wextra -Werror -pedantic "$project_dir/examples/c/hello_sso.c
    $(pkg-config --cflags --libs sso_api) -o "$work/pc/hello_sso"
 c++ -std=c++17 -Wall -Wextra -Werror "$project_dir/examples/cpp/token_watch.cpp" \
    $(pkg-config --cflags --libs sso_api glib-2.0) -o "$work/pc/token_watch"
+c++ -std=c++17 -Wall -Wextra -Werror "$project_dir/examples/cpp/sign_in_token.cpp" \
+   $(pkg-config --cflags --libs sso_api_cxx) -o "$work/pc/sign_in_token"
 out=$(SSO_PLATFORM_LOG=none LD_LIBRARY_PATH="$libdir" "$work/pc/consumer")
 echo "pkg-config consumer: $out"
 [ "$out" = "login_info_size=1536 term_state=-1 state=0" ] || fail "pkg-config consumer"
@@ -186,5 +194,22 @@ for build in pc examples-build; do
   [ "$status" -eq 0 ] || fail "token_watch ($build) exited with $status"
   grep -q "^access token: AT\." "$log" || fail "token_watch ($build) got no token"
   grep -qx "stopped: interrupted, tokens received: 1" "$log" || fail "token_watch ($build)"
+done
+# The C++ API's example: signs in through the installed account UI stand-in,
+# hears of it, prints a masked token.
+unset LD_LIBRARY_PATH
+sso_devenv_account_ui_up "$prefix/bin" jamie.rivera@example.com >/dev/null ||
+  fail "the installed account UI could not be registered"
+for build in pc examples-build; do
+  if [ "$build" = pc ]; then export LD_LIBRARY_PATH=$libdir; else unset LD_LIBRARY_PATH; fi
+  "$prefix/bin/sso-simulator" ctl sign-out >/dev/null
+  status=0
+  out=$(SSO_PLATFORM_APP_ID=org.example.signin timeout 60 "$work/$build/sign_in_token" \
+    --timeout 30) || status=$?
+  echo "$out" | sed "s/^/  sign_in_token ($build): /"
+  [ "$status" -eq 0 ] || fail "sign_in_token ($build) exited with $status"
+  grep -qx "login notification: signed in as jamie.rivera@example.com" <<<"$out" ||
+    fail "sign_in_token ($build) heard no sign-in"
+  grep -q "^access token: AT\.[^ ]*\.\.\. (" <<<"$out" || fail "sign_in_token ($build) got no token"
 done
 echo "install test passed"

@@ -10,13 +10,16 @@ here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "${1:?usage: valgrind_run.sh BUILD_DIR [JOBS]}" && pwd)
 jobs=${2:-2}
 
-# binary (under tests/integration) and the gtest filter of what runs from it.
+# binary (under tests/integration, or under tests/ when it names its
+# directory) and the gtest filter of what runs from it.
 selection=(
   "test_requests_tuples Requests.*:EveryMember/RequestsPerMember.DeliversTheResult*"
   "test_requests_edges Requests.ManyThreads*:Requests.UserJsonInfo*:Requests.TheDscRequest*:Requests.WithTheDebugMarker*"
   "test_requests_whitelist Whitelist.*"
   "test_login_notification_e2e *"
   "test_account_state *"
+  "cxx/test_cxx_requests CxxRequests.TokensAndAuthCodes*:CxxRequests.ADeadline*:CxxRequests.ManyThreads*"
+  "cxx/test_cxx_subscriptions CxxSubscriptions.ASubscriptionDestroyed*"
 )
 
 logs=$(mktemp -d "${TMPDIR:-/tmp}/sso-valgrind-XXXXXX")
@@ -28,6 +31,7 @@ for entry in "${selection[@]}"; do
   bin=${entry%% *}
   filter=${entry#* }
   exe="$build/tests/integration/$bin"
+  [[ $bin != */* ]] || exe="$build/tests/$bin"
   if [ ! -x "$exe" ]; then
     echo "valgrind: $exe is missing" >&2
     exit 1
