@@ -233,10 +233,11 @@ SSO_API int sso_check_alive(void);
  * account UI functions keep working. A second call does nothing.
  *
  * Any thread except "SSOProxyMonitor": never call it from a result callback,
- * since it joins the thread that callback runs on. Blocks until the thread
- * has ended, that is until a callback running there has returned; when no
- * request was made yet, the link is first brought up (up to 10 s) and then
- * given up at once.
+ * since it joins the thread that callback runs on. Never waits on the bus:
+ * a request blocked on the service or inside the link's set-up on another
+ * thread is cut short (it returns -1), and when no request was made yet no
+ * link is brought up. Blocks only until the thread has ended, that is until
+ * a callback running there has returned.
  */
 SSO_API void sso_give_proxy(void);
 

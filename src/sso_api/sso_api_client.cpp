@@ -485,13 +485,11 @@ SSO_API_CATCH(-1)
 SSO_API void sso_give_proxy(void)
 try {
     SSOAPIBusyScope busy;
-    CSSOSvcGdbus *transport =
-        SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSvcGdbus>::GetInstance() : nullptr;
-    if (transport == nullptr) {
+    if (!SSOAPIUtil::IsClientAlive()) {
         SSO_LOG_CHECK_NULL("pDBusInstance is null");
         return;
     }
-    transport->GiveProxy();
+    CSSOSvcGdbus::GiveProxyOfProcess();
 }
 SSO_API_CATCH_VOID
 

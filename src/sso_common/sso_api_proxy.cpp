@@ -115,8 +115,15 @@ CSSOSvcGdbus::~CSSOSvcGdbus()
     SSO_LOG_END();
 }
 
+std::atomic<bool> CSSOSvcGdbus::s_bProcessGaveProxy{false};
+
 void CSSOSvcGdbus::PostCreateInstance()
 {
+    if (s_bProcessGaveProxy.load()) {
+        // Made only to be given up: no link to bring up.
+        m_bGivenProxy.store(true, std::memory_order_release);
+        return;
+    }
     (void)m_GetProxy(SSOClock::now());
 }
 
@@ -830,6 +837,19 @@ void CSSOSvcGdbus::CancelCalls()
     pthread_mutex_lock(&m_mutexName);
     pthread_cond_broadcast(&m_condName);
     pthread_mutex_unlock(&m_mutexName);
+}
+
+void CSSOSvcGdbus::GiveProxyOfProcess()
+{
+    // First the flag, then the look: a transport whose making began after
+    // the look sees the flag and never connects.
+    s_bProcessGaveProxy.store(true);
+    // Not GetInstance: a set-up under way holds the singleton's lock until it
+    // ends, and this must cut it short instead.
+    CSSOSvcGdbus *transport = SSOAPISingleton<CSSOSvcGdbus>::PeekConstructedInstance();
+    if (transport == nullptr)
+        transport = SSOAPISingleton<CSSOSvcGdbus>::GetInstance();
+    transport->GiveProxy();
 }
 
 void CSSOSvcGdbus::GiveProxy()

@@ -81,6 +81,12 @@ public:
     // called on the monitor thread, that thread ends after its callback).
     void GiveProxy();
 
+    // sso_give_proxy: gives the process's link up without waiting for a
+    // set-up under way on another thread (it is cut short) and without
+    // bringing a link up first when there is none yet. Any thread but the
+    // monitor; never waits on the bus.
+    static void GiveProxyOfProcess();
+
     // For the unload: every call waiting for the service or for the link's
     // set-up, and every later one, fails at once. Any thread; never blocks.
     void CancelCalls();
@@ -163,7 +169,10 @@ private:
     // m_mutexProxy; read by any thread (request ids, the dispatcher's check).
     std::atomic<unsigned long> m_proxyMonitorThreadId{0};
     std::atomic<bool> m_bGivenProxy{false}; // set once, under m_mutexProxy
-    bool m_bProxyMonitorCreated = false;    // guarded by m_mutexProxy
+    // Set once by GiveProxyOfProcess: a transport made afterwards starts
+    // given up instead of connecting.
+    static std::atomic<bool> s_bProcessGaveProxy;
+    bool m_bProxyMonitorCreated = false; // guarded by m_mutexProxy
 
     // Link set-up, tear-down, handler registration. Threads that find a
     // set-up under way wait for this lock with their own deadline.

@@ -237,12 +237,13 @@ TEST_F(Transport, AfterGiveProxyNoRequestReachesTheBus)
     EXPECT_EQ(log().Count("already terminated"), before + 1);
 }
 
-TEST_F(Transport, GiveProxyBeforeAnyRequestConnectsThenGivesUp)
+TEST_F(Transport, GiveProxyBeforeAnyRequestGivesUpWithoutConnecting)
 {
     sso_give_proxy();
-    EXPECT_TRUE(log().Contains("m_bProxyMonitorCreated = 1"));
-    EXPECT_TRUE(log().Contains("m_bProxyMonitorCreated = 0"));
+    EXPECT_FALSE(log().Contains("m_bProxyMonitorCreated = 1"));
+    EXPECT_FALSE(sim_.NameHasOwner(ClientBusName()));
     EXPECT_EQ(sso_check_alive(), -1);
+    EXPECT_TRUE(log().Contains("d-bus connection and proxy-monitor are already terminated"));
     EXPECT_TRUE(sim_.Journal().empty());
 }
 
