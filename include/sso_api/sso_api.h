@@ -16,7 +16,9 @@
  * free(); results of service requests arrive on the library's own
  * "SSOProxyMonitor" thread; login, account-view and account-UI
  * notifications arrive on the thread that runs the application's GLib main
- * loop.
+ * loop. A child process that goes on without exec() after fork() gets a link
+ * of its own at its first request; what the parent set up (its results, its
+ * callbacks) stays the parent's (see @ref fork).
  */
 #ifndef SSO_API_SSO_API_H
 #define SSO_API_SSO_API_H

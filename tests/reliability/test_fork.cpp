@@ -179,4 +179,19 @@ TEST_F(AfterFork, AChildOfAParentWithoutALinkMakesItsOwn)
     EXPECT_TRUE(ssotest::WaitUntil([] { return ReceivedLog::Get().CountFor(&parentFirst) == 1; }));
 }
 
+TEST_F(AfterFork, AChildOfAParentThatGaveItsLinkUpHasNone)
+{
+    static int parentFirst;
+    ASSERT_EQ(Send(&parentFirst), 0);
+    sso_give_proxy();
+    SetExitSignalBlocked(true);
+    ssotest::ChildProcess child = ssotest::ChildProcess::Fork([] { return ChildMain(); });
+    SetExitSignalBlocked(false);
+    ASSERT_TRUE(child.WaitForOutput("\n", std::chrono::seconds(20))) << child.output();
+    EXPECT_EQ(ParseReport(child.output()).accepted, -1) << child.output();
+    EXPECT_FALSE(sim_.NameHasOwner(ClientBusName(child.pid())));
+    child.Kill(SIGUSR1);
+    EXPECT_EQ(child.Wait(std::chrono::seconds(30)), 0);
+}
+
 } // namespace
