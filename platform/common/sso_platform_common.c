@@ -1,6 +1,7 @@
 #define _GNU_SOURCE
 #include "sso_platform_common.h"
 
+#include <dlog.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -115,23 +116,55 @@ fail:
     return -1;
 }
 
-int sso_platform_read_file(const char *path, size_t max_len, char **data, size_t *len)
+const char *sso_platform_file_kind(mode_t mode)
 {
-    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (S_ISFIFO(mode))
+        return "a FIFO";
+    if (S_ISCHR(mode))
+        return "a character device";
+    if (S_ISBLK(mode))
+        return "a block device";
+    if (S_ISSOCK(mode))
+        return "a socket";
+    if (S_ISDIR(mode))
+        return "a directory";
+    return "a file of another kind";
+}
+
+int sso_platform_open_regular(const char *path, struct stat *st)
+{
+    /* Non-blocking: opening a FIFO for reading would wait for a writer, and
+     * a device may wait for its hardware. Whatever it is, it is only looked
+     * at (fstat) and closed. */
+    int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0)
         return -1;
-    struct stat st;
-    if (fstat(fd, &st) != 0) {
+    struct stat local;
+    if (!st)
+        st = &local;
+    if (fstat(fd, st) != 0) {
         int saved = errno;
         close(fd);
         errno = saved;
         return -1;
     }
-    if (!S_ISREG(st.st_mode)) {
+    if (!S_ISREG(st->st_mode)) {
         close(fd);
+        dlog_print(DLOG_WARN, SSO_PLATFORM_LOG_TAG,
+                   "%s is %s, not a regular file: refused without reading it", path,
+                   sso_platform_file_kind(st->st_mode));
         errno = EINVAL;
         return -1;
     }
+    return fd;
+}
+
+int sso_platform_read_file(const char *path, size_t max_len, char **data, size_t *len)
+{
+    struct stat st;
+    int fd = sso_platform_open_regular(path, &st);
+    if (fd < 0)
+        return -1;
     if ((size_t)st.st_size > max_len) {
         close(fd);
         errno = EFBIG;

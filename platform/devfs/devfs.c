@@ -6,7 +6,10 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <dlog.h>
 
 #include "sso_platform_common.h"
 
@@ -34,4 +37,20 @@ SSO_PLATFORM_EXPORT int devfs_access(const char *device_path, int mode)
     if (devfs_resolve(device_path, path, sizeof(path)) != 0)
         return -1;
     return access(path, mode);
+}
+
+SSO_PLATFORM_EXPORT int devfs_marker_present(const char *device_path)
+{
+    char path[PATH_MAX];
+    if (devfs_resolve(device_path, path, sizeof(path)) != 0)
+        return -1;
+    struct stat st;
+    if (stat(path, &st) != 0)
+        return errno == ENOENT || errno == ENOTDIR ? 0 : -1;
+    if (S_ISREG(st.st_mode))
+        return 1;
+    dlog_print(DLOG_WARN, SSO_PLATFORM_LOG_TAG, "%s is %s, not a regular file: no marker", path,
+               sso_platform_file_kind(st.st_mode));
+    errno = EINVAL;
+    return -1;
 }

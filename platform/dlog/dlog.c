@@ -88,7 +88,11 @@ static void configure_locked(void)
         } else if (strcmp(dest, "none") == 0) {
             kind = DEST_NONE;
         } else if (strncmp(dest, "file:", 5) == 0 && dest[5] != '\0') {
-            fd = open(dest + 5, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+            /* Non-blocking: a FIFO nobody reads must not hang the process at
+             * its first log line (the open fails, lines go to stderr), nor a
+             * full one at a later line (that line is dropped). */
+            fd = open(dest + 5, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK | O_NOCTTY,
+                      0644);
             kind = fd >= 0 ? DEST_FILE : DEST_STDERR;
         }
     }

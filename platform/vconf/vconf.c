@@ -224,13 +224,14 @@ static int read_key(const char *key, struct value *v)
 }
 
 /* The type of the key stored at path, VCONF_TYPE_NONE when there is none
- * (or its file is not one this library understands, so a write repairs it). */
+ * (or its file is not one this library understands, so a write repairs it:
+ * what is not a regular file, a FIFO say, is never read, only replaced). */
 static int stored_type(const char *path, int *type)
 {
     *type = VCONF_TYPE_NONE;
-    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    int fd = sso_platform_open_regular(path, NULL);
     if (fd < 0) {
-        if (errno == ENOENT || errno == ENOTDIR)
+        if (errno == ENOENT || errno == ENOTDIR || errno == EINVAL)
             return VCONF_OK;
         return read_error(errno);
     }

@@ -19,7 +19,8 @@ pthread_mutex_t SSOAPIUtil::m_mutexClientAlive = PTHREAD_MUTEX_INITIALIZER;
 namespace sso_log_detail {
 bool IsDevelMode()
 {
-    return devfs_access("/etc/debug", F_OK) == 0;
+    // Only a regular file counts: a FIFO or a device there is no marker.
+    return devfs_marker_present("/etc/debug") == 1;
 }
 } // namespace sso_log_detail
 
@@ -171,7 +172,9 @@ std::string SSOAPIUtil::GetObjectName(int processId)
 
 bool SSOAPIUtil::DoesFileExist(std::string path)
 {
-    if (devfs_access(path.c_str(), F_OK) == 0) {
+    // Marker files: only a regular file counts (the platform logs anything
+    // else found there).
+    if (devfs_marker_present(path.c_str()) == 1) {
         SSO_LOGP("[%s] exist", path.c_str());
         return true;
     }

@@ -26,7 +26,8 @@ public:
     static std::string GetAppId(int processId);
     // "obj" + pid + "_" + GetAppId(pid).
     static std::string GetObjectName(int processId);
-    // Existence test of a device path (/etc/debug and the like).
+    // Whether a marker file (/etc/debug and the like) is present: a regular
+    // file only; never opened.
     static bool DoesFileExist(std::string path);
 
     // "obj<pid>" of the peer that sent a D-Bus message: the bus's answer,

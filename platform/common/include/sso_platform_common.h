@@ -8,6 +8,7 @@
 
 #include <limits.h>
 #include <stddef.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 /* Marks the definitions that a platform library exports; everything else in
@@ -36,10 +37,25 @@ int sso_platform_mkdirs(const char *path, mode_t mode);
  * -1 with errno set. */
 int sso_platform_write_atomic(const char *path, const void *data, size_t len, mode_t mode);
 
+/* Opens path for reading without ever blocking on what is there: only a
+ * regular file (or a link to one) is opened. A FIFO, a device, a socket or a
+ * directory is refused at once: -1 with errno EINVAL, and a warning in the
+ * platform log (tag SSO_PLATFORM_LOG_TAG) that names the path and what it
+ * is. Otherwise the descriptor (close-on-exec, non-blocking, no controlling
+ * terminal) is returned and *st filled when st is not NULL. */
+int sso_platform_open_regular(const char *path, struct stat *st);
+
 /* Reads the whole file into a malloc'ed buffer with a terminating NUL byte
- * that is not counted in *len. Files above max_len bytes fail with EFBIG.
+ * that is not counted in *len. Files above max_len bytes fail with EFBIG;
+ * anything but a regular file is refused as sso_platform_open_regular does.
  * Returns 0 or -1 with errno set. */
 int sso_platform_read_file(const char *path, size_t max_len, char **data, size_t *len);
+
+/* What a file of this mode is, for a log line: "a FIFO", "a directory"... */
+const char *sso_platform_file_kind(mode_t mode);
+
+/* The tag of the platform's own log lines. */
+#define SSO_PLATFORM_LOG_TAG "SSO_PLATFORM"
 
 /* The longest file name the platform makes for a stored item: the atomic
  * writer's temporary ".<name>.XXXXXX" must still fit NAME_MAX. */

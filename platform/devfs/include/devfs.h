@@ -18,6 +18,13 @@ extern "C" {
 /* access(2) on the device path. Returns 0 or -1 with errno set. */
 int devfs_access(const char *device_path, int mode);
 
+/* Whether a marker file is at the device path: 1 when a regular file (or a
+ * link to one) is there, 0 when nothing is. Anything else there (a FIFO, a
+ * device, a socket, a directory) is no marker: -1 with errno EINVAL and a
+ * warning in the platform log naming it; -1 with errno set too when the path
+ * cannot be looked at. Never opens the file, so never blocks on it. */
+int devfs_marker_present(const char *device_path);
+
 /* Writes the host path that stands for device_path into buf. Returns 0, or -1
  * (errno ENAMETOOLONG or EINVAL) when it cannot. */
 int devfs_resolve(const char *device_path, char *buf, size_t size);

@@ -61,7 +61,11 @@ typedef void (*vconf_callback_fn)(keynode_t *node, void *user_data);
  * Reads. A missing key fails with VCONF_ERROR_FILE_NO_ENT, a key of another
  * type with VCONF_ERROR_WRONG_TYPE, an unreadable store with another
  * VCONF_ERROR_FILE_* code; *val is left untouched on failure. A bool reads as
- * 0 or 1. */
+ * 0 or 1. A key whose file is not a regular file (a FIFO, a device, a
+ * directory, or a link to one) is never opened for reading in a way that
+ * could block: it fails at once with VCONF_ERROR_FILE_OPEN and a warning in
+ * the platform log naming the file; a write replaces such a file (a
+ * directory cannot be replaced: VCONF_ERROR_FILE_WRITE). */
 int vconf_get_int(const char *key, int *val);
 int vconf_get_bool(const char *key, int *val);
 /* Returns a malloc'ed copy of a string key that the caller frees, or NULL
