@@ -10,9 +10,7 @@
 //          calls exit(0) whatever the request is doing.
 //
 // Every line it prints ends with a flush, so the test reads it at once.
-#include <pthread.h>
 #include <semaphore.h>
-#include <signal.h>
 #include <time.h>
 
 #include <chrono>
@@ -22,6 +20,7 @@
 #include <cstring>
 #include <thread>
 
+#include "exit_signal.h"
 #include "sso_api/sso_api.h"
 
 namespace {
@@ -52,23 +51,9 @@ void Say(const char *format, ...)
     fflush(stdout);
 }
 
-// SIGUSR1 is blocked in every thread (threads inherit the mask), so only
-// sigwait takes it.
-void BlockExitSignal()
-{
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGUSR1);
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
-}
-
 [[noreturn]] void ExitOnSignal()
 {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGUSR1);
-    int sig = 0;
-    sigwait(&set, &sig);
+    reliability::WaitForExitSignal();
     exit(0);
 }
 
@@ -76,7 +61,7 @@ void BlockExitSignal()
 
 int main(int argc, char **argv)
 {
-    BlockExitSignal();
+    reliability::SetExitSignalBlocked(true);
     sem_init(&g_result, 0, 0);
     const char *mode = argc > 1 ? argv[1] : "";
 

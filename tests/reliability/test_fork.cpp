@@ -12,6 +12,7 @@
 #include <string>
 
 #include "SSOAPIClientUtil.h"
+#include "exit_signal.h"
 #include "reliability_support.h"
 #include "sso_api/sso_api.h"
 
@@ -20,6 +21,7 @@ namespace {
 using reliability::Ms;
 using reliability::ReceivedLog;
 using reliability::RecordingCb;
+using reliability::SetExitSignalBlocked;
 using reliability::Timed;
 
 constexpr const char *kAppId = "org.example.fork";
@@ -55,14 +57,6 @@ ChildReport ParseReport(const std::string &output)
     return r;
 }
 
-void SetExitSignalBlocked(bool blocked)
-{
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGUSR1);
-    pthread_sigmask(blocked ? SIG_BLOCK : SIG_UNBLOCK, &set, nullptr);
-}
-
 // Runs in the forked child: one request, its result, a report; then exit()
 // (with the library's tear-down) when the parent sends SIGUSR1.
 int ChildMain()
@@ -78,11 +72,7 @@ int ChildMain()
            ReceivedLog::Get().CountFor(&childRequest), got ? all[0].thread.c_str() : "-",
            SSOAPIClientUtil::GetDBusObjectName().c_str(), SSOAPIClientUtil::GetDBusProxyThreadId());
     fflush(stdout);
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGUSR1);
-    int sig = 0;
-    sigwait(&set, &sig);
+    reliability::WaitForExitSignal();
     exit(0);
 }
 

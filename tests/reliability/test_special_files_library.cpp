@@ -29,14 +29,12 @@ using GetLoginStateFn = int (*)(sso_login_state *);
 using GetGuidFn = int (*)(char **);
 
 // Loads the library in this (child) process and calls fn with it; 1000 when
-// it could not be loaded.
+// it could not be loaded. The child ends with the library loaded.
 template <typename Fn> int WithLibrary(const char *symbol, int (*call)(Fn))
 {
     void *handle = dlopen(SSO_API_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr)
-        return 1000;
-    auto fn = reinterpret_cast<Fn>(dlsym(handle, symbol));
-    return fn != nullptr ? call(fn) : 1001;
+    auto fn = handle != nullptr ? reinterpret_cast<Fn>(dlsym(handle, symbol)) : nullptr;
+    return fn != nullptr ? call(fn) : 1000;
 }
 
 int LoginState(GetLoginStateFn fn)

@@ -2,22 +2,17 @@
 // a request blocked on a slow service. Nothing may run in the unloaded code
 // afterwards: no callback is called, the library's thread is joined, and the
 // process holds what it held before the library was loaded.
-#include <dlfcn.h>
-#include <gio/gio.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <future>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "reliability_support.h"
 #include "sso_api/sso_api.h"
-
-#ifndef SSO_API_LIBRARY
-#error "SSO_API_LIBRARY must name the built libsso_api.so"
-#endif
+#include "unload_support.h"
 
 namespace {
 
@@ -57,42 +52,29 @@ protected:
         // before the library comes, as the library's first request would:
         // they are GLib's, and stay.
         (void)sim_.Accounts();
-        GTask *task = g_task_new(nullptr, nullptr, nullptr, nullptr);
-        g_task_run_in_thread_sync(task, [](GTask *t, gpointer, gpointer, GCancellable *) {
-            g_task_return_boolean(t, TRUE);
-        });
-        g_object_unref(task);
-        before_ = reliability::Holdings::Now();
+        before_ = reliability::HoldingsWithGlibThreads();
         fdList_ = reliability::OpenFds();
     }
 
     void TearDown() override
     {
-        if (handle_ != nullptr)
-            dlclose(handle_);
+        library_.reset();
         SimulatorTest::TearDown();
     }
 
     void Load()
     {
-        handle_ = dlopen(SSO_API_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(handle_, nullptr) << dlerror();
-        request_ =
-            reinterpret_cast<RequestFn>(dlsym(handle_, "sso_request_authcode_for_other_device"));
-        check_ = reinterpret_cast<CheckFn>(dlsym(handle_, "sso_check_alive"));
-        ASSERT_NE(request_, nullptr);
-        ASSERT_NE(check_, nullptr);
+        library_.reset(new reliability::LoadedLibrary);
+        library_->Load();
+        library_->Find("sso_request_authcode_for_other_device", request_);
+        library_->Find("sso_check_alive", check_);
     }
 
-    // dlclose, and the library really went: its destructor logged.
+    // dlclose, and the library really went.
     void Unload_()
     {
-        log().Clear();
-        ASSERT_EQ(dlclose(handle_), 0);
-        handle_ = nullptr;
+        library_->Unload(log(), kAppId);
         g_unloaded = true;
-        EXPECT_TRUE(log().Contains("m_appId[" + std::string(kAppId) + "] Alive[0]"))
-            << "the library was not unloaded";
     }
 
     void ExpectBackToBeforeTheLoad()
@@ -108,7 +90,7 @@ protected:
                kAppId;
     }
 
-    void *handle_ = nullptr;
+    std::unique_ptr<reliability::LoadedLibrary> library_;
     RequestFn request_ = nullptr;
     CheckFn check_ = nullptr;
     reliability::Holdings before_;

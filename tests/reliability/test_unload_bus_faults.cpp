@@ -2,20 +2,16 @@
 // the unload waits on nothing the bus does, cuts a set-up in progress short,
 // joins the library's threads and leaves the process holding what it held
 // before the library was loaded.
-#include <dlfcn.h>
-#include <gio/gio.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 
 #include "bus_fault_support.h"
 #include "sso_api/sso_api.h"
-
-#ifndef SSO_API_LIBRARY
-#error "SSO_API_LIBRARY must name the built libsso_api.so"
-#endif
+#include "unload_support.h"
 
 namespace {
 
@@ -34,42 +30,27 @@ protected:
         setenv("SSO_PLATFORM_APP_ID", kAppId, 1);
         BusFaultTest::SetUp();
         ReceivedLog::Get().Clear();
-        // GLib's own threads come before the library, as in the other
-        // unload tests: they are GLib's and stay.
         (void)sim_.Accounts();
-        GTask *task = g_task_new(nullptr, nullptr, nullptr, nullptr);
-        g_task_run_in_thread_sync(task, [](GTask *t, gpointer, gpointer, GCancellable *) {
-            g_task_return_boolean(t, TRUE);
-        });
-        g_object_unref(task);
-        before_ = reliability::Holdings::Now();
+        before_ = reliability::HoldingsWithGlibThreads();
     }
 
     void TearDown() override
     {
-        if (handle_ != nullptr)
-            dlclose(handle_);
+        library_.reset();
         BusFaultTest::TearDown();
     }
 
     void Load()
     {
-        handle_ = dlopen(SSO_API_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(handle_, nullptr) << dlerror();
-        request_ =
-            reinterpret_cast<RequestFn>(dlsym(handle_, "sso_request_authcode_for_other_device"));
-        ASSERT_NE(request_, nullptr);
+        library_.reset(new reliability::LoadedLibrary);
+        library_->Load();
+        library_->Find("sso_request_authcode_for_other_device", request_);
     }
 
-    // dlclose, timed; the library really went (its destructor logged).
+    // dlclose, timed; the library really went.
     long long Unload()
     {
-        log().Clear();
-        long long took = Timed([&] { EXPECT_EQ(dlclose(handle_), 0); }).count();
-        handle_ = nullptr;
-        EXPECT_TRUE(log().Contains("m_appId[" + std::string(kAppId) + "] Alive[0]"))
-            << "the library was not unloaded";
-        return took;
+        return Timed([&] { library_->Unload(log(), kAppId); }).count();
     }
 
     void ExpectBackToBeforeTheLoad()
@@ -79,7 +60,7 @@ protected:
             << reliability::OpenFds();
     }
 
-    void *handle_ = nullptr;
+    std::unique_ptr<reliability::LoadedLibrary> library_;
     RequestFn request_ = nullptr;
     reliability::Holdings before_;
 };
