@@ -4,9 +4,12 @@
 #pragma once
 
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/types.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 #include <ostream>
 #include <string>
@@ -18,16 +21,36 @@ namespace reliability {
 // Hung: the daemon is stopped (SIGSTOP). Its socket still takes connections
 // into the kernel's queue, and nothing is ever read from them or answered.
 // Gone: the daemon is stopped for good and its socket removed.
-enum class BusFault { Hung, Gone };
+// Refused: the daemon is gone and its socket file left behind with nobody
+// listening, so connecting is refused.
+enum class BusFault { Hung, Gone, Refused };
+
+inline const char *BusFaultText(BusFault fault)
+{
+    switch (fault) {
+    case BusFault::Hung:
+        return "Hung";
+    case BusFault::Gone:
+        return "Gone";
+    default:
+        return "Refused";
+    }
+}
 
 inline std::string BusFaultName(const ::testing::TestParamInfo<BusFault> &info)
 {
-    return info.param == BusFault::Hung ? "Hung" : "Gone";
+    return BusFaultText(info.param);
 }
 
 inline void PrintTo(BusFault fault, std::ostream *os)
 {
-    *os << (fault == BusFault::Hung ? "Hung" : "Gone");
+    *os << BusFaultText(fault);
+}
+
+// Every fault, for INSTANTIATE_TEST_SUITE_P.
+inline auto AllBusFaults()
+{
+    return ::testing::Values(BusFault::Hung, BusFault::Gone, BusFault::Refused);
 }
 
 // Every thread of pid is stopped (state T in its stat line).
@@ -55,7 +78,8 @@ inline bool TransportCreated(const ssotest::LogCapture &log, pid_t pid)
     return !log.LinesWith({"m_processId(" + std::to_string(pid) + ")", "m_objectName("}).empty();
 }
 
-// A simulator on a private bus that a test can break and mend.
+// A simulator on a private bus that a test can break and mend (Gone and
+// Refused: a new daemon on the same socket, and a new simulator).
 class BusFaultTest : public ssotest::SimulatorTest, public ::testing::WithParamInterface<BusFault> {
 protected:
     void TearDown() override
@@ -76,7 +100,9 @@ protected:
             ASSERT_TRUE(ssotest::WaitUntil([&] { return AllThreadsStopped(stopped_); }));
         } else {
             bus_.Stop();
-            unlink((bus_.dir() + "/system_bus_socket").c_str());
+            unlink(SocketPath().c_str());
+            if (GetParam() == BusFault::Refused)
+                LeaveDeadSocket();
         }
     }
 
@@ -88,9 +114,27 @@ protected:
             kill(stopped_, SIGCONT);
             stopped_ = -1;
         } else {
+            unlink(SocketPath().c_str());
             bus_.Start();
             sim_.Restart();
         }
+    }
+
+    std::string SocketPath() const { return bus_.dir() + "/system_bus_socket"; }
+
+    // A socket file nobody listens on: bound, then closed.
+    void LeaveDeadSocket()
+    {
+        int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        ASSERT_GE(fd, 0);
+        struct sockaddr_un addr;
+        memset(&addr, 0, sizeof(addr));
+        addr.sun_family = AF_UNIX;
+        const std::string path = SocketPath();
+        ASSERT_LT(path.size(), sizeof(addr.sun_path));
+        memcpy(addr.sun_path, path.c_str(), path.size());
+        EXPECT_EQ(bind(fd, reinterpret_cast<struct sockaddr *>(&addr), sizeof(addr)), 0);
+        close(fd);
     }
 
     pid_t stopped_ = -1;

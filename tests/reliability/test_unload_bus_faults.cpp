@@ -1,7 +1,7 @@
-// Unloading the library (dlclose) while the system bus hangs or is gone:
-// the unload waits on nothing the bus does, cuts a set-up in progress short,
-// joins the library's threads and leaves the process holding what it held
-// before the library was loaded.
+// Unloading the library (dlclose) while the system bus hangs, is gone or
+// refuses connections: the unload waits on nothing the bus does, cuts a
+// set-up in progress short, joins the library's threads and leaves the
+// process holding what it held before the library was loaded.
 #include <unistd.h>
 
 #include <atomic>
@@ -15,7 +15,6 @@
 
 namespace {
 
-using reliability::BusFault;
 using reliability::ReceivedLog;
 using reliability::Timed;
 
@@ -95,7 +94,7 @@ TEST_P(UnloadBusFaults, WithARequestInsideTheSetUpTakesUnderTwoSeconds)
     ExpectBackToBeforeTheLoad();
 }
 
-INSTANTIATE_TEST_SUITE_P(Bus, UnloadBusFaults, ::testing::Values(BusFault::Hung, BusFault::Gone),
+INSTANTIATE_TEST_SUITE_P(Bus, UnloadBusFaults, reliability::AllBusFaults(),
                          reliability::BusFaultName);
 
 } // namespace
