@@ -8,6 +8,9 @@
 //   setup  a thread makes one request (which may be stuck in the link's
 //          set-up), after "calling"; the main thread waits for SIGUSR1 and
 //          calls exit(0) whatever the request is doing.
+//   call   as idle, but on SIGUSR2 first a thread makes one more request
+//          (which may be stuck waiting for the bus's answer), after
+//          "calling"; then exit(0) on SIGUSR1.
 //
 // Every line it prints ends with a flush, so the test reads it at once.
 #include <semaphore.h>
@@ -51,6 +54,21 @@ void Say(const char *format, ...)
     fflush(stdout);
 }
 
+// A request on a thread of its own, after "calling". Detached: exit() must
+// not wait for it, and neither does the library.
+void RequestOnAThread()
+{
+    std::thread([] {
+        auto start = std::chrono::steady_clock::now();
+        int rc = Request();
+        long long ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                           std::chrono::steady_clock::now() - start)
+                           .count();
+        Say("returned %d %lld", rc, ms);
+    }).detach();
+    Say("calling");
+}
+
 [[noreturn]] void ExitOnSignal()
 {
     reliability::WaitForExitSignal();
@@ -65,7 +83,7 @@ int main(int argc, char **argv)
     sem_init(&g_result, 0, 0);
     const char *mode = argc > 1 ? argv[1] : "";
 
-    if (strcmp(mode, "idle") == 0) {
+    if (strcmp(mode, "idle") == 0 || strcmp(mode, "call") == 0) {
         int rc = Request();
         if (rc == 0) {
             struct timespec until;
@@ -74,23 +92,18 @@ int main(int argc, char **argv)
             sem_timedwait(&g_result, &until);
         }
         Say("linked %d %d", rc, g_resultCode);
+        if (strcmp(mode, "call") == 0) {
+            reliability::WaitForSignal(SIGUSR2);
+            RequestOnAThread();
+        }
         ExitOnSignal();
     }
 
     if (strcmp(mode, "setup") == 0) {
-        // Detached: exit() must not wait for it, and neither does the library.
-        std::thread([] {
-            auto start = std::chrono::steady_clock::now();
-            int rc = Request();
-            long long ms = std::chrono::duration_cast<std::chrono::milliseconds>(
-                               std::chrono::steady_clock::now() - start)
-                               .count();
-            Say("returned %d %lld", rc, ms);
-        }).detach();
-        Say("calling");
+        RequestOnAThread();
         ExitOnSignal();
     }
 
-    fprintf(stderr, "usage: %s idle|setup\n", argv[0]);
+    fprintf(stderr, "usage: %s idle|setup|call\n", argv[0]);
     return 2;
 }

@@ -73,6 +73,13 @@ protected:
         return caller;
     }
 
+    // Process pid logged n calls to the service (the transport logs each
+    // before it waits for the bus).
+    bool CallsLogged(pid_t pid, size_t n)
+    {
+        return log().LinesWith({" " + std::to_string(pid) + " ", "m_objectName ["}).size() >= n;
+    }
+
     // The fault app's exit: from being told to, to its reaping.
     long long ExitTime(ssotest::ChildProcess &app)
     {
@@ -144,6 +151,29 @@ TEST_P(BusFaults, GiveProxyWithARequestInsideTheSetUpTakesUnderASecond)
     EXPECT_EQ(sso_check_alive(), -1);
 }
 
+TEST_P(BusFaults, GiveProxyWithARequestWaitingForTheBusTakesUnderASecond)
+{
+    Link();
+    BreakBus();
+    std::atomic<int> result{-2};
+    std::thread caller([&result] {
+        static int waiting;
+        result = Send(&waiting);
+    });
+    // The second call (the first was the link's): waiting for the bus, or
+    // already failed when nobody can be reached.
+    ASSERT_TRUE(ssotest::WaitUntil([&] { return CallsLogged(getpid(), 2) || result != -2; }));
+    auto given = reliability::Clock::now();
+    long long took = Timed([] { sso_give_proxy(); }).count();
+    caller.join();
+    long long callerLeft =
+        std::chrono::duration_cast<Ms>(reliability::Clock::now() - given).count();
+
+    EXPECT_LT(took, kTearDownBoundMs);
+    EXPECT_EQ(result.load(), -1);
+    EXPECT_LT(callerLeft, kTearDownBusyBoundMs);
+}
+
 TEST_P(BusFaults, GiveProxyBeforeAnyRequestTakesUnderASecond)
 {
     BreakBus();
@@ -171,6 +201,22 @@ TEST_P(BusFaults, AClientWithARequestInsideTheSetUpExitsWithinTwoSeconds)
     ASSERT_TRUE(app.WaitForOutput("calling"));
     const pid_t pid = app.pid();
     ASSERT_TRUE(ssotest::WaitUntil([&] { return reliability::TransportCreated(log(), pid); }));
+    EXPECT_LT(ExitTime(app), kTearDownBusyBoundMs);
+}
+
+TEST_P(BusFaults, AClientWithARequestWaitingForTheBusExitsWithinTwoSeconds)
+{
+    ssotest::ChildProcess app = ssotest::ChildProcess::Spawn({SSO_FAULT_APP, "call"});
+    ASSERT_TRUE(app.WaitForOutput("linked", std::chrono::seconds(20)));
+    ASSERT_TRUE(app.WaitForOutput("\n"));
+    ASSERT_NE(app.output().find("linked 0 "), std::string::npos) << app.output();
+    BreakBus();
+    app.Kill(SIGUSR2);
+    ASSERT_TRUE(app.WaitForOutput("calling"));
+    const pid_t pid = app.pid();
+    ASSERT_TRUE(ssotest::WaitUntil([&] {
+        return CallsLogged(pid, 2) || app.WaitForOutput("returned", Ms(20));
+    })) << app.output();
     EXPECT_LT(ExitTime(app), kTearDownBusyBoundMs);
 }
 
