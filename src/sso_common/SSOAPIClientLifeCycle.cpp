@@ -1,7 +1,9 @@
 #include "SSOAPIClientLifeCycle.h"
 
 #include <pthread.h>
-#include <time.h>
+
+#include <atomic>
+#include <thread>
 
 #include "CallerInformation.h"
 #include "SSOAPIUtil.h"
@@ -16,10 +18,15 @@ namespace {
 // The unload waits this long for them, then goes on anyway.
 constexpr std::chrono::milliseconds kBusyWait(500);
 constexpr std::chrono::milliseconds kBusyPoll(20);
+// A caller whose scope has closed still runs the few instructions that
+// return it out of the library. Once callers left during the unload, it
+// waits this much longer before the library's code may go away.
+constexpr std::chrono::milliseconds kLeaveGrace(20);
 
-pthread_mutex_t s_mutexBusy = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t s_condBusy = PTHREAD_COND_INITIALIZER;
-int s_busyScopes = 0; // guarded by s_mutexBusy
+// Open scopes. A closing scope only decrements it: a wake-up from there
+// would let the unload run (and the library be unmapped) before the caller
+// has returned out of the library's code, so the unload polls instead.
+std::atomic<int> s_busyScopes{0};
 
 // Callers waiting on the service, or on the link's set-up (which may still
 // be running inside the transport's creation), give up at once.
@@ -34,8 +41,6 @@ void ReleaseBlockedCallers()
 // starts with no caller inside and builds a link of its own when it needs one.
 void ForgetParentAfterFork()
 {
-    pthread_mutex_init(&s_mutexBusy, nullptr);
-    pthread_cond_init(&s_condBusy, nullptr);
     s_busyScopes = 0;
     SSOAPIUtil::ResetClientAliveLockAfterFork();
     CSSOSvcGdbus::ForgetAfterFork();
@@ -45,39 +50,28 @@ void ForgetParentAfterFork()
 
 SSOAPIBusyScope::SSOAPIBusyScope()
 {
-    pthread_mutex_lock(&s_mutexBusy);
-    ++s_busyScopes;
-    pthread_mutex_unlock(&s_mutexBusy);
+    s_busyScopes.fetch_add(1);
 }
 
 SSOAPIBusyScope::~SSOAPIBusyScope()
 {
-    pthread_mutex_lock(&s_mutexBusy);
-    if (--s_busyScopes == 0)
-        pthread_cond_broadcast(&s_condBusy);
-    pthread_mutex_unlock(&s_mutexBusy);
+    s_busyScopes.fetch_sub(1);
 }
 
 bool SSOAPIBusyScope::WaitUntilNoneOpen(void (*release)(), std::chrono::milliseconds timeout)
 {
     auto deadline = std::chrono::steady_clock::now() + timeout;
-    pthread_mutex_lock(&s_mutexBusy);
-    while (s_busyScopes > 0 && std::chrono::steady_clock::now() < deadline) {
+    bool waited = false;
+    while (s_busyScopes.load() > 0 && std::chrono::steady_clock::now() < deadline) {
+        waited = true;
         // Released again on every round: a caller still setting up the link
         // reaches its call only later.
-        pthread_mutex_unlock(&s_mutexBusy);
         release();
-        pthread_mutex_lock(&s_mutexBusy);
-        struct timespec until;
-        clock_gettime(CLOCK_REALTIME, &until);
-        until.tv_nsec += static_cast<long>(kBusyPoll.count()) * 1000000L;
-        until.tv_sec += until.tv_nsec / 1000000000L;
-        until.tv_nsec %= 1000000000L;
-        if (s_busyScopes > 0)
-            pthread_cond_timedwait(&s_condBusy, &s_mutexBusy, &until);
+        std::this_thread::sleep_for(kBusyPoll);
     }
-    bool idle = s_busyScopes == 0;
-    pthread_mutex_unlock(&s_mutexBusy);
+    bool idle = s_busyScopes.load() == 0;
+    if (idle && waited)
+        std::this_thread::sleep_for(kLeaveGrace);
     return idle;
 }
 
