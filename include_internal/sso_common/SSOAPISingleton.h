@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <system_error>
 
 #include "sso_log.h"
@@ -67,7 +68,14 @@ public:
     // again, whoever held it at the fork. For the atfork child handler only.
     static void ForgetInstanceAfterFork()
     {
-        m_pInstance.store(nullptr, std::memory_order_release);
+        // Never freed (its destructor would join threads the child does not
+        // have), but kept where a leak checker sees it held.
+        T *forgotten = m_pInstance.exchange(nullptr, std::memory_order_acq_rel);
+        for (size_t i = 0; forgotten != nullptr && i < kForgottenSlots; ++i)
+            if (m_pForgotten[i] == nullptr) {
+                m_pForgotten[i] = forgotten;
+                forgotten = nullptr;
+            }
         pthread_mutex_init(&m_mutexInstance, nullptr);
     }
 
@@ -105,9 +113,15 @@ private:
 
     static std::atomic<T *> m_pInstance;    // guarded by m_mutexInstance for writes
     static pthread_mutex_t m_mutexInstance; // non-recursive
+    // Instances of the parents of this process, one per fork (written only
+    // by the single-threaded atfork child handler).
+    static constexpr size_t kForgottenSlots = 8;
+    static T *m_pForgotten[kForgottenSlots];
 };
 
 template <typename T> std::atomic<T *> SSOAPISingleton<T>::m_pInstance{nullptr};
 
 template <typename T>
 pthread_mutex_t SSOAPISingleton<T>::m_mutexInstance = PTHREAD_MUTEX_INITIALIZER;
+
+template <typename T> T *SSOAPISingleton<T>::m_pForgotten[SSOAPISingleton<T>::kForgottenSlots] = {};

@@ -41,6 +41,7 @@ void ReleaseBlockedCallers()
 // starts with no caller inside and builds a link of its own when it needs one.
 void ForgetParentAfterFork()
 {
+    CSSOBusConnection::ChildAfterFork();
     s_busyScopes = 0;
     SSOAPIUtil::ResetClientAliveLockAfterFork();
     CSSOSvcGdbus::ForgetAfterFork();
@@ -80,7 +81,8 @@ SSOAPIClientLifeCycle::SSOAPIClientLifeCycle()
     SSO_LOG_START();
     SSOAPIUtil::SetClientToAlive();
     // Removed again by the C library when this library is unloaded.
-    pthread_atfork(nullptr, nullptr, ForgetParentAfterFork);
+    pthread_atfork(CSSOBusConnection::PrepareFork, CSSOBusConnection::ParentAfterFork,
+                   ForgetParentAfterFork);
     m_appId = SSOAPIUtil::GetAppId(-1);
     // The data cache is made at load; its first validation of the account
     // document runs here too.

@@ -450,6 +450,12 @@ void *CSSOSvcGdbus::m_RunProxyMonitor(void *instance)
         SSO_LOGE("pContext is null");
         return nullptr;
     }
+    // Inside the fork gate, but while the loop waits for something to do.
+    struct GLibWork {
+        GLibWork() { CSSOBusConnection::EnterGLibWork(); }
+        ~GLibWork() { CSSOBusConnection::LeaveGLibWork(); }
+    } work;
+    g_main_context_set_poll_func(context, CSSOBusConnection::PollOutsideForkGate);
     // Everything the link hands to this thread is dispatched here.
     g_main_context_push_thread_default(context);
 

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
+#include <time.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -45,6 +46,20 @@ void UntrackSocket(int fd)
         if (slot.compare_exchange_strong(expected, -1))
             return;
     }
+}
+
+// The fork gate (see the header): held for reading by library threads while
+// they run GLib code, for writing by a forking thread. Their holds are short
+// and end at every wait, so the writer finds a moment.
+pthread_rwlock_t s_forkGate = PTHREAD_RWLOCK_INITIALIZER;
+// This thread's hold on the gate for reading (a library thread between two
+// waits), and whether this thread closed it for a fork.
+thread_local int t_glibWork = 0;
+thread_local bool t_forkGateClosed = false;
+
+pthread_rwlock_t *ForkGate()
+{
+    return &s_forkGate;
 }
 
 int MsLeft(SSOClock::time_point deadline)
@@ -293,6 +308,60 @@ CSSOBusConnection::~CSSOBusConnection()
         UntrackSocket(m_wakeFd);
         close(m_wakeFd);
     }
+}
+
+void CSSOBusConnection::EnterGLibWork()
+{
+    if (t_glibWork++ == 0)
+        pthread_rwlock_rdlock(ForkGate());
+}
+
+void CSSOBusConnection::LeaveGLibWork()
+{
+    if (--t_glibWork == 0)
+        pthread_rwlock_unlock(ForkGate());
+}
+
+gint CSSOBusConnection::PollOutsideForkGate(GPollFD *fds, guint nfds, gint timeout)
+{
+    LeaveGLibWork();
+    gint ready = g_poll(fds, nfds, timeout);
+    EnterGLibWork();
+    return ready;
+}
+
+void CSSOBusConnection::PrepareFork()
+{
+    // A library thread forking (from a result callback) holds the gate
+    // itself and cannot close it; nor is a fork held off for longer than
+    // the bound by a thread that stays inside (a blocking callback).
+    if (t_glibWork > 0)
+        return;
+    struct timespec until;
+    clock_gettime(CLOCK_REALTIME, &until);
+    until.tv_nsec += static_cast<long>(kForkGateWaitMs) * 1000000L;
+    until.tv_sec += until.tv_nsec / 1000000000L;
+    until.tv_nsec %= 1000000000L;
+    t_forkGateClosed = pthread_rwlock_timedwrlock(ForkGate(), &until) == 0;
+}
+
+void CSSOBusConnection::ParentAfterFork()
+{
+    if (t_forkGateClosed)
+        pthread_rwlock_unlock(ForkGate());
+    t_forkGateClosed = false;
+}
+
+void CSSOBusConnection::ChildAfterFork()
+{
+    // Made afresh, not unlocked: the lock knows its writer by thread id, and
+    // the child's one thread has another id than it had in the parent. What
+    // the parent's other threads held is gone with them.
+    pthread_rwlock_init(ForkGate(), nullptr);
+    t_forkGateClosed = false;
+    // A library thread that forked goes on inside, and leaves it later.
+    if (t_glibWork > 0)
+        pthread_rwlock_rdlock(ForkGate());
 }
 
 void CSSOBusConnection::CloseInheritedSockets()
@@ -977,6 +1046,8 @@ void CSSOBusConnection::StartReader()
 
 void CSSOBusConnection::ReaderLoop()
 {
+    // Inside the fork gate except while it waits in poll.
+    EnterGLibWork();
     // Messages read during set-up wait in the buffer.
     bool healthy = DrainBuffer();
     std::vector<guchar> chunk(kReadChunk);
@@ -991,8 +1062,11 @@ void CSSOBusConnection::ReaderLoop()
             }
         }
         struct pollfd fds[2] = {{m_fd, POLLIN, 0}, {m_wakeFd, POLLIN, 0}};
+        LeaveGLibWork();
         int r = poll(fds, 2, timeout);
-        if (r < 0 && errno != EINTR)
+        int pollError = errno;
+        EnterGLibWork();
+        if (r < 0 && pollError != EINTR)
             break;
         if (fds[1].revents & POLLIN) {
             uint64_t count;
@@ -1024,6 +1098,7 @@ void CSSOBusConnection::ReaderLoop()
     }
     m_closed.store(true, std::memory_order_release);
     FailAll("The connection is closed");
+    LeaveGLibWork();
 }
 
 bool CSSOBusConnection::DrainBuffer()

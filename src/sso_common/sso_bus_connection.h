@@ -166,6 +166,24 @@ public:
     // parent's). Async-signal-safe.
     static void CloseInheritedSockets();
 
+    // The fork gate. GLib's global locks (GObject's signal lock, taken by
+    // every last unref of a message, among them) stay locked for good in a
+    // child if another thread held one at the fork, and the child's own link
+    // needs them. So the library's threads (readers and monitors) hold the
+    // gate while they run GLib code and leave it only to wait (poll), and
+    // fork() closes it first: the atfork prepare handler waits (at most
+    // kForkGateWaitMs) until they are all waiting. Not held by application
+    // threads inside a request.
+    static void EnterGLibWork();
+    static void LeaveGLibWork();
+    // The poll of a GMainContext run by a library thread: outside the gate.
+    static gint PollOutsideForkGate(GPollFD *fds, guint nfds, gint timeout);
+    // pthread_atfork handlers: prepare closes the gate, the others open it.
+    static void PrepareFork();
+    static void ParentAfterFork();
+    static void ChildAfterFork();
+    static constexpr int kForkGateWaitMs = 500;
+
     // How many peers' process ids are remembered, and how many lookups may
     // be open at once.
     static constexpr size_t kPeerPidCacheSize = 64;
