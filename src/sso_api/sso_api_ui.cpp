@@ -118,11 +118,13 @@ try {
             SSO_LOGE("SSOAPIClientLifeCycle is deleted");
         } else {
             SSO_LOGD("[START] s_account_action_finished_cb. replyResult [%d]", replyResult);
-            // Cleared before the call, so a callback that starts a new request
-            // keeps that request's callback.
-            sso_account_ui_result_cb callback = s_account_action_finished_cb.exchange(nullptr);
+            // Cleared after its one call: a request the callback itself makes
+            // fills the slot first and is cleared with it, so that request is
+            // never called back.
+            sso_account_ui_result_cb callback = s_account_action_finished_cb.load();
             if (callback != nullptr)
                 callback(userData, replyResult, const_cast<char *>(replyData.c_str()));
+            s_account_action_finished_cb.store(nullptr);
             SSO_LOGD("[END] s_account_action_finished_cb. replyResult [%d]", replyResult);
         }
     }
@@ -182,9 +184,10 @@ int sso_private_request_account_action(const char *appId, const char *accountId,
     // through its callback.
     SSO_LOGE("retValue is SSO_FALSE");
     SSO_LOGD("[START] s_account_action_finished_cb. result [-1]");
-    sso_account_ui_result_cb pending = s_account_action_finished_cb.exchange(nullptr);
+    sso_account_ui_result_cb pending = s_account_action_finished_cb.load();
     if (pending != nullptr)
         pending(userData, -1, const_cast<char *>(""));
+    s_account_action_finished_cb.store(nullptr);
     SSO_LOGD("[END] s_account_action_finished_cb. result [-1]");
     return -1;
 }

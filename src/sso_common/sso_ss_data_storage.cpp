@@ -290,9 +290,11 @@ bool CSSOSSData::m_ParseAccountApplicationData(std::string &data,
             SSO_LOGE("Exception : %s", errors.c_str());
             return false;
         }
+        // No "data" (or none for any account) parses into no pairs: the look-up
+        // of the account's GUID is what then fails.
         if (!root.isObject() || !root.isMember("data")) {
             SSO_LOGE("No Data");
-            return false;
+            return true;
         }
         const Json::Value &byGuid = root["data"];
         for (const std::string &guid : byGuid.getMemberNames()) {
@@ -304,7 +306,7 @@ bool CSSOSSData::m_ParseAccountApplicationData(std::string &data,
             SSO_LOG_DEVEL("guid(%s) has data key/value", guid.c_str());
             out.push_back(std::move(pair));
         }
-        return !out.empty();
+        return true;
     } catch (const std::exception &e) {
         SSO_LOGE("Exception : %s", e.what());
         return false;
