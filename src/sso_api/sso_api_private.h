@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "SSOAPIClientLifeCycle.h"
+#include "SSOAPIError.h"
 #include "SSORequestTable.h"
 #include "sso_bus_connection.h"
 #include "sso_log.h"
@@ -183,6 +184,9 @@ template <typename P> inline long long sso_private_pointer_log(P pointer)
         if (sso_login_result_ == -1 || sso_login_state_ != SSO_LOGEDIN) {                          \
             SSO_LOGE("result [%d], Login State [%d]. Return (%s)", sso_login_result_,              \
                      static_cast<int>(sso_login_state_), "Not login state");                       \
+            /* A state that could not be read keeps the reader's cause. */                         \
+            if (sso_login_result_ == 0)                                                            \
+                SSOAPIError::Set(SSO_ERROR_NOT_SIGNED_IN);                                         \
             return (failure);                                                                      \
         }                                                                                          \
     } while (0)

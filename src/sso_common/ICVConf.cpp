@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "SSOAPIError.h"
 #include "sso_log.h"
 
 // The two wordings of a failed read ("value key" and "value. key") and the
@@ -48,6 +49,13 @@ bool ICVConf::SetAppLaunchedID(const char *id)
 
 namespace {
 
+// A read that failed: a key nobody wrote, or a store that cannot be read.
+void RecordReadFailure(int code)
+{
+    SSOAPIError::Set(code == VCONF_ERROR_FILE_NO_ENT ? SSO_ERROR_NOT_FOUND
+                                                     : SSO_ERROR_STORAGE_UNREADABLE);
+}
+
 // The helpers write their lines under the name of the accessor that called
 // them: each key's lines are found by its accessor.
 
@@ -56,7 +64,9 @@ bool GetIntWithFailureValue(const char *accessor, const char *key, int &value, i
 {
     SSO_LOGD_FOR(accessor, "[START] ");
     int read = 0;
-    if (vconf_get_int(key, &read) != 0) {
+    int code = vconf_get_int(key, &read);
+    if (code != 0) {
+        RecordReadFailure(code);
         value = failureValue;
         SSO_LOGE_FOR(accessor, "Failed to get vconf value. key=(%s)", key);
         return false;
@@ -73,6 +83,7 @@ bool GetString(const char *accessor, const char *key, std::string &value, bool i
     SSO_LOGD_FOR(accessor, "[START] ");
     char *text = vconf_get_str(key);
     if (text == nullptr) {
+        SSOAPIError::Set(SSO_ERROR_NOT_FOUND);
         SSO_LOGE_FOR(accessor, "Failed to get vconf value. key=(%s)", key);
         return false;
     }

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "SSOAPIAutoLock.h"
+#include "SSOAPIError.h"
 #include "SSOAPIUtil.h"
 #include "sso_log.h"
 
@@ -178,21 +179,21 @@ bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
     TimedProxyLock lock(&m_mutexProxy, deadline);
     if (!lock.locked()) {
         SSO_LOGE("The link's set-up by another thread did not end within %d s", kSetUpSeconds);
-        return false;
+        return sso_private_fail(SSO_ERROR_TIMED_OUT, false);
     }
     if (m_IsGivenProxy())
-        return false;
+        return sso_private_fail(SSO_ERROR_LINK_GIVEN_UP, false);
     if (m_introspectionXml.empty()) {
         SSO_LOGE("m_introspectionXml is empty.");
-        return false;
+        return sso_private_fail(SSO_ERROR_INTERNAL, false);
     }
     if (m_interfaceVTable.method_call == nullptr) {
         SSO_LOGE("m_interfaceVTable.method_call is empty.");
-        return false;
+        return sso_private_fail(SSO_ERROR_INTERNAL, false);
     }
     if (m_processId <= 0) {
         SSO_LOGE("m_processId is '<= 0'");
-        return false;
+        return sso_private_fail(SSO_ERROR_INTERNAL, false);
     }
 
     if (m_bProxyMonitorCreated && m_pConnectionToServer != nullptr) {
@@ -206,7 +207,7 @@ bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
         SSO_LOGE("m_pConnectionToServer is disconnected. Try to clean up and connect again.");
         if (pthread_equal(pthread_self(), static_cast<pthread_t>(m_proxyMonitorThreadId.load()))) {
             SSO_LOGE("The link cannot be rebuilt from its own monitor thread");
-            return false;
+            return sso_private_fail(SSO_ERROR_NO_BUS, false);
         }
         m_ReleaseConnectionToServer();
         m_DestroyProxyMonitor();
@@ -215,11 +216,11 @@ bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
     // A set-up that failed after this request began was this request's try.
     if (!m_bLastSetUpOk && m_lastSetUpEnd >= arrival) {
         SSO_LOGE("The link's set-up failed while this request waited for it; not tried again");
-        return false;
+        return sso_private_fail(m_lastSetUpError, false);
     }
     if (g_cancellable_is_cancelled(m_pCallCancellable)) {
         SSO_LOGE("The link is being torn down");
-        return false;
+        return sso_private_fail(SSO_ERROR_UNLOADING, false);
     }
 
     bool ok = false;
@@ -236,6 +237,8 @@ bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
     }
     m_lastSetUpEnd = SSOClock::now();
     m_bLastSetUpOk = ok;
+    // Threads that waited for this attempt fail with its cause.
+    m_lastSetUpError = ok ? SSO_ERROR_NONE : SSOAPIError::Last();
     return ok;
 }
 
@@ -257,6 +260,7 @@ bool CSSOSvcGdbus::m_GetConnectionToServer(SSOClock::time_point deadline)
     if (connection == nullptr) {
         SSO_LOGE("g_bus_get_sync() return error. %s, detail[message:%s, code:%d]",
                  EncodedError(error).c_str(), error->message, error->code);
+        SSOAPIError::Set(SSOAPIError::FromBusError(error));
         g_error_free(error);
         return false;
     }
@@ -331,7 +335,7 @@ bool CSSOSvcGdbus::m_CreateProxyMonitor(SSOClock::time_point deadline)
     int err = pthread_create(&thread, nullptr, m_RunProxyMonitor, this);
     if (err != 0) {
         SSO_LOGE("Failed to pthread_create() : %d", err);
-        return false;
+        return sso_private_fail(SSO_ERROR_INTERNAL, false);
     }
     m_proxyMonitorThreadId.store(static_cast<unsigned long>(thread), std::memory_order_release);
 
@@ -634,7 +638,10 @@ bool CSSOSvcGdbus::m_CheckClientName(SSOClock::time_point deadline)
     if (state == NameState::Pending) {
         SSO_LOGE("The bus has not answered for the client name %s; the request is not sent",
                  m_clientBusName.c_str());
-        return false;
+        return sso_private_fail(g_cancellable_is_cancelled(m_pCallCancellable)
+                                    ? SSO_ERROR_UNLOADING
+                                    : SSO_ERROR_TIMED_OUT,
+                                false);
     }
 
     std::shared_ptr<CSSOBusConnection> conn = connection();
@@ -660,7 +667,7 @@ bool CSSOSvcGdbus::m_CheckClientName(SSOClock::time_point deadline)
         }
         SSO_LOGE("The client name %s is held by another connection; the request is not sent",
                  m_clientBusName.c_str());
-        return false;
+        return sso_private_fail(SSO_ERROR_CLIENT_NAME_TAKEN, false);
     }
     if (holder == getpid()) {
         // An earlier connection of this process, on its way out: ours next.
@@ -677,7 +684,7 @@ bool CSSOSvcGdbus::m_CheckClientName(SSOClock::time_point deadline)
     SSO_LOGE("The client name %s is held by process %d; the request is not sent, its result "
              "would go there",
              m_clientBusName.c_str(), static_cast<int>(holder));
-    return false;
+    return sso_private_fail(SSO_ERROR_CLIENT_NAME_TAKEN, false);
 }
 
 void CSSOSvcGdbus::m_OnSignal(CSSOBusConnection *, const gchar *, const gchar *, const gchar *,
@@ -813,6 +820,9 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
     if (error != nullptr) {
         SSO_LOGE("g_dbus_connection_call_sync return error. %s, detail[message:%s, code:%d]",
                  EncodedError(error).c_str(), error->message, error->code);
+        sso_error_e cause = SSOAPIError::FromBusError(error);
+        SSOAPIError::Set(cause == SSO_ERROR_UNLOADING && isGiven() ? SSO_ERROR_LINK_GIVEN_UP
+                                                                   : cause);
         g_error_free(error);
         return false;
     }

@@ -23,6 +23,7 @@
 #include <memory>
 #include <string>
 
+#include "SSOAPIError.h"
 #include "SSOAPIRequestRegistry.h"
 #include "SSOAPISingleton.h"
 #include "sso_bus_connection.h"
@@ -172,6 +173,7 @@ private:
     // m_mutexProxy.
     SSOClock::time_point m_lastSetUpEnd{};
     bool m_bLastSetUpOk = false;
+    sso_error_e m_lastSetUpError = SSO_ERROR_NONE;
 
     // The context of everything the link hands to the monitor: one per link,
     // run by its monitor thread; made before the monitor starts and dropped

@@ -1,5 +1,7 @@
 #include "sso_ss_data_storage.h"
 
+#include "SSOAPIError.h"
+
 #include <json/json.h>
 #include <sso_deployment.h>
 
@@ -219,10 +221,12 @@ sso_accounts_info CSSOSSData::GetAccountsInfo()
     int ret = m_SyncAccountsInfo();
     if (ret == kStatusNotAlive) {
         SSO_LOGE("Client is not Alive !");
+        SSOAPIError::Set(SSO_ERROR_UNLOADING);
         return sso_accounts_info();
     }
     if (ret != kStatusOk) {
         SSO_LOGE("Failed to m_SyncAccountsInfo. Clear m_accountsInfo. ret(%d)", ret);
+        SSOAPIError::Set(SSO_ERROR_STORAGE_UNREADABLE);
         m_InitCurrentAccountInfo();
         m_InitVersion();
     }
@@ -345,19 +349,19 @@ bool CSSOSSData::ExtractApplicationData(const std::string &packageId, const std:
     std::string data;
     if (!m_GetApplicationDataByGuid(packageId, guid, data)) {
         SSO_LOGE("Failed to m_GetApplicationDataByGuid()");
-        return false;
+        return sso_private_fail(SSO_ERROR_STORAGE_UNREADABLE, false);
     }
     std::vector<UniAccountDataPair> pairs;
     if (!m_ParseAccountApplicationData(data, pairs)) {
         SSO_LOGE("Failed to m_ParseAccountApplicationData()");
-        return false;
+        return sso_private_fail(SSO_ERROR_STORAGE_UNREADABLE, false);
     }
     std::string value;
     if (!m_ExtractApplicationDataByGuidAndKey(pairs, guid, key, value)) {
         bool devel = sso_log_detail::IsDevelMode();
         SSO_LOGE("%sFailed to m_ExtractApplicationDataByGuidAndKey(). guid[%s] key[%s]",
                  devel ? "[DEVEL] " : "", devel ? guid.c_str() : "<hidden>", key.c_str());
-        return false;
+        return sso_private_fail(SSO_ERROR_NOT_FOUND, false);
     }
     m_DumpInPieces("extractedAppData", value);
     out = value;
