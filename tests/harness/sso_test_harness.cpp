@@ -4,6 +4,7 @@
 #include <dlog.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <grp.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -315,19 +316,81 @@ void PrivateBus::Restart()
 
 // -------------------------------------------------------------- PlatformRoot
 
+namespace {
+PlatformRoot *g_current_root = nullptr;
+} // namespace
+
 PlatformRoot::PlatformRoot()
 {
     path_ = MakeTempDir("sso-root-");
+    chmod(path_.c_str(), 0755);
     setenv("SSO_PLATFORM_ROOT", path_.c_str(), 1);
     setenv("SSO_PLATFORM_LOG", ("file:" + log_path()).c_str(), 1);
     setenv("SSO_PLATFORM_LOG_LEVEL", "verbose", 1);
     dlog_reload_config();
+    previous_ = g_current_root;
+    g_current_root = this;
 }
 
 PlatformRoot::~PlatformRoot()
 {
+    if (g_current_root == this)
+        g_current_root = previous_;
+    StopStorage();
     if (getenv("SSO_TEST_KEEP_ROOT") == nullptr)
         RemoveTree(path_);
+}
+
+PlatformRoot *PlatformRoot::Current()
+{
+    return g_current_root;
+}
+
+void PlatformRoot::StartStorage(const std::vector<std::string> &extra_args)
+{
+    if (storage_running())
+        return;
+    std::vector<std::string> argv = {ToolPath("sso-storaged"), "--root", path_};
+    argv.insert(argv.end(), extra_args.begin(), extra_args.end());
+    auto child = std::make_unique<ChildProcess>(ChildProcess::Spawn(argv));
+    if (!child->WaitForOutput("ready\n", std::chrono::seconds(20))) {
+        child->Kill(SIGKILL);
+        int status = child->Wait(std::chrono::seconds(5));
+        throw std::runtime_error("sso-storaged was not ready (exit status " +
+                                 std::to_string(status) + ") for " + path_);
+    }
+    storage_ = std::move(child);
+}
+
+void PlatformRoot::StopStorage()
+{
+    if (!storage_)
+        return;
+    storage_->Kill(SIGKILL);
+    storage_->Wait(std::chrono::seconds(10));
+    storage_.reset();
+}
+
+bool PlatformRoot::storage_running()
+{
+    if (!storage_ || storage_->pid() <= 0)
+        return false;
+    // Reaps it when it has ended.
+    return storage_->Wait(std::chrono::milliseconds(0)) == -1;
+}
+
+pid_t PlatformRoot::storage_pid() const
+{
+    return storage_ ? storage_->pid() : -1;
+}
+
+void EnsureStorageService()
+{
+    PlatformRoot *root = PlatformRoot::Current();
+    const char *env = getenv("SSO_PLATFORM_ROOT");
+    if (root == nullptr || env == nullptr || root->path() != env)
+        return;
+    root->StartStorage();
 }
 
 std::string PlatformRoot::DevicePath(const std::string &device_path) const
@@ -573,6 +636,27 @@ CommandResult RunCommand(const std::vector<std::string> &argv,
         child.Kill(SIGKILL);
     result.out = child.ReadStdout(std::chrono::milliseconds(500));
     return result;
+}
+
+bool CanSwitchUsers()
+{
+    return geteuid() == 0;
+}
+
+ChildProcess ForkAs(const Identity &identity, const std::function<int()> &fn)
+{
+    const pid_t parent = getpid();
+    return ChildProcess::Fork([identity, fn, parent] {
+        if (setgroups(identity.groups.size(), identity.groups.data()) != 0 ||
+            setresgid(identity.gid, identity.gid, identity.gid) != 0 ||
+            setresuid(identity.uid, identity.uid, identity.uid) != 0)
+            return 125;
+        // A change of credentials clears the parent-death signal.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            return 125;
+        return fn();
+    });
 }
 
 bool WaitUntil(const std::function<bool()> &pred, std::chrono::milliseconds timeout)

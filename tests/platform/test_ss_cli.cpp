@@ -131,7 +131,14 @@ std::string BinaryBytes()
     return s;
 }
 
-class SsCli : public ssotest::RootTest {};
+class SsCli : public ssotest::RootTest {
+protected:
+    void SetUp() override
+    {
+        RootTest::SetUp();
+        root_.StartStorage();
+    }
+};
 
 // ---- contents through the tool ----
 
@@ -275,18 +282,47 @@ TEST_F(SsCli, ATamperedItemFailsGetWithOne)
 
 TEST_F(SsCli, AStoreBlockedByARegularFileFailsPutWithOne)
 {
-    WriteFile(root_.path() + "/secure-storage", "not a directory");
+    ASSERT_EQ(0, ssotest::RunCommand({"/bin/rm", "-rf", root_.path() + "/secure-storage/items"})
+                     .status);
+    WriteFile(root_.path() + "/secure-storage/items", "not a directory");
     CliResult r = RunSs({"ss", "put", "item"}, "x");
     EXPECT_EQ(1, r.status);
     EXPECT_EQ(0u, r.err.rfind("sso-platform: ", 0)) << r.err;
     EXPECT_NE(std::string::npos, r.err.find("not accessible")) << r.err;
 }
 
-TEST_F(SsCli, AMissingRootFailsPutWithOne)
+TEST_F(SsCli, WithoutAStorageServiceEveryCommandFailsWithOne)
 {
     CliResult r = RunSs({"--root", root_.path() + "/missing", "ss", "put", "item"}, "x");
     EXPECT_EQ(1, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("not accessible")) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find("sso-storaged")) << r.err;
+    root_.StopStorage();
+    for (const std::vector<std::string> &args :
+         {std::vector<std::string>{"ss", "get", "item"}, {"ss", "rm", "item"}}) {
+        r = RunSs(args);
+        EXPECT_EQ(1, r.status);
+        EXPECT_NE(std::string::npos, r.err.find("does not answer")) << r.err;
+        EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
+    }
+}
+
+TEST_F(SsCli, AnotherUserIsRefusedWithOne)
+{
+    if (!ssotest::CanSwitchUsers())
+        GTEST_SKIP() << "playing other users needs root";
+    ASSERT_EQ(0, RunSs({"ss", "put", "item"}, "the service's").status);
+    const std::string tool = ssotest::ToolPath("sso-platform");
+    ssotest::ChildProcess child = ssotest::ForkAs({70500, 70500, {}}, [tool] {
+        // stderr joins stdout, the one the harness reads.
+        dup2(1, 2);
+        setenv("SSO_PLATFORM_LOG", "none", 1);
+        execl(tool.c_str(), tool.c_str(), "ss", "get", "item", static_cast<char *>(nullptr));
+        return 127;
+    });
+    EXPECT_EQ(1, child.Wait());
+    const std::string err = child.ReadStdout();
+    EXPECT_NE(std::string::npos, err.find("item 'item': access denied to uid 70500")) << err;
+    EXPECT_EQ(std::string::npos, err.find("the service's")) << err;
 }
 
 // ---- bad usage: status 2 ----

@@ -434,10 +434,12 @@ TEST_F(StorageFaults, AReadOnlyRootIsReadAndNothingIsWritten)
     int version = 0;
     vconf_get_int("memory/sso/public_data_ver", &version);
     vconf_set_int("memory/sso/public_data_ver", version + 1);
-    // Read-only for everyone, the log excepted. A root user writes anyway,
-    // so the getters run in a child that gives up root first.
+    // Read-only for everyone, the log and the storage service's socket
+    // excepted. A root user writes anyway, so the getters run in a child that
+    // gives up root first.
     ASSERT_EQ(system(("chmod -R a+rX,a-w '" + root_.path() + "'").c_str()), 0);
     ASSERT_EQ(chmod(root_.log_path().c_str(), 0666), 0);
+    ASSERT_EQ(chmod((root_.path() + "/secure-storage/socket").c_str(), 0666), 0);
     Snapshot before = Take(root_.path());
     log().Clear();
 

@@ -1,10 +1,9 @@
 #define _GNU_SOURCE
-#include "ss_manager.h"
+#include "ss_store.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
-#include <malloc.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -18,11 +17,15 @@
 #include <openssl/params.h>
 #include <openssl/rand.h>
 
+#include "ss_manager.h"
+#include "ss_wire.h"
 #include "sso_platform_common.h"
 
 /*
- * Store layout, under the platform root:
+ * Store layout, under the platform root, all of it the storage service's:
+ *   secure-storage/               0711: others may reach the socket, not list
  *   secure-storage/device.key     32 random bytes, 0600, made once per device
+ *   secure-storage/items/         0700
  *   secure-storage/items/<name>   one sealed item a file, 0600
  *
  * <name> is the item id with every byte outside [A-Za-z0-9_.-] (and a leading
@@ -39,19 +42,20 @@
  * credential fails authentication.
  *
  * Nothing is cached between calls: the device key is read from disk every
- * time, so another process creating it (or a test replacing the root) is
- * always seen. Nothing here logs; item contents must never reach a log.
+ * time, so another process or thread creating it (or a test replacing the
+ * root) is always seen. Nothing here logs; item contents must never reach a
+ * log.
  */
 
-#define STORE_DIR "secure-storage"
+#define STORE_DIR SS_WIRE_STORE_DIR
 #define ITEMS_DIR STORE_DIR "/items"
 #define KEY_FILE STORE_DIR "/device.key"
 #define KEY_TEMP STORE_DIR "/.device.key.XXXXXX"
+#define STORE_DIR_MODE 0711
 #define DIR_MODE 0700
 #define FILE_MODE 0600
 
-#define CREDENTIAL_MAGIC 0x53534352u
-#define MAX_ITEM_ID_LEN 255
+#define MAX_ITEM_ID_LEN SS_WIRE_MAX_ITEM_ID_LEN
 /* The atomic writer's temporary ".<name>.XXXXXX" must still fit NAME_MAX. */
 #define MAX_FILE_NAME SSO_PLATFORM_MAX_FILE_NAME
 
@@ -65,9 +69,6 @@
 #define MAX_FILE_LEN ((size_t)SS_MAX_ITEM_SIZE + OVERHEAD)
 /* Associated data: magic | module id (4) | id length (2) | id. */
 #define MAX_AAD_LEN (MAGIC_LEN + 4 + 2 + MAX_ITEM_ID_LEN)
-
-#define READ_FLAGS (SS_FLAG_READ | SS_FLAG_INTEGRITY | SS_FLAG_SCOPED)
-#define WRITE_FLAGS READ_FLAGS
 
 static const unsigned char item_magic[MAGIC_LEN] = {'S', 'S', 'O', 'S', 'S', '1', 0, 0};
 static const char kdf_salt[] = "sso-platform secure-storage salt v1";
@@ -97,42 +98,6 @@ static int write_all(int fd, const void *data, size_t len)
         len -= (size_t)n;
     }
     return 0;
-}
-
-/* ---- arguments ---- */
-
-static int check_item_id(const char *item_id)
-{
-    if (!item_id)
-        return SS_ERROR_INVALID_PARAMETER;
-    size_t len = strnlen(item_id, MAX_ITEM_ID_LEN + 1);
-    if (len == 0 || len > MAX_ITEM_ID_LEN)
-        return SS_ERROR_INVALID_PARAMETER;
-    for (size_t i = 0; i < len; ++i) {
-        unsigned char c = (unsigned char)item_id[i];
-        if (c < 0x20 || c == 0x7f)
-            return SS_ERROR_INVALID_PARAMETER;
-    }
-    return SS_ERROR_NONE;
-}
-
-static int check_credential(const ss_credential_t *credential)
-{
-    if (!credential)
-        return SS_ERROR_INVALID_PARAMETER;
-    if (credential->magic != CREDENTIAL_MAGIC)
-        return SS_ERROR_NOT_INITIALIZED;
-    return SS_ERROR_NONE;
-}
-
-/* Argument checks shared by every item operation; bad arguments win over an
- * uninitialised credential. */
-static int check_common(const char *item_id, const ss_credential_t *credential, unsigned int flags,
-                        unsigned int allowed)
-{
-    if (check_item_id(item_id) != SS_ERROR_NONE || !credential || (flags & ~allowed) != 0)
-        return SS_ERROR_INVALID_PARAMETER;
-    return check_credential(credential);
 }
 
 /* ---- paths ---- */
@@ -470,68 +435,44 @@ static int open_item(const char *item_id, const ss_credential_t *credential, uns
     return SS_ERROR_NONE;
 }
 
-SSO_PLATFORM_EXPORT int ss_init_credential(ss_credential_t *credential, uint32_t module_id,
-                                           const ss_uuid_t *uuid, unsigned int flags)
+int ss_store_prepare(void)
 {
-    if (!credential || !uuid || (flags & ~(unsigned int)SS_FLAG_INIT) != 0)
-        return SS_ERROR_INVALID_PARAMETER;
-    memset(credential, 0, sizeof(*credential));
-    credential->magic = CREDENTIAL_MAGIC;
-    credential->module_id = module_id;
-    credential->version.major = 1;
-    credential->version.minor = 0;
-    credential->uuid = *uuid;
+    struct stat st;
+    if (stat(sso_platform_root(), &st) != 0 || !S_ISDIR(st.st_mode))
+        return SS_ERROR_IO;
+    char store[PATH_MAX], items[PATH_MAX];
+    if (sso_platform_path(store, sizeof(store), STORE_DIR) != 0 ||
+        sso_platform_path(items, sizeof(items), ITEMS_DIR) != 0)
+        return SS_ERROR_IO;
+    if (sso_platform_mkdirs(items, DIR_MODE) != 0)
+        return io_error(errno);
+    /* mkdir's mode went through the umask; these are the modes that hold. */
+    if (chmod(store, STORE_DIR_MODE) != 0 || chmod(items, DIR_MODE) != 0)
+        return io_error(errno);
     return SS_ERROR_NONE;
 }
 
-SSO_PLATFORM_EXPORT int ss_validate(const char *item_id, const ss_credential_t *credential,
-                                    unsigned int flags)
+int ss_store_read(const char *item_id, const ss_credential_t *credential, unsigned char **buffer,
+                  size_t *length)
 {
-    int rc = check_common(item_id, credential, flags, READ_FLAGS);
-    if (rc != SS_ERROR_NONE)
-        return rc;
-    if (!(flags & SS_FLAG_READ))
-        return SS_ERROR_INVALID_PARAMETER;
-    return open_item(item_id, credential, NULL, NULL);
-}
-
-SSO_PLATFORM_EXPORT int ss_read(unsigned char **buffer, size_t *length, const char *owner,
-                                const char *scope, const char *item_id,
-                                const ss_credential_t *credential, unsigned int flags)
-{
-    (void)scope; /* accepted, not enforced: the whole item is returned */
-    if (!buffer || !length || owner)
-        return SS_ERROR_INVALID_PARAMETER;
-    int rc = check_common(item_id, credential, flags, READ_FLAGS);
-    if (rc != SS_ERROR_NONE)
-        return rc;
-    if (!(flags & SS_FLAG_READ))
-        return SS_ERROR_INVALID_PARAMETER;
     return open_item(item_id, credential, buffer, length);
 }
 
-SSO_PLATFORM_EXPORT void ss_free_buffer(unsigned char *buffer)
+void ss_store_free(unsigned char *buffer, size_t length)
 {
     if (!buffer)
         return;
-    /* The buffer held a secret; the allocator knows how large it is. */
-    OPENSSL_cleanse(buffer, malloc_usable_size(buffer));
+    OPENSSL_cleanse(buffer, length + 1);
     free(buffer);
 }
 
-SSO_PLATFORM_EXPORT int ss_write(const char *item_id, const unsigned char *data, size_t length,
-                                 const ss_credential_t *credential, unsigned int flags)
+int ss_store_write(const char *item_id, const unsigned char *data, size_t length,
+                   const ss_credential_t *credential)
 {
-    if (!data && length > 0)
-        return SS_ERROR_INVALID_PARAMETER;
-    int rc = check_common(item_id, credential, flags, WRITE_FLAGS);
-    if (rc != SS_ERROR_NONE)
-        return rc;
     if (length > SS_MAX_ITEM_SIZE)
         return SS_ERROR_TOO_LARGE;
-
     char path[PATH_MAX];
-    rc = item_path(item_id, path, sizeof(path));
+    int rc = item_path(item_id, path, sizeof(path));
     if (rc == SS_ERROR_NONE)
         rc = prepare_store();
     unsigned char key[ITEM_KEY_LEN];
@@ -554,19 +495,14 @@ SSO_PLATFORM_EXPORT int ss_write(const char *item_id, const unsigned char *data,
     return rc;
 }
 
-SSO_PLATFORM_EXPORT int ss_delete(const char *item_id, const ss_credential_t *credential,
-                                  unsigned int flags)
+int ss_store_delete(const char *item_id)
 {
-    int rc = check_common(item_id, credential, flags, WRITE_FLAGS);
-    if (rc != SS_ERROR_NONE)
-        return rc;
     char path[PATH_MAX];
-    rc = item_path(item_id, path, sizeof(path));
+    int rc = item_path(item_id, path, sizeof(path));
     if (rc != SS_ERROR_NONE)
         return rc;
-    /* Like a write, a delete goes by item id alone: the store is the
-     * device's, and an item that no longer authenticates must stay
-     * removable. */
+    /* A delete goes by item id alone: the store is the device's, and an item
+     * that no longer authenticates must stay removable. */
     if (unlink(path) != 0)
         return errno == ENOENT ? SS_ERROR_NO_ITEM : io_error(errno);
     return SS_ERROR_NONE;
