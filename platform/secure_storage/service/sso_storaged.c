@@ -7,17 +7,20 @@
  *
  *   sso-storaged [--root DIR] [--service-user USER|UID]
  *
- * One connection is one request, served on a thread of its own, so a client
- * that stalls holds up nobody else; at most MAX_WORKERS connections are
- * served at once, MAX_WORKERS_PER_USER of them for any one user, so that no
- * application can crowd out the SSO service. Connections beyond that are
- * closed at once (the client sees SS_ERROR_SERVICE_UNAVAILABLE).
+ * One connection is one request. Workers (threads kept from one request to
+ * the next) each take a connection and serve it, and there is always one
+ * waiting for the next, so a client that stalls (for at most
+ * SS_SERVICE_IO_TIMEOUT_MS) holds up nobody else. At most MAX_WORKERS
+ * connections are served at once (more wait to be taken), and at most
+ * MAX_WORKERS_PER_USER of them for any one user but the privileged ones, so
+ * that no application can crowd out the SSO service: beyond that a user's
+ * connections are closed at once (its client sees
+ * SS_ERROR_SERVICE_UNAVAILABLE).
  */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
-#include <poll.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <signal.h>
@@ -46,126 +49,172 @@
 #define LOCK_FILE SS_WIRE_STORE_DIR "/lock"
 #define MAX_WORKERS 64
 #define MAX_WORKERS_PER_USER 16
+#define MIN_IDLE 2
 #define SHUTDOWN_GRACE_MS 3000
 
 static struct ss_policy g_policy;
+static int g_listener = -1;
 
-/* Connections being served, by user. Guarded by g_workers_lock. */
+/* The workers and the connections they serve, by user. All guarded by
+ * g_workers_lock. */
 static pthread_mutex_t g_workers_lock = PTHREAD_MUTEX_INITIALIZER;
 static pthread_cond_t g_workers_done = PTHREAD_COND_INITIALIZER;
+static int g_threads;  /* workers alive */
+static int g_idle;     /* of them, waiting for a connection */
+static int g_stopping; /* no worker takes another connection */
 static struct {
     uid_t uid;
     int count;
-} g_users[MAX_WORKERS];
-static int g_workers;
+} g_users[MAX_WORKERS]; /* connections being served */
 
-struct worker {
-    int fd;
-    uid_t uid;
-};
-
-/* Counts a connection of uid in; 0 when it is over a limit. */
-static int admit(uid_t uid)
+static int privileged(uid_t uid)
 {
-    int ok = 0;
-    pthread_mutex_lock(&g_workers_lock);
-    if (g_workers < MAX_WORKERS) {
-        int slot = -1, free_slot = -1;
-        for (int i = 0; i < MAX_WORKERS; ++i) {
-            if (g_users[i].count > 0 && g_users[i].uid == uid)
-                slot = i;
-            else if (g_users[i].count == 0 && free_slot < 0)
-                free_slot = i;
-        }
-        /* The privileged users are never crowded out by the others' limit. */
-        int limit = (uid == 0 || uid == g_policy.service_uid || uid == g_policy.own_uid)
-                        ? MAX_WORKERS
-                        : MAX_WORKERS_PER_USER;
-        if (slot < 0)
-            slot = free_slot;
-        if (slot >= 0 && g_users[slot].count < limit) {
-            g_users[slot].uid = uid;
-            g_users[slot].count++;
-            g_workers++;
-            ok = 1;
-        }
-    }
-    pthread_mutex_unlock(&g_workers_lock);
-    return ok;
+    return uid == 0 || uid == g_policy.service_uid || uid == g_policy.own_uid;
 }
 
-static void release(uid_t uid)
+/* Counts a connection of uid in; 0 when the user is at its limit. The
+ * privileged users are never crowded out by the others' limit. Called with
+ * g_workers_lock. */
+static int admit_locked(uid_t uid)
 {
-    pthread_mutex_lock(&g_workers_lock);
+    int slot = -1, free_slot = -1;
+    for (int i = 0; i < MAX_WORKERS; ++i) {
+        if (g_users[i].count > 0 && g_users[i].uid == uid)
+            slot = i;
+        else if (g_users[i].count == 0 && free_slot < 0)
+            free_slot = i;
+    }
+    int limit = privileged(uid) ? MAX_WORKERS : MAX_WORKERS_PER_USER;
+    if (slot < 0)
+        slot = free_slot;
+    if (slot < 0 || g_users[slot].count >= limit)
+        return 0;
+    g_users[slot].uid = uid;
+    g_users[slot].count++;
+    return 1;
+}
+
+static void release_locked(uid_t uid)
+{
     for (int i = 0; i < MAX_WORKERS; ++i) {
         if (g_users[i].count > 0 && g_users[i].uid == uid) {
             g_users[i].count--;
-            break;
+            return;
         }
     }
-    g_workers--;
-    pthread_cond_broadcast(&g_workers_done);
-    pthread_mutex_unlock(&g_workers_lock);
 }
 
-static void *serve(void *arg)
-{
-    struct worker *w = arg;
-    ss_service_handle(w->fd, &g_policy);
-    close(w->fd);
-    release(w->uid);
-    free(w);
-    return NULL;
-}
+static int start_worker(void);
 
-static void accept_one(int listener)
+/* Serves one accepted connection and closes it. */
+static void serve(int fd)
 {
-    int fd = accept4(listener, NULL, NULL, SOCK_CLOEXEC);
-    if (fd < 0)
-        return;
     struct ucred peer;
     socklen_t len = sizeof(peer);
     if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &len) != 0 || len != sizeof(peer)) {
         close(fd);
         return;
     }
-    if (!admit(peer.uid)) {
+    pthread_mutex_lock(&g_workers_lock);
+    int admitted = admit_locked(peer.uid);
+    pthread_mutex_unlock(&g_workers_lock);
+    if (!admitted) {
         dlog_print(DLOG_WARN, TAG, "busy: dropped a connection of uid %u (pid %d)",
                    (unsigned)peer.uid, (int)peer.pid);
         close(fd);
         return;
     }
-    struct worker *w = malloc(sizeof(*w));
-    pthread_attr_t attr;
-    pthread_t thread;
-    int started = 0;
-    if (w && pthread_attr_init(&attr) == 0) {
-        w->fd = fd;
-        w->uid = peer.uid;
-        pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
-        started = pthread_create(&thread, &attr, serve, w) == 0;
-        pthread_attr_destroy(&attr);
-    }
-    if (!started) {
-        dlog_print(DLOG_ERROR, TAG, "cannot start a worker: %s", strerror(errno));
-        free(w);
-        close(fd);
-        release(peer.uid);
-    }
+    ss_service_handle(fd, &g_policy);
+    close(fd);
+    pthread_mutex_lock(&g_workers_lock);
+    release_locked(peer.uid);
+    pthread_mutex_unlock(&g_workers_lock);
 }
 
-/* Waits up to SHUTDOWN_GRACE_MS for the workers still serving; 0 when one
- * is left. */
-static int drain_workers(void)
+/* A worker: takes connections from the listening socket, one at a time, and
+ * serves each on this thread. A worker that takes the last idle place starts
+ * another (up to MAX_WORKERS), so that a stalled client never leaves the
+ * others waiting; beyond MIN_IDLE idle ones, a worker that is done leaves. */
+static void *worker(void *arg)
 {
+    (void)arg;
+    for (;;) {
+        int fd = accept4(g_listener, NULL, NULL, SOCK_CLOEXEC);
+        int err = errno;
+        pthread_mutex_lock(&g_workers_lock);
+        g_idle--;
+        if (g_stopping) {
+            if (fd >= 0)
+                close(fd);
+            break;
+        }
+        if (fd < 0) {
+            g_idle++;
+            pthread_mutex_unlock(&g_workers_lock);
+            if (err == EMFILE || err == ENFILE || err == ENOMEM || err == ENOBUFS) {
+                /* Out of descriptors or memory: let the others finish. */
+                struct timespec pause = {0, 50 * 1000 * 1000};
+                nanosleep(&pause, NULL);
+            }
+            continue;
+        }
+        int more = g_idle == 0 && g_threads < MAX_WORKERS;
+        if (more) {
+            g_threads++;
+            g_idle++;
+        }
+        pthread_mutex_unlock(&g_workers_lock);
+        if (more && start_worker() != 0) {
+            pthread_mutex_lock(&g_workers_lock);
+            g_threads--;
+            g_idle--;
+            pthread_mutex_unlock(&g_workers_lock);
+        }
+        serve(fd);
+        pthread_mutex_lock(&g_workers_lock);
+        if (g_stopping || g_idle >= MIN_IDLE)
+            break;
+        g_idle++;
+        pthread_mutex_unlock(&g_workers_lock);
+    }
+    g_threads--;
+    pthread_cond_broadcast(&g_workers_done);
+    pthread_mutex_unlock(&g_workers_lock);
+    return NULL;
+}
+
+/* Starts a worker already counted in g_threads and g_idle. */
+static int start_worker(void)
+{
+    pthread_attr_t attr;
+    pthread_t thread;
+    if (pthread_attr_init(&attr) != 0)
+        return -1;
+    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    int rc = pthread_create(&thread, &attr, worker, NULL);
+    pthread_attr_destroy(&attr);
+    if (rc != 0)
+        dlog_print(DLOG_ERROR, TAG, "cannot start a worker: %s", strerror(rc));
+    return rc;
+}
+
+/* Stops taking connections and waits up to SHUTDOWN_GRACE_MS for the workers
+ * to finish what they serve; 0 when one is left. */
+static int stop_workers(void)
+{
+    pthread_mutex_lock(&g_workers_lock);
+    g_stopping = 1;
+    pthread_mutex_unlock(&g_workers_lock);
+    /* Wakes the workers waiting in accept(). */
+    shutdown(g_listener, SHUT_RDWR);
     struct timespec deadline;
     clock_gettime(CLOCK_REALTIME, &deadline);
     deadline.tv_sec += SHUTDOWN_GRACE_MS / 1000;
     pthread_mutex_lock(&g_workers_lock);
-    while (g_workers > 0)
+    while (g_threads > 0)
         if (pthread_cond_timedwait(&g_workers_done, &g_workers_lock, &deadline) == ETIMEDOUT)
             break;
-    int drained = g_workers == 0;
+    int drained = g_threads == 0;
     pthread_mutex_unlock(&g_workers_lock);
     return drained;
 }
@@ -315,34 +364,40 @@ int main(int argc, char **argv)
     memset(&own_socket, 0, sizeof(own_socket));
     stat(socket_path, &own_socket);
 
+    g_listener = listener;
+    pthread_mutex_lock(&g_workers_lock);
+    for (int i = 0; i < MIN_IDLE; ++i) {
+        g_threads++;
+        g_idle++;
+        if (start_worker() != 0) {
+            g_threads--;
+            g_idle--;
+        }
+    }
+    int started = g_threads;
+    pthread_mutex_unlock(&g_workers_lock);
+    if (started == 0)
+        return 1;
+
     dlog_print(DLOG_INFO, TAG, "serving %s (SSO service uid %u, own uid %u)", root,
                (unsigned)g_policy.service_uid, (unsigned)g_policy.own_uid);
     printf("ready\n");
     fflush(stdout);
 
-    for (;;) {
-        struct pollfd fds[2] = {{listener, POLLIN, 0}, {sfd, POLLIN, 0}};
-        if (poll(fds, 2, -1) < 0) {
-            if (errno == EINTR)
-                continue;
-            break;
-        }
-        if (fds[1].revents)
-            break;
-        if (fds[0].revents & POLLIN)
-            accept_one(listener);
+    struct signalfd_siginfo info;
+    while (read(sfd, &info, sizeof(info)) < 0 && errno == EINTR) {
     }
 
-    close(listener);
+    int drained = stop_workers();
     /* Only our own socket: a service started after us may own the path. */
     struct stat now;
     if (stat(socket_path, &now) == 0 && now.st_ino == own_socket.st_ino &&
         now.st_dev == own_socket.st_dev)
         unlink(socket_path);
-    int drained = drain_workers();
     dlog_print(DLOG_INFO, TAG, "stopped");
     /* A worker stuck in a stalled client must not meet exit's clean-up. */
     if (!drained)
         _exit(0);
+    close(listener);
     return 0;
 }
