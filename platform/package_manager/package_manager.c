@@ -213,42 +213,62 @@ static int load_package(const char *package_id, struct package_info_s **out)
     return PACKAGE_MANAGER_ERROR_NONE;
 }
 
-SSO_PLATFORM_EXPORT int package_manager_get_package_id_by_app_id(const char *app_id,
-                                                                 char **package_id)
+/* Calls visit for every well-formed entry, in package id order, until it
+ * returns something else than PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE, which is
+ * then the result. A malformed entry is skipped: it cannot vouch for
+ * anything. no_registry is the result when the registry does not exist. */
+static int for_each_package(int (*visit)(const char *package_id, const struct package_info_s *info,
+                                         void *user_data),
+                            void *user_data, int no_registry)
 {
-    if (!valid_app_id(app_id) || !package_id)
-        return PACKAGE_MANAGER_ERROR_INVALID_PARAMETER;
     char dir_path[PATH_MAX];
     if (sso_platform_path(dir_path, sizeof(dir_path), PACKAGES_DIR) != 0)
         return PACKAGE_MANAGER_ERROR_IO_ERROR;
     struct dirent **names = NULL;
     int n = scandir(dir_path, &names, NULL, alphasort);
     if (n < 0)
-        return (errno == ENOENT || errno == ENOTDIR) ? PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE
-                                                     : PACKAGE_MANAGER_ERROR_IO_ERROR;
+        return (errno == ENOENT || errno == ENOTDIR) ? no_registry : PACKAGE_MANAGER_ERROR_IO_ERROR;
     int rc = PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE;
     for (int i = 0; i < n; ++i) {
         const char *name = names[i]->d_name;
-        if (rc == PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE && valid_package_id(name)) {
-            struct package_info_s *info = NULL;
-            /* A malformed entry is skipped: it cannot vouch for anything. */
-            if (load_package(name, &info) == PACKAGE_MANAGER_ERROR_NONE) {
-                for (size_t a = 0; a < info->app_count; ++a) {
-                    if (strcmp(info->apps[a], app_id) == 0) {
-                        char *copy = strdup(name);
-                        rc =
-                            copy ? PACKAGE_MANAGER_ERROR_NONE : PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY;
-                        if (copy)
-                            *package_id = copy;
-                        break;
-                    }
-                }
-                free_info(info);
-            }
-        }
+        struct package_info_s *info = NULL;
+        if (rc == PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE && valid_package_id(name) &&
+            load_package(name, &info) == PACKAGE_MANAGER_ERROR_NONE)
+            rc = visit(name, info, user_data);
+        free_info(info);
         free(names[i]);
     }
     free(names);
+    return rc;
+}
+
+struct app_search {
+    const char *app_id;
+    char *package_id;
+};
+
+static int holds_app(const char *package_id, const struct package_info_s *info, void *user_data)
+{
+    struct app_search *search = user_data;
+    for (size_t a = 0; a < info->app_count; ++a) {
+        if (strcmp(info->apps[a], search->app_id) == 0) {
+            search->package_id = strdup(package_id);
+            return search->package_id ? PACKAGE_MANAGER_ERROR_NONE
+                                      : PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY;
+        }
+    }
+    return PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE;
+}
+
+SSO_PLATFORM_EXPORT int package_manager_get_package_id_by_app_id(const char *app_id,
+                                                                 char **package_id)
+{
+    if (!valid_app_id(app_id) || !package_id)
+        return PACKAGE_MANAGER_ERROR_INVALID_PARAMETER;
+    struct app_search search = {app_id, NULL};
+    int rc = for_each_package(holds_app, &search, PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE);
+    if (rc == PACKAGE_MANAGER_ERROR_NONE)
+        *package_id = search.package_id;
     return rc;
 }
 
@@ -358,43 +378,36 @@ static int uid_listed(const struct uid_list *list, uid_t uid)
     return 0;
 }
 
-/* The user ids of every package but package_id. A malformed entry vouches
- * for nobody and is left out. */
+struct uid_collection {
+    const char *except;
+    struct uid_list *list;
+};
+
+static int collect_uid(const char *package_id, const struct package_info_s *info, void *user_data)
+{
+    struct uid_collection *c = user_data;
+    if (!info->has_uid || strcmp(package_id, c->except) == 0)
+        return PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE; /* the next one */
+    uid_t *grown = realloc(c->list->uids, (c->list->count + 1) * sizeof(*grown));
+    if (!grown)
+        return PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY;
+    c->list->uids = grown;
+    c->list->uids[c->list->count++] = info->uid;
+    return PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE;
+}
+
+/* The user ids of every package but package_id. */
 static int other_uids(const char *package_id, struct uid_list *out)
 {
-    char dir_path[PATH_MAX];
-    if (sso_platform_path(dir_path, sizeof(dir_path), PACKAGES_DIR) != 0)
-        return PACKAGE_MANAGER_ERROR_IO_ERROR;
-    struct dirent **names = NULL;
-    int n = scandir(dir_path, &names, NULL, alphasort);
-    if (n < 0)
-        return PACKAGE_MANAGER_ERROR_IO_ERROR;
-    int rc = PACKAGE_MANAGER_ERROR_NONE;
     out->uids = NULL;
     out->count = 0;
-    for (int i = 0; i < n; ++i) {
-        const char *name = names[i]->d_name;
-        struct package_info_s *info = NULL;
-        if (rc == PACKAGE_MANAGER_ERROR_NONE && valid_package_id(name) &&
-            strcmp(name, package_id) != 0 &&
-            load_package(name, &info) == PACKAGE_MANAGER_ERROR_NONE && info->has_uid) {
-            uid_t *grown = realloc(out->uids, (out->count + 1) * sizeof(*grown));
-            if (grown) {
-                out->uids = grown;
-                out->uids[out->count++] = info->uid;
-            } else {
-                rc = PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY;
-            }
-        }
-        free_info(info);
-        free(names[i]);
-    }
-    free(names);
-    if (rc != PACKAGE_MANAGER_ERROR_NONE) {
-        free(out->uids);
-        out->uids = NULL;
-        out->count = 0;
-    }
+    struct uid_collection c = {package_id, out};
+    int rc = for_each_package(collect_uid, &c, PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE);
+    if (rc == PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE)
+        return PACKAGE_MANAGER_ERROR_NONE; /* every entry visited */
+    free(out->uids);
+    out->uids = NULL;
+    out->count = 0;
     return rc;
 }
 

@@ -21,8 +21,13 @@
 #include <vector>
 
 #include "sso_test_harness.h"
+#include "storage_test_util.h"
 
 namespace {
+
+using sstest::ModeOf;
+using sstest::ReadFile;
+using sstest::WriteFile;
 
 constexpr uint32_t kModuleId = 0x53534F41u;
 constexpr uint64_t kUuid0 = 0x5f0a93c2d1e84b7aull;
@@ -37,40 +42,13 @@ constexpr size_t kOverhead = kMagicLen + kNonceLen + kTagLen;
 ss_credential_t MakeCredential(uint32_t module_id = kModuleId, uint64_t w0 = kUuid0,
                                uint64_t w1 = kUuid1)
 {
-    ss_uuid_t uuid;
-    uuid.word[0] = w0;
-    uuid.word[1] = w1;
-    ss_credential_t c;
-    EXPECT_EQ(SS_ERROR_NONE, ss_init_credential(&c, module_id, &uuid, SS_FLAG_INIT));
-    return c;
-}
-
-std::string ReadFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void WriteFile(const std::string &path, const std::string &bytes)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
+    return sstest::Credential(module_id, w0, w1);
 }
 
 bool Exists(const std::string &path)
 {
     struct stat st;
     return lstat(path.c_str(), &st) == 0;
-}
-
-mode_t ModeOf(const std::string &path)
-{
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0)
-        return static_cast<mode_t>(-1);
-    return st.st_mode & 07777;
 }
 
 std::vector<std::string> ListDir(const std::string &dir)

@@ -19,22 +19,13 @@
 
 #include "sso_deployment.h"
 #include "sso_test_harness.h"
+#include "storage_test_util.h"
 
 namespace {
 
-std::string ReadFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void WriteFile(const std::string &path, const std::string &bytes)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
-}
+using sstest::Credential;
+using sstest::ReadFile;
+using sstest::WriteFile;
 
 std::string TempPath(const char *tag)
 {
@@ -87,22 +78,7 @@ CliResult RunSs(const std::vector<std::string> &args,
 
 ss_credential_t DeploymentCredential()
 {
-    ss_uuid_t uuid;
-    uuid.word[0] = SSO_DEPLOY_SS_UUID_WORD0;
-    uuid.word[1] = SSO_DEPLOY_SS_UUID_WORD1;
-    ss_credential_t c;
-    EXPECT_EQ(SS_ERROR_NONE, ss_init_credential(&c, SSO_DEPLOY_SS_MODULE_ID, &uuid, SS_FLAG_INIT));
-    return c;
-}
-
-ss_credential_t Credential(uint32_t module_id, uint64_t w0, uint64_t w1)
-{
-    ss_uuid_t uuid;
-    uuid.word[0] = w0;
-    uuid.word[1] = w1;
-    ss_credential_t c;
-    EXPECT_EQ(SS_ERROR_NONE, ss_init_credential(&c, module_id, &uuid, SS_FLAG_INIT));
-    return c;
+    return Credential(SSO_DEPLOY_SS_MODULE_ID, SSO_DEPLOY_SS_UUID_WORD0, SSO_DEPLOY_SS_UUID_WORD1);
 }
 
 int LibRead(const std::string &id, const ss_credential_t &cred, std::string *out)
@@ -282,8 +258,8 @@ TEST_F(SsCli, ATamperedItemFailsGetWithOne)
 
 TEST_F(SsCli, AStoreBlockedByARegularFileFailsPutWithOne)
 {
-    ASSERT_EQ(0, ssotest::RunCommand({"/bin/rm", "-rf", root_.path() + "/secure-storage/items"})
-                     .status);
+    ASSERT_EQ(
+        0, ssotest::RunCommand({"/bin/rm", "-rf", root_.path() + "/secure-storage/items"}).status);
     WriteFile(root_.path() + "/secure-storage/items", "not a directory");
     CliResult r = RunSs({"ss", "put", "item"}, "x");
     EXPECT_EQ(1, r.status);

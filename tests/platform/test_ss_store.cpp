@@ -14,8 +14,13 @@
 #include <string>
 
 #include "sso_test_harness.h"
+#include "storage_test_util.h"
 
 namespace {
+
+using sstest::ModeOf;
+using sstest::ReadFile;
+using sstest::WriteFile;
 
 ss_credential_t Credential()
 {
@@ -26,28 +31,6 @@ ss_credential_t Credential()
     c.uuid.word[0] = 1;
     c.uuid.word[1] = 2;
     return c;
-}
-
-std::string ReadFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void WriteFile(const std::string &path, const std::string &bytes)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
-}
-
-mode_t ModeOf(const std::string &path)
-{
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0)
-        return static_cast<mode_t>(-1);
-    return st.st_mode & 07777;
 }
 
 int Write(const char *id, const std::string &data)

@@ -26,8 +26,13 @@
 #include <vector>
 
 #include "sso_test_harness.h"
+#include "storage_test_util.h"
 
 namespace {
+
+using sstest::ModeOf;
+using sstest::ReadFile;
+using sstest::WriteFile;
 
 using Clock = std::chrono::steady_clock;
 
@@ -40,10 +45,7 @@ const char kShared[] = "SSO_PUBLICDATA_ID";
 
 ss_credential_t Credential()
 {
-    ss_uuid_t uuid = {{0x5f0a93c2d1e84b7aull, 0xa6e2c90b3f17d845ull}};
-    ss_credential_t c;
-    ss_init_credential(&c, 0x53534F41u, &uuid, SS_FLAG_INIT);
-    return c;
+    return sstest::Credential(0x53534F41u, 0x5f0a93c2d1e84b7aull, 0xa6e2c90b3f17d845ull);
 }
 
 int Write(const std::string &id, const std::string &data)
@@ -73,22 +75,6 @@ ReadResult Read(const std::string &id)
         r.rc = 99; // a failure touched the out arguments
     }
     return r;
-}
-
-std::string ReadFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-mode_t ModeOf(const std::string &path)
-{
-    struct stat st;
-    if (lstat(path.c_str(), &st) != 0)
-        return static_cast<mode_t>(-1);
-    return st.st_mode & 07777;
 }
 
 ssotest::Identity User(uid_t uid)

@@ -84,22 +84,6 @@ static void put_be(unsigned char *p, uint64_t v, int bytes)
     }
 }
 
-static int write_all(int fd, const void *data, size_t len)
-{
-    const unsigned char *p = data;
-    while (len > 0) {
-        ssize_t n = write(fd, p, len);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return -1;
-        }
-        p += n;
-        len -= (size_t)n;
-    }
-    return 0;
-}
-
 /* ---- paths ---- */
 
 /* Writes the file name of a (valid) item id into buf, MAX_FILE_NAME + 1 bytes. */
@@ -192,8 +176,8 @@ static int create_device_key(const char *path, unsigned char key[DEVICE_KEY_LEN]
         OPENSSL_cleanse(key, DEVICE_KEY_LEN);
         return io_error(errno);
     }
-    int ok =
-        fchmod(fd, FILE_MODE) == 0 && write_all(fd, key, DEVICE_KEY_LEN) == 0 && fsync(fd) == 0;
+    int ok = fchmod(fd, FILE_MODE) == 0 && sso_platform_write_all(fd, key, DEVICE_KEY_LEN) == 0 &&
+             fsync(fd) == 0;
     if (close(fd) != 0)
         ok = 0;
     int rc;
