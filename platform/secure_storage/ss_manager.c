@@ -176,8 +176,9 @@ static int connect_service(struct call *c)
     char path[PATH_MAX];
     if (sso_platform_path(path, sizeof(path), SS_WIRE_SOCKET) != 0 ||
         strlen(path) >= sizeof(c->path)) {
-        snprintf(c->path, sizeof(c->path), "%s", path);
-        unavailable(c, "the socket path is too long:", 0);
+        /* A Unix socket's path has room for 107 bytes. */
+        dlog_print(DLOG_ERROR, TAG, "%s '%s': the storage socket's path under %s is too long",
+                   c->op, c->item_id, sso_platform_root());
         return -1;
     }
     memcpy(c->path, path, strlen(path) + 1);

@@ -687,6 +687,22 @@ TEST_F(StorageService, TheServiceNeedsARootAndAStoreOfItsOwn)
     EXPECT_EQ(2, RunService({"--bogus"}).status);
 }
 
+TEST_F(StorageService, ARootTooDeepForASocketIsAClearErrorOnBothSides)
+{
+    // A Unix socket's path holds at most 107 bytes.
+    const std::string deep = root_.path() + "/" + std::string(100, 'd');
+    ASSERT_EQ(0, mkdir(deep.c_str(), 0755));
+    ssotest::CommandResult r = RunService({"--root", deep});
+    EXPECT_EQ(1, r.status);
+    EXPECT_NE(std::string::npos, r.out.find("is too long")) << r.out;
+    setenv("SSO_PLATFORM_ROOT", deep.c_str(), 1);
+    log().Clear();
+    EXPECT_EQ(SS_ERROR_SERVICE_UNAVAILABLE, Read("item").rc);
+    setenv("SSO_PLATFORM_ROOT", root_.path().c_str(), 1);
+    EXPECT_TRUE(
+        log().Contains("read 'item': the storage socket's path under " + deep + " is too long"));
+}
+
 TEST_F(StorageService, SigtermStopsItCleanlyAndTakesItsSocketAlong)
 {
     root_.StopStorage();

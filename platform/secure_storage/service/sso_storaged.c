@@ -325,18 +325,18 @@ int main(int argc, char **argv)
         fprintf(stderr, "sso-storaged: no platform root at %s\n", root);
         return 1;
     }
+    char lock_path[PATH_MAX], socket_path[PATH_MAX];
+    if (sso_platform_path(lock_path, sizeof(lock_path), LOCK_FILE) != 0 ||
+        sso_platform_path(socket_path, sizeof(socket_path), SS_WIRE_SOCKET) != 0 ||
+        strlen(socket_path) >= sizeof(((struct sockaddr_un *)0)->sun_path)) {
+        fprintf(stderr, "sso-storaged: the socket path under %s is too long\n", root);
+        return 1;
+    }
     if (check_store_owner() != 0)
         return 1;
     int rc = ss_store_prepare();
     if (rc != SS_ERROR_NONE) {
         fprintf(stderr, "sso-storaged: cannot prepare the store under %s (error %d)\n", root, rc);
-        return 1;
-    }
-
-    char lock_path[PATH_MAX], socket_path[PATH_MAX];
-    if (sso_platform_path(lock_path, sizeof(lock_path), LOCK_FILE) != 0 ||
-        sso_platform_path(socket_path, sizeof(socket_path), SS_WIRE_SOCKET) != 0) {
-        fprintf(stderr, "sso-storaged: the platform root's path is too long\n");
         return 1;
     }
     /* Held for the service's life: one service a store. */
