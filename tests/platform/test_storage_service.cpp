@@ -361,6 +361,21 @@ TEST_F(StorageAccess, ARegistryOthersCanWriteVouchesForNobody)
     EXPECT_EQ(0, As(kUidA, [] { return Read(kItemA).rc == SS_ERROR_ACCESS_DENIED ? 0 : 1; }));
 }
 
+TEST_F(StorageAccess, ARootGivenAsALinkIsTheRootItNames)
+{
+    root_.StopStorage();
+    const std::string link = root_.path() + ".link";
+    ASSERT_EQ(0, symlink(root_.path().c_str(), link.c_str()));
+    ssotest::ChildProcess service =
+        ssotest::ChildProcess::Spawn({ssotest::ToolPath("sso-storaged"), "--root", link});
+    ASSERT_TRUE(service.WaitForOutput("ready\n"));
+    EXPECT_EQ(0, As(kUidA, [link] {
+                  setenv("SSO_PLATFORM_ROOT", link.c_str(), 1);
+                  return Read(kItemA).data == "token of a" ? 0 : 1;
+              }));
+    unlink(link.c_str());
+}
+
 TEST_F(StorageAccess, APackageWithoutAUserIdIsReadByTheServiceOnly)
 {
     std::ofstream(root_.path() + "/packages/org.example.c") << "app org.example.c.app\n";

@@ -15,11 +15,13 @@ static int privileged(const struct ss_policy *policy, uid_t peer)
     return peer == 0 || peer == policy->service_uid || peer == policy->own_uid;
 }
 
-/* Whether only root or the storage service's user can have written path. */
-static int administered(const struct ss_policy *policy, const char *path, int regular)
+/* Whether only root or the storage service's user can have written path.
+ * A link is taken for what it points to only where the administrator named
+ * it (the root itself, follow set); inside the registry it is refused. */
+static int administered(const struct ss_policy *policy, const char *path, int regular, int follow)
 {
     struct stat st;
-    if (lstat(path, &st) != 0)
+    if ((follow ? stat(path, &st) : lstat(path, &st)) != 0)
         return 0;
     if (regular ? !S_ISREG(st.st_mode) : !S_ISDIR(st.st_mode))
         return 0;
@@ -36,8 +38,8 @@ static int registry_trusted(const struct ss_policy *policy, const char *package_
     if (sso_platform_path(dir, sizeof(dir), "packages") != 0 ||
         sso_platform_path(entry, sizeof(entry), rel) != 0)
         return 0;
-    return administered(policy, sso_platform_root(), 0) && administered(policy, dir, 0) &&
-           administered(policy, entry, 1);
+    return administered(policy, sso_platform_root(), 0, 1) && administered(policy, dir, 0, 0) &&
+           administered(policy, entry, 1, 0);
 }
 
 int ss_policy_check(const struct ss_policy *policy, uid_t peer, uint32_t op, const char *item_id,
