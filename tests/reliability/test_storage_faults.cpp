@@ -4,6 +4,7 @@
 // failure code and says why in the log, nothing crashes, and the library
 // writes nothing it was not asked to write.
 #include <fcntl.h>
+#include <signal.h>
 #include <ftw.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -293,6 +294,41 @@ TEST_F(StorageFaults, AnEightMebibyteDocumentIsReadWhole)
     EXPECT_FALSE(log().Contains(std::string(100, 'p'))) << "the document reached the log";
     EXPECT_LT(took.count(), 5000);
     EXPECT_EQ(Describe(before, Take(root_.path())), "");
+}
+
+// ------------------------------------------------- the storage service
+
+// The document changed, but the storage service is gone or hung: the getters
+// fail as for an unreadable document, within the client's time-out, say why,
+// and read again once the service answers.
+TEST_F(StorageFaults, AMissingOrHungStorageServiceFailsTheGettersForAWhileOnly)
+{
+    setenv("SSO_PLATFORM_SS_TIMEOUT_MS", "300", 1);
+    struct Fault {
+        const char *name;
+        std::function<void(ssotest::PlatformRoot &)> start, end;
+        const char *why;
+    } faults[] = {
+        {"stopped", [](ssotest::PlatformRoot &r) { r.StopStorage(); },
+         [](ssotest::PlatformRoot &r) { r.StartStorage(); }, "no storage service at"},
+        {"hung", [](ssotest::PlatformRoot &r) { kill(r.storage_pid(), SIGSTOP); },
+         [](ssotest::PlatformRoot &r) { kill(r.storage_pid(), SIGCONT); },
+         "no answer in time from"},
+    };
+    for (const Fault &f : faults) {
+        Publish(ssotest::Document(accounts_, 1));
+        f.start(root_);
+        log().Clear();
+        Outcome guid;
+        auto took = reliability::Timed([&] { guid = Guid(); });
+        EXPECT_EQ(guid.result, -1) << f.name;
+        EXPECT_LT(took.count(), 5000) << f.name << ": the getter was held";
+        EXPECT_TRUE(log().Contains(f.why)) << f.name;
+        EXPECT_TRUE(log().Contains("Failed to read data. error(-10)")) << f.name;
+        f.end(root_);
+        EXPECT_EQ(Guid().text, accounts_[1].guid) << f.name;
+    }
+    unsetenv("SSO_PLATFORM_SS_TIMEOUT_MS");
 }
 
 // -------------------------------------------------------------- settings
