@@ -352,7 +352,14 @@ void PlatformRoot::StartStorage(const std::vector<std::string> &extra_args)
         return;
     std::vector<std::string> argv = {ToolPath("sso-storaged"), "--root", path_};
     argv.insert(argv.end(), extra_args.begin(), extra_args.end());
-    auto child = std::make_unique<ChildProcess>(ChildProcess::Spawn(argv));
+    // Killed by pid, the service never reaches an exit where a sanitizer
+    // would report: under ThreadSanitizer a race stops it at once instead, so
+    // the test's next storage call fails. (AddressSanitizer and UBSan stop
+    // at the first error anyway.)
+    const char *tsan = getenv("TSAN_OPTIONS");
+    std::map<std::string, std::string> env = {
+        {"TSAN_OPTIONS", std::string(tsan ? tsan : "") + ":halt_on_error=1"}};
+    auto child = std::make_unique<ChildProcess>(ChildProcess::Spawn(argv, env));
     if (!child->WaitForOutput("ready\n", std::chrono::seconds(20))) {
         child->Kill(SIGKILL);
         int status = child->Wait(std::chrono::seconds(5));
