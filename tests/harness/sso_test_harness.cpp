@@ -391,6 +391,42 @@ pid_t PlatformRoot::storage_pid() const
     return storage_ ? storage_->pid() : -1;
 }
 
+bool PlatformRoot::SuspendStorage()
+{
+    const pid_t pid = storage_pid();
+    if (pid <= 0 || kill(pid, SIGSTOP) != 0)
+        return false;
+    // The signal is delivered as each thread next runs; until then a thread
+    // may still answer.
+    const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+    return WaitUntil([&tasks] {
+        DIR *d = opendir(tasks.c_str());
+        if (d == nullptr)
+            return false;
+        bool all = true;
+        int seen = 0;
+        while (const struct dirent *e = readdir(d)) {
+            if (e->d_name[0] == '.')
+                continue;
+            ++seen;
+            std::string stat = ReadFileOrEmpty(tasks + "/" + e->d_name + "/stat");
+            std::size_t paren = stat.rfind(')');
+            char state =
+                paren != std::string::npos && paren + 2 < stat.size() ? stat[paren + 2] : '?';
+            if (state != 'T' && state != 't')
+                all = false;
+        }
+        closedir(d);
+        return all && seen > 0;
+    });
+}
+
+void PlatformRoot::ResumeStorage()
+{
+    if (storage_pid() > 0)
+        kill(storage_pid(), SIGCONT);
+}
+
 void EnsureStorageService()
 {
     PlatformRoot *root = PlatformRoot::Current();

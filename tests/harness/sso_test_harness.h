@@ -94,6 +94,11 @@ public:
     void StopStorage();
     bool storage_running();
     pid_t storage_pid() const;
+    // Stops it (SIGSTOP) and returns once every thread of it is stopped, so
+    // that nothing more is answered: a hung service. false when it did not
+    // stop in time. ResumeStorage lets it go on.
+    bool SuspendStorage();
+    void ResumeStorage();
 
     // The root made most recently and still alive, or nullptr.
     static PlatformRoot *Current();

@@ -453,7 +453,7 @@ TEST_F(StorageService, AHungServiceIsGivenUpOnWithinTheTimeOut)
 {
     ASSERT_EQ(SS_ERROR_NONE, Write("item", "x"));
     setenv("SSO_PLATFORM_SS_TIMEOUT_MS", "300", 1);
-    ASSERT_EQ(0, kill(root_.storage_pid(), SIGSTOP));
+    ASSERT_TRUE(root_.SuspendStorage());
     log().Clear();
     auto start = Clock::now();
     EXPECT_EQ(SS_ERROR_SERVICE_UNAVAILABLE, Read("item").rc);
@@ -462,7 +462,7 @@ TEST_F(StorageService, AHungServiceIsGivenUpOnWithinTheTimeOut)
     auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
     EXPECT_LT(took.count(), 10000) << "a hung service held the caller";
     EXPECT_TRUE(log().Contains("read 'item': no answer in time from " + Socket()));
-    ASSERT_EQ(0, kill(root_.storage_pid(), SIGCONT));
+    root_.ResumeStorage();
     unsetenv("SSO_PLATFORM_SS_TIMEOUT_MS");
     EXPECT_EQ("x", Read("item").data);
 }

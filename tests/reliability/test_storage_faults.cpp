@@ -311,9 +311,8 @@ TEST_F(StorageFaults, AMissingOrHungStorageServiceFailsTheGettersForAWhileOnly)
     } faults[] = {
         {"stopped", [](ssotest::PlatformRoot &r) { r.StopStorage(); },
          [](ssotest::PlatformRoot &r) { r.StartStorage(); }, "no storage service at"},
-        {"hung", [](ssotest::PlatformRoot &r) { kill(r.storage_pid(), SIGSTOP); },
-         [](ssotest::PlatformRoot &r) { kill(r.storage_pid(), SIGCONT); },
-         "no answer in time from"},
+        {"hung", [](ssotest::PlatformRoot &r) { ASSERT_TRUE(r.SuspendStorage()); },
+         [](ssotest::PlatformRoot &r) { r.ResumeStorage(); }, "no answer in time from"},
     };
     for (const Fault &f : faults) {
         Publish(ssotest::Document(accounts_, 1));
