@@ -12,14 +12,14 @@
  * service decides by the kernel's word on who is asking (the peer's user id),
  * never by anything the request says:
  *
- *   item                              read by                       written by
- *   SSO_PUBLICDATA_ID                 every process                 the service's
- *   SSO_PUBLICDATA_ID_<package id>    the package's processes (its  users (below)
- *                                     user in the package registry)
- *                                     and the service's users
- *   any other item                    the service's users
+ *   item                              read by                    written by
+ *   SSO_PUBLICDATA_ID                 every process              privileged users
+ *   SSO_PUBLICDATA_ID_<package id>    the package's processes    privileged users
+ *                                     (its user in the package
+ *                                     registry), privileged users
+ *   any other item                    privileged users           privileged users
  *
- * The service's users are the SSO service's account (sso-storaged
+ * The privileged users are the SSO service's account (sso-storaged
  * --service-user), the account the storage service runs as, and root.
  *
  * A tampered, truncated or foreign-credential item fails to read or validate
