@@ -299,6 +299,12 @@ std::vector<Target> Targets()
          "", 0, "fd_growth"},
         {"8e", "callbacks missing or duplicated in the memory run", K::CounterAtMost,
          "BM_Memory_Library", "", 0, "callbacks_lost_or_repeated"},
+        {"9a", "C++ API request to callback vs the C API", K::RatioAtMost,
+         "BM_CxxRequestToCallback", "BM_CRequestToCallback_VsCxx", 1.05, ""},
+        {"9b", "C++ API request to Future::get vs the C API", K::RatioAtMost, "BM_CxxFutureGet",
+         "BM_CRequestToCallback_VsFuture", 1.05, ""},
+        {"9c", "C++ API result on a main loop vs the C API handed over by hand", K::RatioAtMost,
+         "BM_CxxRequestToMainLoop", "BM_CRequestHandedToMainLoop", 1.05, ""},
     };
 }
 

@@ -16,6 +16,12 @@
 #   sso_devenv_down                  # stops the simulator, the storage service
 #                                    # and the bus, by pid
 #
+# SSO_DEVENV_BUS_POLICY=strict makes the bus deny by default, as a
+# distribution's system bus does, and read the project's shipped policy from
+# SSO_DEVENV_POLICY_DIR (the service's account in it replaced by the user
+# running this, who runs the simulator; its control group replaced by
+# SSO_DEVENV_CONTROL_GROUP when set). The default, open, allows everything.
+#
 # The pieces, in order, for callers that show each one: sso_devenv_bus_up DIR,
 # sso_devenv_storage_up BIN, sso_devenv_simulator_up BIN [OPTIONS...] (which
 # starts the storage service itself when it is not up),
@@ -64,21 +70,56 @@ sso_devenv_wait_for_line() {
   return 1
 }
 
+# The policy of a strict bus: default deny, then the shipped files copied
+# into DIR/bus/system.d with the service's account made the current user.
+sso_devenv_strict_policy() {
+  local dir=$1 src=${SSO_DEVENV_POLICY_DIR:-} me file service group copied=0
+  me=$(id -un) || return 1
+  [ -d "$src" ] || { echo "devenv: no policy directory '$src' (SSO_DEVENV_POLICY_DIR)" >&2; return 1; }
+  mkdir -p "$dir/bus/system.d" || return 1
+  for file in "$src"/org.orvex.tv.ssoservice.*.conf; do
+    [ -f "$file" ] || continue
+    service=$(sed -n 's/.*<policy user="\([^"]*\)">.*/\1/p' "$file" | head -n 1)
+    group=$(sed -n 's/.*<policy group="\([^"]*\)">.*/\1/p' "$file" | head -n 1)
+    sed -e "${service:+s/user=\"$service\"/user=\"$me\"/g}" \
+      -e "${group:+${SSO_DEVENV_CONTROL_GROUP:+s/group=\"$group\"/group=\"$SSO_DEVENV_CONTROL_GROUP\"/g}}" \
+      "$file" > "$dir/bus/system.d/${file##*/}" || return 1
+    copied=$((copied + 1))
+  done
+  [ "$copied" -gt 0 ] || { echo "devenv: no policy files in $src" >&2; return 1; }
+  cat <<POLICY
+  <policy context="default">
+    <allow user="*"/>
+    <deny own="*"/>
+    <deny send_type="method_call"/>
+    <allow send_type="signal"/>
+    <allow send_requested_reply="true" send_type="method_return"/>
+    <allow send_requested_reply="true" send_type="error"/>
+    <allow receive_type="method_call"/>
+    <allow receive_type="method_return"/>
+    <allow receive_type="error"/>
+    <allow receive_type="signal"/>
+    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
+    <allow send_destination="org.freedesktop.DBus"
+           send_interface="org.freedesktop.DBus.Introspectable"/>
+    <deny send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"
+          send_member="UpdateActivationEnvironment"/>
+  </policy>
+  <includedir>$dir/bus/system.d</includedir>
+POLICY
+}
+
 # A private system bus and a fresh platform root under DIR. Exports
 # DBUS_SYSTEM_BUS_ADDRESS, SSO_PLATFORM_ROOT and, unless already set,
 # SSO_PLATFORM_LOG (a file under DIR/log); sets SSO_DEVENV_BUS_PID.
 sso_devenv_bus_up() {
-  local dir=$1 out
+  local dir=$1 out policy
   SSO_DEVENV_DIR=$dir
   mkdir -p "$dir/root" "$dir/bus" "$dir/log" || return 1
-  cat > "$dir/bus/system.conf" <<CONF
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=$dir/bus/system_bus_socket</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
+  case ${SSO_DEVENV_BUS_POLICY:-open} in
+    strict) policy=$(sso_devenv_strict_policy "$dir") || return 1 ;;
+    open)
+      policy='  <policy context="default">
     <allow user="*"/>
     <allow own="*"/>
     <allow send_type="method_call"/>
@@ -89,7 +130,23 @@ sso_devenv_bus_up() {
     <allow receive_type="signal"/>
     <allow receive_type="method_return"/>
     <allow receive_type="error"/>
-  </policy>
+  </policy>'
+      ;;
+    *)
+      echo "devenv: SSO_DEVENV_BUS_POLICY must be open or strict" >&2
+      return 1
+      ;;
+  esac
+  # SSO_DEVENV_SERVICE_DIR: activation files the bus starts services from.
+  cat > "$dir/bus/system.conf" <<CONF
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=$dir/bus/system_bus_socket</listen>
+  <auth>EXTERNAL</auth>
+${SSO_DEVENV_SERVICE_DIR:+  <servicedir>$SSO_DEVENV_SERVICE_DIR</servicedir>}
+$policy
 </busconfig>
 CONF
   sso_devenv_show dbus-daemon --config-file="$dir/bus/system.conf" --fork --print-address=1 \
@@ -97,8 +154,9 @@ CONF
   # With --fork the daemon returns once it listens: no polling needed. The
   # daemon writes its pid to the file itself, so a clean-up that interrupts
   # this finds it there (sso_devenv_down).
+  # Its warnings (a policy group this machine does not have) go to its log.
   out=$(dbus-daemon --config-file="$dir/bus/system.conf" --fork --print-address=1 \
-    --print-pid=3 3> "$dir/bus/pid") || return 1
+    --print-pid=3 3> "$dir/bus/pid" 2>> "$dir/log/bus.err") || { cat "$dir/log/bus.err" >&2; return 1; }
   SSO_DEVENV_BUS_PID=$(cat "$dir/bus/pid")
   [ -n "$SSO_DEVENV_BUS_PID" ] && [ -n "$out" ] || return 1
   export DBUS_SYSTEM_BUS_ADDRESS=$out

@@ -46,8 +46,9 @@ extern "C" {
  * @brief Login state of the device account, as read from the setting
  *        "db/sso/login_status" that the SSO service writes.
  *
- * Only the stored value 1 reads as #SSO_LOGEDIN; any other value, and a
- * missing setting, reads and is reported as #SSO_NOT_LOGIN.
+ * Only the stored value 1 reads as #SSO_LOGEDIN; any other stored value reads
+ * as #SSO_NOT_LOGIN. A missing setting is a failure: sso_get_login_state()
+ * returns -1 and leaves #SSO_NOT_LOGIN in its output.
  */
 typedef enum {
     SSO_NOT_LOGIN = 0, /**< Nobody is signed in. */

@@ -57,6 +57,20 @@ public:
         return (instance != nullptr && IsReady(instance)) ? instance : nullptr;
     }
 
+    // The instance once constructed, even while its PostCreateInstance still
+    // runs: for what must reach it then (the unload cancelling a set-up).
+    // Never creates one and never waits.
+    static T *PeekConstructedInstance() { return m_pInstance.load(std::memory_order_acquire); }
+
+    // In a child after fork(): forgets the parent's instance without
+    // touching it (its threads are the parent's) and makes the lock usable
+    // again, whoever held it at the fork. For the atfork child handler only.
+    static void ForgetInstanceAfterFork()
+    {
+        m_pInstance.store(nullptr, std::memory_order_release);
+        pthread_mutex_init(&m_mutexInstance, nullptr);
+    }
+
     // Deletes the instance if there is one.
     static void RemoveInstance()
     {

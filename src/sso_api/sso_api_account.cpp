@@ -350,45 +350,14 @@ SSO_API_CATCH(-1)
 
 // -------------------------------------------- synchronous reads from the service
 
-namespace {
-
-// Reads a "(s)" reply; false (and a log line) when it carries no text.
-bool ReadStringReply(GVariant *reply, std::string &out, const char *nullMessage)
-{
-    if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(s)"))) {
-        SSO_LOGE("%s", nullMessage);
-        return false;
-    }
-    const gchar *text = nullptr;
-    g_variant_get(reply, "(&s)", &text);
-    if (text == nullptr) {
-        SSO_LOGE("%s", nullMessage);
-        return false;
-    }
-    out = text;
-    return true;
-}
-
-} // namespace
-
 SSO_API bool sso_private_get_public_account_data(std::string &out)
 try {
     out.clear();
     SSO_LOG_START();
-    std::string objectName = SSOAPIClientUtil::GetDBusObjectName();
-    long long threadId = SSOAPIClientUtil::GetDBusProxyThreadId();
-    GVariant *parameters = g_variant_new("(sxs)", objectName.c_str(), static_cast<gint64>(threadId),
-                                         "sso_get_public_account_data");
-    GVariant *reply = nullptr;
-    bool ok =
-        sso_private_call_dbus_method_to_server("sso_get_public_account_data", parameters, &reply);
-    if (ok) {
-        ok = ReadStringReply(reply, out, "pPublicAccountData is null");
-        if (ok)
-            SSO_LOGY("accountData size[%zu]", out.size());
-    }
-    if (reply != nullptr)
-        g_variant_unref(reply);
+    SSORequestFrame frame("sso_private_get_public_account_data");
+    bool ok = frame.Open() && frame.ReadData({}, out, "pPublicAccountData is null");
+    if (ok)
+        SSO_LOGY("accountData size[%zu]", out.size());
     SSO_LOG_END_F("bRet [%d]", ok ? 1 : 0);
     return ok;
 }
@@ -406,21 +375,11 @@ try {
         SSO_LOGE("packageId or appId or key is empty");
         return true;
     }
-    std::string objectName = SSOAPIClientUtil::GetDBusObjectName();
-    long long threadId = SSOAPIClientUtil::GetDBusProxyThreadId();
-    GVariant *parameters = g_variant_new(
-        "(sxssss)", objectName.c_str(), static_cast<gint64>(threadId),
-        "sso_get_extracted_application_data", packageId.c_str(), appId.c_str(), key.c_str());
-    GVariant *reply = nullptr;
-    bool ok = sso_private_call_dbus_method_to_server("sso_get_extracted_application_data",
-                                                     parameters, &reply);
-    if (ok) {
-        ok = ReadStringReply(reply, out, "pExtractedAppData is null");
-        if (ok)
-            SSO_LOGY("applicationData size[%zu]", out.size());
-    }
-    if (reply != nullptr)
-        g_variant_unref(reply);
+    SSORequestFrame frame("sso_private_get_extracted_application_data");
+    bool ok = frame.Open() && frame.ReadData({Text(packageId), Text(appId), Text(key)}, out,
+                                             "pExtractedAppData is null");
+    if (ok)
+        SSO_LOGY("applicationData size[%zu]", out.size());
     SSO_LOG_END_F("bRet [%d]", ok ? 1 : 0);
     return ok;
 }

@@ -64,9 +64,164 @@ void *AsPointer(gint64 value)
     return reinterpret_cast<void *>(static_cast<intptr_t>(value));
 }
 
+// Completes the outstanding request this result answers; false (logged) when
+// the process sent no such request or its result came already.
+bool IsOutstanding(const char *methodName, gint64 callback, gint64 userData)
+{
+    CSSOSvcGdbus *transport = SSOAPISingleton<CSSOSvcGdbus>::PeekInstance();
+    if (transport != nullptr && transport->Requests().Complete(methodName, callback, userData))
+        return true;
+    SSO_LOGE("[%s] answers no request of this process: dropped", methodName);
+    return false;
+}
+
 } // namespace
 
 // ------------------------------------------------------------ request frame
+
+SSORequestFrame::SSORequestFrame(const char *function)
+    : m_type(sso_requests::ByFunction(function)), m_arrival(SSOClock::now())
+{
+}
+
+bool SSORequestFrame::Open()
+{
+    if (m_type == nullptr) {
+        SSO_LOGE("no request is known by this name");
+        return false;
+    }
+    const char *method = m_type->serverMethod;
+    // The first transport of the process is created and connected here, which
+    // can take up to the 10-second set-up.
+    m_transport =
+        SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSvcGdbus>::GetInstance() : nullptr;
+    if (m_transport == nullptr) {
+        SSO_LOG_CHECK_NULL("pDBusInstance is null");
+        return false;
+    }
+    m_transport->RegisterCallback(sso_handle_api_response, nullptr);
+    if (!m_transport->EnsureLink(m_arrival)) {
+        SSO_LOGE("Failed to CallMethodToServer(). methodName [%s]", method);
+        SSO_LOGE("sso_private_call_dbus_method_to_server() return false");
+        SSO_LOG_END_F("pMethodName[%s] sso_result[%d] result[%d]", method, -1, -1);
+        return false;
+    }
+    // Only now: the id of the link that will carry the request.
+    m_objectName = m_transport->objectName();
+    m_requestId = m_transport->proxyMonitorThreadId();
+    if (m_type->form == SSORequestForm::Async)
+        m_aeIndex = sso_private_take_event_index();
+    m_open = true;
+    return true;
+}
+
+GVariant *SSORequestFrame::Tuple(std::initializer_list<std::initializer_list<GVariant *>> parts)
+{
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE_TUPLE);
+    g_variant_builder_add_value(&builder, g_variant_new_string(m_objectName.c_str()));
+    for (const auto &part : parts)
+        for (GVariant *value : part)
+            g_variant_builder_add_value(&builder, value);
+    return g_variant_builder_end(&builder);
+}
+
+namespace {
+
+// Sinks and drops values that will not be sent.
+void DropValues(std::initializer_list<GVariant *> values)
+{
+    for (GVariant *value : values)
+        if (value != nullptr)
+            g_variant_unref(g_variant_ref_sink(value));
+}
+
+// The tuple must have the row's shape: a mistake in a request function is
+// refused here, never sent.
+bool HasShape(GVariant *tuple, const std::string &shape, const char *method)
+{
+    if (g_variant_is_of_type(tuple, G_VARIANT_TYPE(shape.c_str())))
+        return true;
+    SSO_LOGE("the tuple of [%s] is %s, not %s", method, g_variant_get_type_string(tuple),
+             shape.c_str());
+    g_variant_unref(g_variant_ref_sink(tuple));
+    return false;
+}
+
+} // namespace
+
+int SSORequestFrame::Send(std::initializer_list<GVariant *> fields, gint64 callback,
+                          std::initializer_list<GVariant *> afterCallback, gint64 userData)
+{
+    if (!m_open || m_type->form != SSORequestForm::Async) {
+        DropValues(fields);
+        DropValues(afterCallback);
+        return -1;
+    }
+    GVariant *tuple =
+        Tuple({fields,
+               {g_variant_new_int64(callback)},
+               afterCallback,
+               {g_variant_new_int64(m_requestId), g_variant_new_int64(userData),
+                g_variant_new_int32(m_aeIndex), g_variant_new_string(m_type->methodCall)}});
+    const std::string shape =
+        std::string("(s") + m_type->fields + "x" + m_type->afterCallback + "xxis)";
+    if (!HasShape(tuple, shape, m_type->serverMethod))
+        return -1;
+
+    // Recorded before it is sent: the result may come before the answer.
+    SSOAPIRequestRegistry::Ticket ticket = 0;
+    if (m_type->delivery != nullptr && callback != 0)
+        ticket = m_transport->Requests().Add(m_type->delivery, callback, userData);
+    GVariant *reply = nullptr;
+    int result = sso_private_request_method(m_type->serverMethod, tuple, &reply);
+    if (result != 0 && ticket != 0)
+        m_transport->Requests().Remove(ticket);
+    return result;
+}
+
+int SSORequestFrame::SendPlain(std::initializer_list<GVariant *> fields)
+{
+    if (!m_open || m_type->form != SSORequestForm::Plain) {
+        DropValues(fields);
+        return -1;
+    }
+    GVariant *tuple = Tuple(
+        {{g_variant_new_int64(m_requestId), g_variant_new_string(m_type->serverMethod)}, fields});
+    if (!HasShape(tuple, std::string("(sxs") + m_type->fields + ")", m_type->serverMethod))
+        return -1;
+    GVariant *reply = nullptr;
+    return sso_private_request_method(m_type->serverMethod, tuple, &reply);
+}
+
+bool SSORequestFrame::ReadData(std::initializer_list<GVariant *> fields, std::string &out,
+                               const char *nullMessage)
+{
+    out.clear();
+    if (!m_open || m_type->form != SSORequestForm::Data) {
+        DropValues(fields);
+        return false;
+    }
+    GVariant *tuple = Tuple(
+        {{g_variant_new_int64(m_requestId), g_variant_new_string(m_type->serverMethod)}, fields});
+    if (!HasShape(tuple, std::string("(sxs") + m_type->fields + ")", m_type->serverMethod))
+        return false;
+    GVariant *reply = nullptr;
+    bool ok = sso_private_call_dbus_method_to_server(m_type->serverMethod, tuple, &reply);
+    if (ok) {
+        if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(s)"))) {
+            SSO_LOGE("%s", nullMessage);
+            ok = false;
+        } else {
+            const gchar *text = nullptr;
+            g_variant_get(reply, "(&s)", &text);
+            out = text != nullptr ? text : "";
+        }
+    }
+    if (reply != nullptr)
+        g_variant_unref(reply);
+    return ok;
+}
 
 bool sso_private_call_dbus_method_to_server(std::string methodName, GVariant *parameters,
                                             GVariant **reply)
@@ -74,7 +229,7 @@ bool sso_private_call_dbus_method_to_server(std::string methodName, GVariant *pa
     SSO_LOG_START();
     SSO_LOGE("---> methodName [%s]", methodName.c_str());
     // The first transport of the process is created and connected here, which
-    // can take up to the 10-second start-up hand-shake.
+    // can take up to the 10-second set-up.
     CSSOSvcGdbus *transport =
         SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSvcGdbus>::GetInstance() : nullptr;
     if (transport == nullptr) {
@@ -146,9 +301,9 @@ bool sso_private_are_texts_utf8(
 
 // --------------------------------------------------------- response dispatch
 
-void sso_handle_api_response(GDBusConnection *, const char *, const char *, const char *,
+void sso_handle_api_response(CSSOBusConnection *, const char *, const char *, const char *,
                              const char *methodName, GVariant *parameters,
-                             GDBusMethodInvocation *invocation, void *)
+                             CSSOBusInvocation *invocation, void *)
 {
     SSO_LOG_START();
     SSO_LOGE("<--- Client Method Name [%s]", methodName != nullptr ? methodName : "(null)");
@@ -158,7 +313,7 @@ void sso_handle_api_response(GDBusConnection *, const char *, const char *, cons
     bool answered = false;
     auto answer = [&] {
         if (!answered && invocation != nullptr)
-            g_dbus_method_invocation_return_value(invocation, nullptr);
+            invocation->ReturnValue(nullptr);
         answered = true;
     };
 
@@ -235,6 +390,9 @@ void sso_handle_api_response(GDBusConnection *, const char *, const char *, cons
             // Addressed to another (earlier) monitor thread: dropped.
         } else if (callback == 0) {
             SSO_LOGE("pCallback is 0");
+        } else if (!IsOutstanding(methodName, callback, userData)) {
+            // Checked last: a pointer that came over the bus is called only
+            // when this process sent it, once per request.
         } else {
             SSO_LOGD("[START] [%s]'s Return-Callback : result(%d)", methodName, result);
             void *appData = AsPointer(userData);
@@ -317,12 +475,10 @@ SSO_API int sso_get_term_state(const char *term_id)
 SSO_API int sso_check_alive(void)
 try {
     SSO_LOG_START();
-    long long threadId = SSOAPIClientUtil::GetDBusProxyThreadId();
-    std::string objectName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters = g_variant_new("(sxs)", objectName.c_str(), static_cast<gint64>(threadId),
-                                         "sso_check_alive");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_check_alive", parameters, &reply);
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    return frame.SendPlain();
 }
 SSO_API_CATCH(-1)
 

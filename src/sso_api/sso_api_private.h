@@ -12,7 +12,83 @@
 #include <string>
 #include <utility>
 
+#include "SSOAPIClientLifeCycle.h"
+#include "SSORequestTable.h"
+#include "sso_bus_connection.h"
 #include "sso_log.h"
+
+class CSSOSvcGdbus;
+
+// One request on its way to the service, the same for every request: the
+// exported function checks its own arguments and state (with its own
+// messages), then
+//   SSORequestFrame frame("sso_perform_logout");
+//   if (!frame.Open()) return -1;       // the link is up, the name is ours
+//   ... log with frame.requestId() ...
+//   return frame.Send({Text(confirm)}, Value(callback), Value(user_data));
+// Open brings the link up first and only then reads the request id and takes
+// ae_index, so a request never carries the id of a link that is gone. Send
+// builds the tuple from the request's row (object name first; callback,
+// request id, user data, ae_index, method_call last), records the request as
+// outstanding, sends it, and forgets it again if the service refuses.
+// Lives on the caller's stack for one call; holds the library open.
+class SSORequestFrame {
+public:
+    explicit SSORequestFrame(const char *function);
+    SSORequestFrame(const SSORequestFrame &) = delete;
+    SSORequestFrame &operator=(const SSORequestFrame &) = delete;
+
+    // False (logged; the request returns -1) when the link cannot be had, the
+    // library is being unloaded or the client name is another process's.
+    // Blocks at most the link's set-up.
+    bool Open();
+    long long requestId() const { return m_requestId; }
+    int32_t aeIndex() const { return m_aeIndex; }
+    const std::string &objectName() const { return m_objectName; }
+
+    // An asynchronous request: fields go between the object name and the
+    // callback, afterCallback between the callback and the request id.
+    // Floating values are consumed. 0 when the service accepted it, else -1.
+    int Send(std::initializer_list<GVariant *> fields, gint64 callback,
+             std::initializer_list<GVariant *> afterCallback, gint64 userData);
+    int Send(std::initializer_list<GVariant *> fields, gint64 callback, gint64 userData)
+    {
+        return Send(fields, callback, {}, userData);
+    }
+    // A plain request, "(sxs)" plus its fields: the frame's result.
+    int SendPlain(std::initializer_list<GVariant *> fields = {});
+    // A read answered "(s)": true with the text, else false and nullMessage
+    // logged when the answer carried none.
+    bool ReadData(std::initializer_list<GVariant *> fields, std::string &out,
+                  const char *nullMessage);
+
+private:
+    // (object name, the parts in order).
+    GVariant *Tuple(std::initializer_list<std::initializer_list<GVariant *>> parts);
+
+    const SSORequestType *m_type;
+    SSOAPIBusyScope m_busy;
+    SSOClock::time_point m_arrival;
+    CSSOSvcGdbus *m_transport = nullptr;
+    bool m_open = false;
+    std::string m_objectName;
+    long long m_requestId = 0;
+    int32_t m_aeIndex = 0;
+};
+
+// Tuple fields for the frame.
+inline GVariant *Text(const char *text)
+{
+    return g_variant_new_string(text);
+}
+inline GVariant *Text(const std::string &text)
+{
+    return g_variant_new_string(text.c_str());
+}
+template <typename P> inline gint64 Value(P pointer)
+{
+    return static_cast<gint64>(reinterpret_cast<intptr_t>(pointer));
+}
 
 // Sends one request: 0 when the service accepted it (answered "(i)" with 1),
 // -1 otherwise. parameters is a floating tuple, consumed. *reply is always
@@ -26,10 +102,10 @@ bool sso_private_call_dbus_method_to_server(std::string methodName, GVariant *pa
 
 // The one handler of calls the service makes on the account client object.
 // Runs on the "SSOProxyMonitor" thread.
-void sso_handle_api_response(GDBusConnection *connection, const char *sender,
+void sso_handle_api_response(CSSOBusConnection *connection, const char *sender,
                              const char *objectPath, const char *interfaceName,
                              const char *methodName, GVariant *parameters,
-                             GDBusMethodInvocation *invocation, void *userData);
+                             CSSOBusInvocation *invocation, void *userData);
 
 // The time-out of every request, in milliseconds.
 constexpr int SSO_REQUEST_TIMEOUT_MS = 5000;

@@ -45,12 +45,10 @@ const char *OnOff(bool flag)
 // request id and the method name.
 int SendWithoutCallback(const char *method)
 {
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *reply = nullptr;
-    return sso_private_request_method(
-        method, g_variant_new("(sxs)", objName.c_str(), static_cast<gint64>(dbusProxyTid), method),
-        &reply);
+    SSORequestFrame frame(method);
+    if (!frame.Open())
+        return -1;
+    return frame.SendPlain();
 }
 
 } // namespace
@@ -91,8 +89,10 @@ int sso_private_request_switch_account_by_id_or_guid(const char *account_id, con
     // Unlike the other requests, an empty extra also counts as absent.
     std::string paramExtra = (extra == nullptr || extra[0] == '\0') ? "HAS_NO_VALUE" : extra;
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(method);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     // A GUID identifies the user: it goes only into the [DEVEL] line.
     SSO_LOGY("methodName[%s] accountInfo[%s] switch_account_cb[%lld] dbusProxyTid[%lld]", method,
              byGuid ? "<hidden>" : accountInfo.c_str(), sso_private_pointer_log(callback),
@@ -100,13 +100,8 @@ int sso_private_request_switch_account_by_id_or_guid(const char *account_id, con
     if (byGuid)
         SSO_LOG_DEVEL("accountInfo = %s", accountInfo.c_str());
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(sssxxxis)", objName.c_str(), accountInfo.c_str(), paramExtra.c_str(),
-                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-                      sso_private_pointer_value(user_data), aeIndex, method);
-    GVariant *reply = nullptr;
-    return sso_private_request_method(method, parameters, &reply);
+    return frame.Send({Text(accountInfo.c_str()), Text(paramExtra.c_str())}, Value(callback),
+                      Value(user_data));
 }
 
 extern "C" {
@@ -129,21 +124,18 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
     SSO_LOG_DEVEL("app_id = %s, secret_key = %s, paramScope = %s, request_access_token_cb = %lld, "
                   "dbusProxyTid = %lld",
                   app_id, secret_key, paramScope.c_str(), sso_private_pointer_log(callback),
                   dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(ssssxxxis)", objName.c_str(), app_id, secret_key, paramScope.c_str(),
-                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-                      sso_private_pointer_value(user_data), aeIndex, "sso_request_access_token");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_request_access_token", parameters, &reply);
+    return frame.Send({Text(app_id), Text(secret_key), Text(paramScope.c_str())}, Value(callback),
+                      Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -172,8 +164,10 @@ try {
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
     SSO_LOG_DEVEL("app_id = %s, secret_key = %s, auth_code = %s, paramScope = %s, "
                   "request_access_token_cb = %lld, dbusProxyTid = %lld",
@@ -181,14 +175,8 @@ try {
                   sso_private_pointer_log(callback), dbusProxyTid);
 
     // Sent to its own server method, but delivered like any access token.
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters = g_variant_new(
-        "(sssssxxxis)", objName.c_str(), app_id, secret_key, auth_code, paramScope.c_str(),
-        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-        sso_private_pointer_value(user_data), aeIndex, "sso_request_access_token");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_request_access_token_using_authcode", parameters,
-                                      &reply);
+    return frame.Send({Text(app_id), Text(secret_key), Text(auth_code), Text(paramScope.c_str())},
+                      Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -207,19 +195,15 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
     SSO_LOGY("app_id = %s, paramScope = %s, request_auth_code_cb = %lld, dbusProxyTid = %lld",
              app_id, paramScope.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(sssxxxis)", objName.c_str(), app_id, paramScope.c_str(),
-                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-                      sso_private_pointer_value(user_data), aeIndex, "sso_request_auth_code");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_request_auth_code", parameters, &reply);
+    return frame.Send({Text(app_id), Text(paramScope.c_str())}, Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -236,8 +220,10 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
     const char *pAuthCodeFor = "user";
     SSO_LOGY("app_id = %s, paramScope = %s, pAuthCodeFor = %s, request_user_auth_code_cb = %lld, "
@@ -246,13 +232,8 @@ try {
              dbusProxyTid);
 
     // User and device codes share one delivery method.
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters = g_variant_new(
-        "(ssssxxxis)", objName.c_str(), app_id, paramScope.c_str(), pAuthCodeFor,
-        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-        sso_private_pointer_value(user_data), aeIndex, "sso_request_service_auth_code");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_request_user_authcode", parameters, &reply);
+    return frame.Send({Text(app_id), Text(paramScope.c_str()), Text(pAuthCodeFor)}, Value(callback),
+                      Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -269,8 +250,10 @@ try {
     // A device code needs nobody signed in.
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
     const char *pAuthCodeFor = "device";
     SSO_LOGY("app_id = %s, paramScope = %s, pAuthCodeFor = %s, request_device_auth_code_cb = "
@@ -278,13 +261,8 @@ try {
              app_id, paramScope.c_str(), pAuthCodeFor, sso_private_pointer_log(callback),
              dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters = g_variant_new(
-        "(ssssxxxis)", objName.c_str(), app_id, paramScope.c_str(), pAuthCodeFor,
-        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-        sso_private_pointer_value(user_data), aeIndex, "sso_request_service_auth_code");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_request_device_authcode", parameters, &reply);
+    return frame.Send({Text(app_id), Text(paramScope.c_str()), Text(pAuthCodeFor)}, Value(callback),
+                      Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -301,21 +279,15 @@ try {
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
     SSO_LOG_DEVEL("app_id = %s, paramScope = %s, request_auth_code_cb = %lld, dbusProxyTid = %lld",
                   app_id, paramScope.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(sssxxxis)", objName.c_str(), app_id, paramScope.c_str(),
-                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-                      sso_private_pointer_value(user_data), aeIndex,
-                      "sso_request_auth_code_for_effortless_login");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_request_auth_code_for_effortless_login", parameters,
-                                      &reply);
+    return frame.Send({Text(app_id), Text(paramScope.c_str())}, Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -332,21 +304,18 @@ try {
         return -1;
     }
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
     SSO_LOGY("app_id = %s, account_id = %s, paramScope = %s, request_auth_code_cb = %lld, "
              "dbusProxyTid = %lld",
              app_id, account_id, paramScope.c_str(), sso_private_pointer_log(callback),
              dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters = g_variant_new(
-        "(sssssxxxis)", objName.c_str(), app_id, account_id, passwd, paramScope.c_str(),
-        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-        sso_private_pointer_value(user_data), aeIndex, "sso_request_authcode_with_ID_PWD");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_request_authcode_with_ID_PWD", parameters, &reply);
+    return frame.Send({Text(app_id), Text(account_id), Text(passwd), Text(paramScope.c_str())},
+                      Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -362,20 +331,16 @@ try {
         return -1;
     }
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
     SSO_LOG_DEVEL("paramDSC = %s, request_auth_code_for_other_device_cb = %lld, "
                   "dbusProxyTid = %lld",
                   paramDSC.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters = g_variant_new(
-        "(ssxxxis)", objName.c_str(), paramDSC.c_str(), sso_private_pointer_value(callback),
-        static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data), aeIndex,
-        "sso_request_authcode_for_other_device");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_request_authcode_for_other_device", parameters, &reply);
+    return frame.Send({Text(paramDSC.c_str())}, Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -406,8 +371,10 @@ try {
         return iRet;
     }
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
     int paramUseNotification = use_notification ? 1 : 0;
     SSO_LOG_DEVEL("authcode = %s, userid = %s, paramDSC = %s, paramUseNotification = %d, "
@@ -416,14 +383,8 @@ try {
                   sso_private_pointer_log(callback), dbusProxyTid);
 
     // The flag follows the callback here, unlike in the deleteFlag variant.
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(ssssxixxis)", objName.c_str(), authcode, userid, paramDSC.c_str(),
-                      sso_private_pointer_value(callback), paramUseNotification,
-                      static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data),
-                      aeIndex, "sso_generate_token_with_authcode_dsc");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_generate_token_with_authcode_dsc", parameters, &reply);
+    return frame.Send({Text(authcode), Text(userid), Text(paramDSC.c_str())}, Value(callback),
+                      {g_variant_new_int32(paramUseNotification)}, Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -460,8 +421,10 @@ try {
         return iRet;
     }
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
     int paramDeleteFlag = delete_flag ? 1 : 0;
     SSO_LOG_DEVEL("userid = %s, authcode = %s, paramDeleteFlag = %d, paramDSC = %s, "
@@ -469,15 +432,9 @@ try {
                   userid, authcode, paramDeleteFlag, paramDSC.c_str(),
                   sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(ssssixxxis)", objName.c_str(), userid, authcode, paramDSC.c_str(),
-                      paramDeleteFlag, sso_private_pointer_value(callback),
-                      static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data),
-                      aeIndex, "sso_generate_token_with_authcode_dsc_deleteFlag");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_generate_token_with_authcode_dsc_deleteFlag", parameters,
-                                      &reply);
+    return frame.Send({Text(userid), Text(authcode), Text(paramDSC.c_str()),
+                       g_variant_new_int32(paramDeleteFlag)},
+                      Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -501,20 +458,17 @@ try {
         return iRet;
     }
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     int paramDeleteFlag = delete_flag ? 1 : 0;
     SSO_LOGY("userid = %s, paramDeleteFlag = %d, request_oauth_token_cb = %lld, "
              "dbusProxyTid = %lld",
              userid, paramDeleteFlag, sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters = g_variant_new(
-        "(sssixxxis)", objName.c_str(), userid, passwd, paramDeleteFlag,
-        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-        sso_private_pointer_value(user_data), aeIndex, "sso_generate_token_with_ID_PWD");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_generate_token_with_ID_PWD", parameters, &reply);
+    return frame.Send({Text(userid), Text(passwd), g_variant_new_int32(paramDeleteFlag)},
+                      Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -554,8 +508,10 @@ try {
         return iRet;
     }
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
     const char *performLogin = OnOff(perform_login_flag);
     SSO_LOG_DEVEL("account_id = %s, authcode = %s, paramDSC = %s, perform_login_flag = %s, "
@@ -563,13 +519,8 @@ try {
                   account_id, authcode, paramDSC.c_str(), performLogin,
                   sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(sssssxxxis)", objName.c_str(), account_id, authcode, dsc, performLogin,
-                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-                      sso_private_pointer_value(user_data), aeIndex, "sso_register_account");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_register_account", parameters, &reply);
+    return frame.Send({Text(account_id), Text(authcode), Text(dsc), Text(performLogin)},
+                      Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -585,19 +536,15 @@ try {
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramConfirmID = SSOAPIClientUtil::GetParameterWithCheckNoValue(confirm_id);
     SSO_LOGY("paramConfirmID = %s, perform_logout_cb = %lld, dbusProxyTid = %lld",
              paramConfirmID.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(ssxxxis)", objName.c_str(), paramConfirmID.c_str(),
-                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-                      sso_private_pointer_value(user_data), aeIndex, "sso_perform_logout");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_perform_logout", parameters, &reply);
+    return frame.Send({Text(paramConfirmID.c_str())}, Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -612,18 +559,14 @@ try {
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     SSO_LOGY("verify_password_cb = %lld, dbusProxyTid = %lld", sso_private_pointer_log(callback),
              dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(ssxxxis)", objName.c_str(), passwd, sso_private_pointer_value(callback),
-                      static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data),
-                      aeIndex, "sso_verify_password");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_verify_password", parameters, &reply);
+    return frame.Send({Text(passwd)}, Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -636,18 +579,14 @@ try {
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     SSO_LOGY("request_account_list_cb = %lld, dbusProxyTid = %lld",
              sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(sxxxis)", objName.c_str(), sso_private_pointer_value(callback),
-                      static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data),
-                      aeIndex, "sso_request_account_list");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_request_account_list", parameters, &reply);
+    return frame.Send({}, Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -662,18 +601,14 @@ try {
         return -1;
     }
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     SSO_LOGY("account_id = %s, callback = %lld, dbusProxyTid = %lld", account_id,
              sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(sssxxxis)", objName.c_str(), account_id, password,
-                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-                      sso_private_pointer_value(user_data), aeIndex, "sso_set_passfw");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_set_passfw", parameters, &reply);
+    return frame.Send({Text(account_id), Text(password)}, Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -688,18 +623,14 @@ try {
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     SSO_LOGY("email = %s, reset_passwd_cb = %lld, dbusProxyTid = %lld", email,
              sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(ssxxxis)", objName.c_str(), email, sso_private_pointer_value(callback),
-                      static_cast<gint64>(dbusProxyTid), sso_private_pointer_value(user_data),
-                      aeIndex, "sso_request_reset_passwd");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_request_reset_passwd", parameters, &reply);
+    return frame.Send({Text(email)}, Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -741,18 +672,15 @@ try {
         return -1;
     }
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     SSO_LOG_DEVEL("account_id = %s, usertoken = %s, switch_account_cb = %lld, dbusProxyTid = %lld",
                   accountId.c_str(), usertoken, sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters = g_variant_new(
-        "(sssxxxis)", objName.c_str(), accountId.c_str(), usertoken,
-        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-        sso_private_pointer_value(user_data), aeIndex, "sso_switch_account_with_usertoken");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_switch_account_with_usertoken", parameters, &reply);
+    return frame.Send({Text(accountId.c_str()), Text(usertoken)}, Value(callback),
+                      Value(user_data));
 }
 SSO_API_CATCH(-1)
 

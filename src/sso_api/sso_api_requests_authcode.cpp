@@ -50,43 +50,6 @@ std::string _SSOAPIReqAuthCodeWithDSCData::ToString() const
     return text;
 }
 
-bool SSOAPIClientUtil::GetDBusInputParamReqestAuthCodeWithDSC(
-    int aeIndex, const _SSOAPIReqAuthCodeWithDSCData &data, GVariant **ppParamIn)
-{
-    if (ppParamIn == nullptr) {
-        SSO_LOG_CHECK_NULL("ppParamIn is null");
-        return false;
-    }
-    std::string dbusObjName = GetDBusObjectName();
-    long long dbusProxyTid = GetDBusProxyThreadId();
-    SSO_LOGY("dbusObjName[%s] dbusProxyTid[%lld]", dbusObjName.c_str(), dbusProxyTid);
-
-    gint64 callback = sso_private_pointer_value(data.pRequestAuthCodeCB);
-    gint64 userData = sso_private_pointer_value(data.pUserData);
-    // Whole-name comparison: a longer name that merely starts like the
-    // verifier's gets the five-string tuple.
-    GVariant *tuple = nullptr;
-    if (data.methodName == kWithVerifier || data.methodName == kWithChallenge) {
-        const std::string &code =
-            data.methodName == kWithVerifier ? data.codeVerifier : data.codeChallenge;
-        tuple = g_variant_new(
-            "(ssssssxxxis)", dbusObjName.c_str(), data.clientId.c_str(), data.scope.c_str(),
-            data.deviceSecurityCode.c_str(), data.responseType.c_str(), code.c_str(), callback,
-            static_cast<gint64>(dbusProxyTid), userData, aeIndex, data.methodName.c_str());
-    } else {
-        tuple = g_variant_new(
-            "(sssssxxxis)", dbusObjName.c_str(), data.clientId.c_str(), data.scope.c_str(),
-            data.deviceSecurityCode.c_str(), data.responseType.c_str(), callback,
-            static_cast<gint64>(dbusProxyTid), userData, aeIndex, data.methodName.c_str());
-    }
-    *ppParamIn = tuple;
-    if (*ppParamIn == nullptr) {
-        SSO_LOG_CHECK_NULL("ppParamIn is null");
-        return false;
-    }
-    return true;
-}
-
 int sso_private_request_user_authcode_with_dsc(const _SSOAPIReqAuthCodeWithDSCData &data)
 {
     SSO_LOG_START();
@@ -94,15 +57,23 @@ int sso_private_request_user_authcode_with_dsc(const _SSOAPIReqAuthCodeWithDSCDa
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    // Taken before the tuple is built: a failed build still uses it up.
-    int32_t aeIndex = sso_private_take_event_index();
-    GVariant *parameters = nullptr;
-    if (!SSOAPIClientUtil::GetDBusInputParamReqestAuthCodeWithDSC(aeIndex, data, &parameters)) {
-        SSO_LOGE("Failed to GetDBusInputParamReqestAuthCodeWithDSC()");
+    SSORequestFrame frame(data.methodName.c_str());
+    if (!frame.Open())
         return -1;
+    SSO_LOGY("dbusObjName[%s] dbusProxyTid[%lld]", frame.objectName().c_str(), frame.requestId());
+    gint64 callback = Value(data.pRequestAuthCodeCB);
+    gint64 userData = Value(data.pUserData);
+    // The challenge and the verifier travel as a fifth text.
+    if (data.methodName == kWithVerifier || data.methodName == kWithChallenge) {
+        const std::string &code =
+            data.methodName == kWithVerifier ? data.codeVerifier : data.codeChallenge;
+        return frame.Send({Text(data.clientId), Text(data.scope), Text(data.deviceSecurityCode),
+                           Text(data.responseType), Text(code)},
+                          callback, userData);
     }
-    GVariant *reply = nullptr;
-    return sso_private_request_method(data.methodName.c_str(), parameters, &reply);
+    return frame.Send({Text(data.clientId), Text(data.scope), Text(data.deviceSecurityCode),
+                       Text(data.responseType)},
+                      callback, userData);
 }
 
 extern "C" {

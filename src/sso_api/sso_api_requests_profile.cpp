@@ -17,19 +17,6 @@
 
 namespace {
 
-// Sends "(sxxxis)": the object name, callback, request id, user data,
-// ae_index and the method's own name. The caller has run every check.
-int SendCallbackOnly(const char *method, gint64 callback, void *userData, int32_t aeIndex,
-                     long long dbusProxyTid)
-{
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(sxxxis)", objName.c_str(), callback, static_cast<gint64>(dbusProxyTid),
-                      sso_private_pointer_value(userData), aeIndex, method);
-    GVariant *reply = nullptr;
-    return sso_private_request_method(method, parameters, &reply);
-}
-
 // What sso_get_user_json_info needs when the profile arrives.
 struct UserJsonInfoContext {
     sso_user_json_info_cb callback;
@@ -101,19 +88,16 @@ int sso_private_request_partner_auth_info(const char *authKey, const char *authV
         SSO_LOG_CHECK_NULL("pAuthValue is null");
         return -1;
     }
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     SSO_LOG_DEVEL("authKey = %s, pAuthValue = %s, pMethod = %s, pCallback = %lld, "
                   "dbusProxyTid = %lld",
                   authKey, authValue, method, sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(ssssxxxis)", objName.c_str(), authKey, authValue, method,
-                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-                      sso_private_pointer_value(userData), aeIndex, "sso_return_partner_auth_info");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_request_partner_auth_info", parameters, &reply);
+    return frame.Send({Text(authKey), Text(authValue), Text(method)}, Value(callback),
+                      Value(userData));
 }
 
 extern "C" {
@@ -128,12 +112,13 @@ try {
         return -1;
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame("sso_get_user_info_v4");
+    if (!frame.Open())
+        return -1;
     gint64 cb = sso_private_pointer_value(callback);
     SSO_LOGY("get_user_info_common_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
-             dbusProxyTid);
-    return SendCallbackOnly("sso_get_user_info_v4", cb, user_data, aeIndex, dbusProxyTid);
+             frame.requestId());
+    return frame.Send({}, cb, Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -145,12 +130,13 @@ try {
         return -1;
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame("sso_get_user_info");
+    if (!frame.Open())
+        return -1;
     gint64 cb = sso_private_pointer_value(callback);
     SSO_LOGY("get_user_info_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
-             dbusProxyTid);
-    return SendCallbackOnly("sso_get_user_info", cb, user_data, aeIndex, dbusProxyTid);
+             frame.requestId());
+    return frame.Send({}, cb, Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -162,12 +148,13 @@ try {
         return -1;
     }
     // Identity verification serves a device nobody has signed in to yet.
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame("sso_identify_current_user_info");
+    if (!frame.Open())
+        return -1;
     gint64 cb = sso_private_pointer_value(callback);
     SSO_LOGY("identify_user_info_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
-             dbusProxyTid);
-    return SendCallbackOnly("sso_identify_current_user_info", cb, user_data, aeIndex, dbusProxyTid);
+             frame.requestId());
+    return frame.Send({}, cb, Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -179,12 +166,13 @@ try {
         return -1;
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame("sso_get_namecheck_auth_info");
+    if (!frame.Open())
+        return -1;
     gint64 cb = sso_private_pointer_value(callback);
     SSO_LOGY("get_namecheck_auth_info_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
-             dbusProxyTid);
-    return SendCallbackOnly("sso_get_namecheck_auth_info", cb, user_data, aeIndex, dbusProxyTid);
+             frame.requestId());
+    return frame.Send({}, cb, Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -195,12 +183,12 @@ try {
         SSO_LOG_CHECK_NULL("callback is nullptr");
         return -1;
     }
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame("sso_get_dynamic_my_account_list");
+    if (!frame.Open())
+        return -1;
     gint64 cb = sso_private_pointer_value(callback);
-    SSO_LOGY("callback = %lld, dbusProxyTid = %lld", static_cast<long long>(cb), dbusProxyTid);
-    return SendCallbackOnly("sso_get_dynamic_my_account_list", cb, user_data, aeIndex,
-                            dbusProxyTid);
+    SSO_LOGY("callback = %lld, dbusProxyTid = %lld", static_cast<long long>(cb), frame.requestId());
+    return frame.Send({}, cb, Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -219,19 +207,15 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     SSO_LOG_DEVEL("app_id = %s, access_token = %s, get_user_family_group_cb = %lld, "
                   "dbusProxyTid = %lld",
                   app_id, access_token, sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(sssxxxis)", objName.c_str(), app_id, access_token,
-                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-                      sso_private_pointer_value(user_data), aeIndex, "sso_get_user_family_group");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_get_user_family_group", parameters, &reply);
+    return frame.Send({Text(app_id), Text(access_token)}, Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 
@@ -251,19 +235,16 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     SSO_LOG_DEVEL("app_id = %s, access_token = %s, group_id = %s, get_user_group_users_cb = "
                   "%lld, dbusProxyTid = %lld",
                   app_id, access_token, group_id, sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters =
-        g_variant_new("(ssssxxxis)", objName.c_str(), app_id, access_token, group_id,
-                      sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-                      sso_private_pointer_value(user_data), aeIndex, "sso_get_user_group_users");
-    GVariant *reply = nullptr;
-    return sso_private_request_method("sso_get_user_group_users", parameters, &reply);
+    return frame.Send({Text(app_id), Text(access_token), Text(group_id)}, Value(callback),
+                      Value(user_data));
 }
 SSO_API_CATCH(-1)
 

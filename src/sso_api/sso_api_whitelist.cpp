@@ -70,21 +70,18 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    int32_t aeIndex = sso_private_take_event_index();
-    long long dbusProxyTid = SSOAPIClientUtil::GetDBusProxyThreadId();
+    SSORequestFrame frame(__func__);
+    if (!frame.Open())
+        return -1;
+    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
     SSO_LOG_DEVEL("app_id = %s, pakagename = %s, signature = %s, paramScope = %s, "
                   "request_whitelist_accesstoken_cb = %lld, dbusProxyTid = %lld",
                   app_id, packagename, signature, paramScope.c_str(),
                   sso_private_pointer_log(callback), dbusProxyTid);
 
-    std::string objName = SSOAPIClientUtil::GetDBusObjectName();
-    GVariant *parameters = g_variant_new(
-        "(sssssxxxis)", objName.c_str(), app_id, packagename, signature, paramScope.c_str(),
-        sso_private_pointer_value(callback), static_cast<gint64>(dbusProxyTid),
-        sso_private_pointer_value(user_data), aeIndex, kWhitelistMethod);
-    GVariant *reply = nullptr;
-    return sso_private_request_method(kWhitelistMethod, parameters, &reply);
+    return frame.Send({Text(app_id), Text(packagename), Text(signature), Text(paramScope.c_str())},
+                      Value(callback), Value(user_data));
 }
 SSO_API_CATCH(-1)
 

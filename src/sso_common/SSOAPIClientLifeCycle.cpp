@@ -12,20 +12,33 @@
 
 namespace {
 
-// A caller blocks at most the 10-second link set-up plus one 5-second call;
-// the unload waits that long, and a little more, before it goes on anyway.
-constexpr std::chrono::milliseconds kBusyWait(16000);
-constexpr std::chrono::milliseconds kBusyPoll(100);
+// Blocked callers are cancelled, not waited out: they leave within moments.
+// The unload waits this long for them, then goes on anyway.
+constexpr std::chrono::milliseconds kBusyWait(500);
+constexpr std::chrono::milliseconds kBusyPoll(20);
 
 pthread_mutex_t s_mutexBusy = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t s_condBusy = PTHREAD_COND_INITIALIZER;
 int s_busyScopes = 0; // guarded by s_mutexBusy
 
-// Callers waiting on the service give up at once.
+// Callers waiting on the service, or on the link's set-up (which may still
+// be running inside the transport's creation), give up at once.
 void ReleaseBlockedCallers()
 {
-    if (CSSOSvcGdbus *transport = SSOAPISingleton<CSSOSvcGdbus>::PeekInstance())
+    if (CSSOSvcGdbus *transport = SSOAPISingleton<CSSOSvcGdbus>::PeekConstructedInstance())
         transport->CancelCalls();
+}
+
+// In a child that goes on after fork() without exec: the threads that held
+// the library's locks, and the parent's link, are not there. The child
+// starts with no caller inside and builds a link of its own when it needs one.
+void ForgetParentAfterFork()
+{
+    pthread_mutex_init(&s_mutexBusy, nullptr);
+    pthread_cond_init(&s_condBusy, nullptr);
+    s_busyScopes = 0;
+    SSOAPIUtil::ResetClientAliveLockAfterFork();
+    CSSOSvcGdbus::ForgetAfterFork();
 }
 
 } // namespace
@@ -72,6 +85,8 @@ SSOAPIClientLifeCycle::SSOAPIClientLifeCycle()
 {
     SSO_LOG_START();
     SSOAPIUtil::SetClientToAlive();
+    // Removed again by the C library when this library is unloaded.
+    pthread_atfork(nullptr, nullptr, ForgetParentAfterFork);
     m_appId = SSOAPIUtil::GetAppId(-1);
     // The data cache is made at load; its first validation of the account
     // document runs here too.

@@ -14,8 +14,6 @@
 
 #include <gio/gio.h>
 
-struct _SSOAPIReqAuthCodeWithDSCData;
-
 // The argument shape of a client callback method; the value is the shape's
 // number. Shapes 0 to 2 carry user_data after the result, 3 to 6 right after
 // request_id.
@@ -87,12 +85,6 @@ public:
     static bool m_GetJsonObjectFromString(std::string &text, Json::Value &out);
     static bool m_IsAccountIdRegistered(std::string &accountsInfoJsonString, int numOfAccounts,
                                         const char *accountId);
-
-    // The input tuple of an auth-code-with-DSC request; its shape follows the
-    // record's method name. False when no tuple was made.
-    static bool GetDBusInputParamReqestAuthCodeWithDSC(int aeIndex,
-                                                       const _SSOAPIReqAuthCodeWithDSCData &data,
-                                                       GVariant **ppParamIn);
 
 private:
     static const std::map<std::string, CLIENT_DBUS_METHOD_TYPE> m_clientDBusMethodTypeInfo;

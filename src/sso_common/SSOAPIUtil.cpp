@@ -1,7 +1,7 @@
 #include "SSOAPIUtil.h"
 
 #include <app_common.h>
-#include <cynara-creds-gdbus.h>
+#include "sso_bus_connection.h"
 #include <devfs.h>
 #include <unistd.h>
 
@@ -57,6 +57,11 @@ bool SSOAPIUtil::IsClientAlive()
     SSO_LOGY("m_bClientAlive [%d]", alive ? 1 : 0);
     pthread_mutex_unlock(&m_mutexClientAlive);
     return alive;
+}
+
+void SSOAPIUtil::ResetClientAliveLockAfterFork()
+{
+    pthread_mutex_init(&m_mutexClientAlive, nullptr);
 }
 
 int SSOAPIUtil::GetProcessId()
@@ -174,14 +179,16 @@ bool SSOAPIUtil::DoesFileExist(std::string path)
     return false;
 }
 
-bool SSOAPIUtil::m_GetCallerObjectProcessId(GDBusConnection *connection, const char *sender,
+bool SSOAPIUtil::m_GetCallerObjectProcessId(CSSOBusConnection *connection, const char *sender,
                                             std::string &out)
 {
     SSO_LOG_START();
+    // How long the bus may take to name the sender's pid.
+    constexpr int kPidTimeoutMs = 1000;
     pid_t pid = 0;
-    int ret = cynara_creds_gdbus_get_pid(connection, sender, &pid);
-    if (ret != CYNARA_API_SUCCESS) {
-        SSO_LOGY("Failed to cynara_creds_gdbus_get_pid() : %d", ret);
+    if (connection == nullptr || sender == nullptr ||
+        !connection->PeerPid(sender, kPidTimeoutMs, pid)) {
+        SSO_LOGY("Failed to get the process id of [%s]", sender != nullptr ? sender : "(null)");
         return false;
     }
     out = "obj" + std::to_string(static_cast<long>(pid));
@@ -189,7 +196,7 @@ bool SSOAPIUtil::m_GetCallerObjectProcessId(GDBusConnection *connection, const c
     return true;
 }
 
-bool SSOAPIUtil::IsCallerProcessValid(GDBusConnection *connection, const char *sender,
+bool SSOAPIUtil::IsCallerProcessValid(CSSOBusConnection *connection, const char *sender,
                                       GVariant *parameters)
 {
     SSO_LOG_START();

@@ -12,6 +12,8 @@
 
 #include "sso_accounts_info.h"
 
+class CSSOBusConnection;
+
 class SSOAPIUtil {
 public:
     // getpid(), or -1.
@@ -27,12 +29,14 @@ public:
     // Existence test of a device path (/etc/debug and the like).
     static bool DoesFileExist(std::string path);
 
-    // "obj<pid>" of the peer that sent a D-Bus message.
-    static bool m_GetCallerObjectProcessId(GDBusConnection *connection, const char *sender,
+    // "obj<pid>" of the peer that sent a D-Bus message: the bus's answer,
+    // remembered by the connection per unique name (a unique name is never
+    // given to another peer), so only a sender's first call costs a question.
+    static bool m_GetCallerObjectProcessId(CSSOBusConnection *connection, const char *sender,
                                            std::string &out);
     // Accepts an incoming call when the sender's "obj<pid>" occurs anywhere
-    // in the call's first (string) parameter.
-    static bool IsCallerProcessValid(GDBusConnection *connection, const char *sender,
+    // in the call's first (string) parameter. Runs for every call.
+    static bool IsCallerProcessValid(CSSOBusConnection *connection, const char *sender,
                                      GVariant *parameters);
     // The second half of that check, for a caller whose "obj<pid>" is known.
     static bool IsCallerObjectPidInParameters(const std::string &callerObjPid,
@@ -61,6 +65,9 @@ public:
     static void SetClientToAlive();
     static void SetClientToTerminated();
     static bool IsClientAlive();
+    // In a fork() child: the flag's lock may have been held by a thread that
+    // the child does not have.
+    static void ResetClientAliveLockAfterFork();
 
 private:
     static bool m_bClientAlive;                // guarded by m_mutexClientAlive

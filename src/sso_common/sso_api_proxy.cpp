@@ -1,7 +1,8 @@
 #include "sso_api_proxy.h"
 
 #include <errno.h>
-#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -12,17 +13,21 @@
 
 namespace {
 
-// The start-up hand-shake waits at most this long for the client object.
-constexpr int kProxyMonitorWaitSeconds = 10;
-
-// Peers whose process id the sender check remembers.
-constexpr size_t kCallerObjPidsKept = 8;
+// How long the check of an unknown sender may ask the bus for its pid.
+constexpr int kPeerPidTimeoutMs = 1000;
+// How long the holder of the client name is looked up for the log.
+constexpr int kHolderLookupMs = 1000;
 
 // The error domain of the sender-check refusal: a fixed number, not a
 // registered domain.
 constexpr GQuark kInvalidCallerErrorDomain = 19;
 
-std::string EncodedError(GError *error)
+// RequestName flags and answers of the bus.
+constexpr guint32 kNameReplaceExisting = 0x2;
+constexpr guint32 kNamePrimaryOwner = 1;
+constexpr guint32 kNameAlreadyOwner = 4;
+
+std::string EncodedError(const GError *error)
 {
     gchar *name = g_dbus_error_encode_gerror(error);
     std::string text = name != nullptr ? name : "";
@@ -30,21 +35,66 @@ std::string EncodedError(GError *error)
     return text;
 }
 
+struct timespec MonotonicTimespec(SSOClock::time_point when)
+{
+    // steady_clock is CLOCK_MONOTONIC on Linux.
+    auto since = when.time_since_epoch();
+    auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
+    auto nanos = std::chrono::duration_cast<std::chrono::nanoseconds>(since - seconds);
+    struct timespec ts;
+    ts.tv_sec = static_cast<time_t>(seconds.count());
+    ts.tv_nsec = static_cast<long>(nanos.count());
+    return ts;
+}
+
+void InitMonotonicCond(pthread_cond_t *cond)
+{
+    pthread_condattr_t attr;
+    pthread_condattr_init(&attr);
+    pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
+    pthread_cond_init(cond, &attr);
+    pthread_condattr_destroy(&attr);
+}
+
+// m_mutexProxy, waited for no longer than a deadline.
+class TimedProxyLock {
+public:
+    TimedProxyLock(pthread_mutex_t *mutex, SSOClock::time_point deadline) : m_mutex(mutex)
+    {
+        struct timespec ts = MonotonicTimespec(deadline);
+        m_locked = pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &ts) == 0;
+    }
+    ~TimedProxyLock()
+    {
+        if (m_locked)
+            pthread_mutex_unlock(m_mutex);
+    }
+    TimedProxyLock(const TimedProxyLock &) = delete;
+    TimedProxyLock &operator=(const TimedProxyLock &) = delete;
+    bool locked() const { return m_locked; }
+
+private:
+    pthread_mutex_t *m_mutex;
+    bool m_locked = false;
+};
+
 } // namespace
 
-const GDBusInterfaceVTable CSSOSvcGdbus::m_interfaceVTable = {
-    CSSOSvcGdbus::m_HandleMethodCall, nullptr, nullptr, {nullptr}};
+const CSSOSvcGdbus::InterfaceVTable CSSOSvcGdbus::m_interfaceVTable = {
+    CSSOSvcGdbus::m_HandleMethodCall};
 
 CSSOSvcGdbus::CSSOSvcGdbus()
     : m_processId(SSOAPIUtil::GetProcessId()),
       m_processName(SSOAPIUtil::GetProcessName(m_processId)),
-      m_objectName(SSOAPIUtil::GetObjectName(m_processId))
+      m_objectName(SSOAPIUtil::GetObjectName(m_processId)),
+      m_clientBusName(SSO_CLIENT_BUS_NAME_PREFIX + m_objectName)
 {
     pthread_mutex_init(&m_mutexProxy, nullptr);
     pthread_mutex_init(&m_mutexMonitorLoop, nullptr);
     pthread_mutex_init(&m_mutexProxyMonitor, nullptr);
-    pthread_cond_init(&m_condProxyMonitor, nullptr);
-    m_pLinkContext = g_main_context_new();
+    pthread_mutex_init(&m_mutexName, nullptr);
+    InitMonotonicCond(&m_condProxyMonitor);
+    InitMonotonicCond(&m_condName);
     m_pCallCancellable = g_cancellable_new();
     SSO_LOGW_G("m_processId(%d) m_objectName(%s)", m_processId, m_objectName.c_str());
 }
@@ -53,14 +103,10 @@ CSSOSvcGdbus::~CSSOSvcGdbus()
 {
     GiveProxy();
     UnregisterCallback();
-    // No monitor runs any more: drop what is still queued for the link.
-    g_main_context_push_thread_default(m_pLinkContext);
-    while (g_main_context_iteration(m_pLinkContext, FALSE)) {
-    }
-    g_main_context_pop_thread_default(m_pLinkContext);
-    g_main_context_unref(m_pLinkContext);
     g_object_unref(m_pCallCancellable);
+    pthread_cond_destroy(&m_condName);
     pthread_cond_destroy(&m_condProxyMonitor);
+    pthread_mutex_destroy(&m_mutexName);
     pthread_mutex_destroy(&m_mutexProxyMonitor);
     pthread_mutex_destroy(&m_mutexMonitorLoop);
     pthread_mutex_destroy(&m_mutexProxy);
@@ -71,7 +117,15 @@ CSSOSvcGdbus::~CSSOSvcGdbus()
 
 void CSSOSvcGdbus::PostCreateInstance()
 {
-    (void)m_GetProxy();
+    (void)m_GetProxy(SSOClock::now());
+}
+
+void CSSOSvcGdbus::ForgetAfterFork()
+{
+    // The parent's sockets are closed so the bus sees the parent alone on
+    // them; everything else of the parent's link is left as it is.
+    CSSOBusConnection::CloseInheritedSockets();
+    SSOAPISingleton<CSSOSvcGdbus>::ForgetInstanceAfterFork();
 }
 
 void CSSOSvcGdbus::RegisterCallback(SSOMethodCallHandler handler, void *userData)
@@ -108,13 +162,24 @@ bool CSSOSvcGdbus::m_IsGivenProxy()
     return false;
 }
 
-// Brings the link up if it is down; all of it under m_mutexProxy. With
-// connection, also hands out a reference of the caller's own to the
-// connection, taken under the same lock (a rebuild on another thread cannot
-// free it under the caller).
-bool CSSOSvcGdbus::m_GetProxy(GDBusConnection **connection)
+std::shared_ptr<CSSOBusConnection> CSSOSvcGdbus::connection()
 {
     SSOAPIAutoLock lock(&m_mutexProxy);
+    return m_pConnectionToServer;
+}
+
+// Brings the link up if it is down; all of it under m_mutexProxy, which a
+// thread waits for no longer than its own set-up allowance. With connection,
+// also hands out a reference of the caller's own to the connection.
+bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
+                              std::shared_ptr<CSSOBusConnection> *connection)
+{
+    const SSOClock::time_point deadline = arrival + std::chrono::seconds(kSetUpSeconds);
+    TimedProxyLock lock(&m_mutexProxy, deadline);
+    if (!lock.locked()) {
+        SSO_LOGE("The link's set-up by another thread did not end within %d s", kSetUpSeconds);
+        return false;
+    }
     if (m_IsGivenProxy())
         return false;
     if (m_introspectionXml.empty()) {
@@ -131,91 +196,104 @@ bool CSSOSvcGdbus::m_GetProxy(GDBusConnection **connection)
     }
 
     if (m_bProxyMonitorCreated && m_pConnectionToServer != nullptr) {
-        if (!g_dbus_connection_is_closed(m_pConnectionToServer)) {
+        if (!m_pConnectionToServer->isClosed()) {
             SSO_LOG_END_F("m_pConnectionToServer is already connected");
             if (connection != nullptr)
-                *connection = static_cast<GDBusConnection *>(g_object_ref(m_pConnectionToServer));
+                *connection = m_pConnectionToServer;
             return true;
         }
         // Found lazily, at the next call: rebuild both directions.
         SSO_LOGE("m_pConnectionToServer is disconnected. Try to clean up and connect again.");
+        if (pthread_equal(pthread_self(), static_cast<pthread_t>(m_proxyMonitorThreadId.load()))) {
+            SSO_LOGE("The link cannot be rebuilt from its own monitor thread");
+            return false;
+        }
         m_ReleaseConnectionToServer();
         m_DestroyProxyMonitor();
     }
 
-    if (!m_GetConnectionToServer()) {
-        SSO_LOGE("Failed to m_GetConnectionToServer()");
+    // A set-up that failed after this request began was this request's try.
+    if (!m_bLastSetUpOk && m_lastSetUpEnd >= arrival) {
+        SSO_LOGE("The link's set-up failed while this request waited for it; not tried again");
         return false;
     }
-    if (!m_CreateProxyMonitor()) {
+    if (g_cancellable_is_cancelled(m_pCallCancellable)) {
+        SSO_LOGE("The link is being torn down");
+        return false;
+    }
+
+    bool ok = false;
+    if (!m_GetConnectionToServer(deadline)) {
+        SSO_LOGE("Failed to m_GetConnectionToServer()");
+    } else if (!m_CreateProxyMonitor(deadline)) {
         SSO_LOGE("Failed to m_CreateProxyMonitor()");
         m_ReleaseConnectionToServer();
+        m_DestroyProxyMonitor();
+    } else {
+        ok = true;
+        if (connection != nullptr)
+            *connection = m_pConnectionToServer;
+    }
+    m_lastSetUpEnd = SSOClock::now();
+    m_bLastSetUpOk = ok;
+    return ok;
+}
+
+bool CSSOSvcGdbus::EnsureLink(SSOClock::time_point arrival)
+{
+    if (!m_GetProxy(arrival)) {
+        SSO_LOGE("Failed to GetProxy()");
         return false;
     }
-    if (connection != nullptr)
-        *connection = static_cast<GDBusConnection *>(g_object_ref(m_pConnectionToServer));
-    return true;
+    return m_CheckClientName(arrival + std::chrono::seconds(kSetUpSeconds));
 }
 
-// Called with m_mutexProxy held.
-bool CSSOSvcGdbus::m_GetConnectionToServer()
-{
-    // The connection is made (or found) with the link's own context as the
-    // thread default: what GDBus queues for it, the signal subscription and
-    // the notice that it closed among them, is then run by the monitor loop,
-    // never left waiting in a context of the application's that may never
-    // run. No monitor runs while this does, so the context is free here;
-    // anything still queued from an earlier link is flushed first, so a
-    // closed connection is really let go before a new one is asked for.
-    g_main_context_push_thread_default(m_pLinkContext);
-    while (g_main_context_iteration(m_pLinkContext, FALSE)) {
-    }
-    bool connected = m_GetConnectionToServerInContext();
-    g_main_context_pop_thread_default(m_pLinkContext);
-    return connected;
-}
-
-bool CSSOSvcGdbus::m_GetConnectionToServerInContext()
+// Called with m_mutexProxy held, on the requesting thread.
+bool CSSOSvcGdbus::m_GetConnectionToServer(SSOClock::time_point deadline)
 {
     GError *error = nullptr;
-    m_pConnectionToServer = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
-    if (error != nullptr) {
+    std::shared_ptr<CSSOBusConnection> connection = CSSOBusConnection::Open(
+        CSSOBusConnection::SystemBusAddress(), deadline, m_pCallCancellable, &error);
+    if (connection == nullptr) {
         SSO_LOGE("g_bus_get_sync() return error. %s, detail[message:%s, code:%d]",
                  EncodedError(error).c_str(), error->message, error->code);
         g_error_free(error);
-        if (m_pConnectionToServer != nullptr) {
-            g_object_unref(m_pConnectionToServer);
-            m_pConnectionToServer = nullptr;
-        }
         return false;
     }
-    if (m_pConnectionToServer == nullptr) {
-        SSO_LOGE("m_pConnectionToServer is null");
-        return false;
-    }
-    // A bus connection ends the process when the bus goes away unless told
-    // otherwise; the library repairs the link at the next request instead.
-    g_dbus_connection_set_exit_on_close(m_pConnectionToServer, FALSE);
+    m_pConnectionToServer = connection;
+    // The bus tells the owner of a name when it gains or loses it.
+    connection->SetBusSignalObserver(
+        [this](const char *member, GVariant *body) { m_OnBusSignal(member, body); });
 
-    m_signalId = g_dbus_connection_signal_subscribe(
-        m_pConnectionToServer, nullptr, SSO_SIGNAL_INTERFACE, nullptr, SSO_SIGNAL_OBJECT_PATH,
-        nullptr, G_DBUS_SIGNAL_FLAGS_NONE, m_OnSignal, this, nullptr);
+    // Subscribed on the requesting thread: the handler runs in whatever main
+    // context was this thread's default now.
+    GMainContext *context = g_main_context_ref_thread_default();
+    CSSOBusConnection *raw = connection.get();
+    m_signalId = connection->SubscribeSignal(
+        nullptr, SSO_SIGNAL_INTERFACE, nullptr, SSO_SIGNAL_OBJECT_PATH, context,
+        [this, raw](GDBusMessage *signal) {
+            m_OnSignal(raw, g_dbus_message_get_sender(signal), g_dbus_message_get_path(signal),
+                       g_dbus_message_get_interface(signal), g_dbus_message_get_member(signal),
+                       g_dbus_message_get_body(signal), this);
+        });
+    g_main_context_unref(context);
     if (m_signalId == 0)
         SSO_LOGE("m_signalId is 0");
     return true;
 }
 
-// Called with m_mutexProxy held.
+// Called with m_mutexProxy held. Nothing is said to the bus: closing the
+// socket is enough for it to drop our name and match rules.
 void CSSOSvcGdbus::m_ReleaseConnectionToServer()
 {
     if (m_pConnectionToServer == nullptr)
         return;
     if (m_signalId != 0) {
-        g_dbus_connection_signal_unsubscribe(m_pConnectionToServer, m_signalId);
+        m_pConnectionToServer->UnsubscribeSignal(m_signalId);
         m_signalId = 0;
     }
-    g_object_unref(m_pConnectionToServer);
-    m_pConnectionToServer = nullptr;
+    m_pConnectionToServer->SetBusSignalObserver(nullptr);
+    m_pConnectionToServer->Close();
 }
 
 void CSSOSvcGdbus::m_WakeCreator()
@@ -223,13 +301,13 @@ void CSSOSvcGdbus::m_WakeCreator()
     SSO_LOGY("LOCK_GIVE BEGIN");
     pthread_mutex_lock(&m_mutexProxyMonitor);
     m_bMonitorAnswered = true;
-    pthread_cond_signal(&m_condProxyMonitor);
+    pthread_cond_broadcast(&m_condProxyMonitor);
     pthread_mutex_unlock(&m_mutexProxyMonitor);
     SSO_LOGY("LOCK_GIVE END");
 }
 
 // Called with m_mutexProxy held.
-bool CSSOSvcGdbus::m_CreateProxyMonitor()
+bool CSSOSvcGdbus::m_CreateProxyMonitor(SSOClock::time_point deadline)
 {
     SSO_LOGY("LOCK_CREATE BEGIN");
     pthread_mutex_lock(&m_mutexProxyMonitor);
@@ -238,6 +316,15 @@ bool CSSOSvcGdbus::m_CreateProxyMonitor()
     pthread_mutex_lock(&m_mutexMonitorLoop);
     m_bStopRequested = false;
     pthread_mutex_unlock(&m_mutexMonitorLoop);
+    // Known before the monitor runs: a request waits for the bus's answer
+    // about a name that can be owned, and goes out at once otherwise.
+    m_SetNameState(g_dbus_is_name(m_clientBusName.c_str()) &&
+                           !g_dbus_is_unique_name(m_clientBusName.c_str())
+                       ? NameState::Pending
+                       : NameState::None);
+    // A context of this link's own: what is still queued for it when the
+    // link goes is dropped with it, never run by the next one.
+    m_pLinkContext = g_main_context_new();
     SSO_LOGY("LOCK_CREATE END");
 
     pthread_t thread = 0;
@@ -248,19 +335,15 @@ bool CSSOSvcGdbus::m_CreateProxyMonitor()
     }
     m_proxyMonitorThreadId.store(static_cast<unsigned long>(thread), std::memory_order_release);
 
-    // One bounded wait: the request goes out whether the monitor answered or
-    // the time ran out; a slow bus costs at most these seconds.
+    // One bounded wait, ended only by the object's registration (or the
+    // unload): the request goes out whether the monitor answered or the
+    // time ran out.
     SSO_LOGY("Wait for creating proxy-monitor (10s timeout)");
     SSO_LOGY("LOCK_TAKE_TRY BEGIN");
+    struct timespec until = MonotonicTimespec(deadline);
     pthread_mutex_lock(&m_mutexProxyMonitor);
-    struct timeval now;
-    gettimeofday(&now, nullptr);
-    struct timespec deadline;
-    deadline.tv_sec = now.tv_sec + kProxyMonitorWaitSeconds;
-    deadline.tv_nsec = now.tv_usec * 1000L;
-    while (!m_bMonitorAnswered) {
-        if (pthread_cond_timedwait(&m_condProxyMonitor, &m_mutexProxyMonitor, &deadline) ==
-            ETIMEDOUT)
+    while (!m_bMonitorAnswered && !m_bWaitCancelled) {
+        if (pthread_cond_timedwait(&m_condProxyMonitor, &m_mutexProxyMonitor, &until) == ETIMEDOUT)
             break;
     }
     pthread_mutex_unlock(&m_mutexProxyMonitor);
@@ -273,7 +356,9 @@ bool CSSOSvcGdbus::m_CreateProxyMonitor()
     return true;
 }
 
-// Called with m_mutexProxy held; never on the monitor thread (it joins it).
+// Called with m_mutexProxy held; the connection is closed already. On the
+// monitor thread itself the thread cannot be joined: it ends on its own once
+// the callback it runs returns.
 void CSSOSvcGdbus::m_DestroyProxyMonitor()
 {
     // Ask the loop to stop from inside itself, so a loop that has not started
@@ -295,31 +380,47 @@ void CSSOSvcGdbus::m_DestroyProxyMonitor()
     }
     pthread_mutex_unlock(&m_mutexMonitorLoop);
 
+    bool joined = false;
     unsigned long thread = m_proxyMonitorThreadId.load(std::memory_order_acquire);
     if (thread != 0) {
-        SSO_LOGY("Try to pthread_join() : %ld", static_cast<long>(thread));
-        if (pthread_join(static_cast<pthread_t>(thread), nullptr) != 0)
-            SSO_LOGE("Failed to pthread_join() : %ld", static_cast<long>(thread));
-        SSO_LOGY("pthread_join() id done : %ld", static_cast<long>(thread));
+        if (pthread_equal(pthread_self(), static_cast<pthread_t>(thread))) {
+            SSO_LOGE("pthread_join() on the monitor thread itself : %ld",
+                     static_cast<long>(thread));
+            pthread_detach(static_cast<pthread_t>(thread));
+        } else {
+            SSO_LOGY("Try to pthread_join() : %ld", static_cast<long>(thread));
+            if (pthread_join(static_cast<pthread_t>(thread), nullptr) != 0)
+                SSO_LOGE("Failed to pthread_join() : %ld", static_cast<long>(thread));
+            else
+                joined = true;
+            SSO_LOGY("pthread_join() id done : %ld", static_cast<long>(thread));
+        }
         m_proxyMonitorThreadId.store(0, std::memory_order_release);
     }
 
-    // The monitor thread has ended: its objects can be released here without
-    // racing it.
     unsigned int registerId = m_registerId.exchange(0);
-    if (m_pClientConnection != nullptr && registerId != 0)
-        g_dbus_connection_unregister_object(m_pClientConnection, registerId);
-    unsigned int ownerId = m_ownerId.exchange(0);
-    if (ownerId != 0)
-        g_bus_unown_name(ownerId);
-    if (m_pNodeInfo != nullptr) {
-        g_dbus_node_info_unref(m_pNodeInfo);
+    if (m_pConnectionToServer != nullptr && registerId != 0)
+        m_pConnectionToServer->UnregisterObject(registerId);
+    // The name went with the connection's socket.
+    m_ownerId.store(0);
+    if (joined) {
+        if (m_pNodeInfo != nullptr) {
+            g_dbus_node_info_unref(m_pNodeInfo);
+            m_pNodeInfo = nullptr;
+        }
+        // Whatever is still queued for the old link is dropped unrun.
+        if (GMainContext *context = m_pLinkContext.exchange(nullptr))
+            g_main_context_unref(context);
+    } else {
+        // The monitor still runs: its objects go with it (leaked once).
         m_pNodeInfo = nullptr;
+        m_pLinkContext = nullptr;
     }
-    if (m_pClientConnection != nullptr)
-        g_object_unref(m_pClientConnection);
     m_pClientConnection = nullptr;
-    m_callerObjPids.clear();
+    m_pConnectionToServer.reset();
+    // Results of requests sent on the old link can no longer come.
+    m_requests.Clear();
+    m_SetNameState(NameState::None);
 
     m_bProxyMonitorCreated = false;
     SSO_LOG_END_F("m_bProxyMonitorCreated = %d", 0);
@@ -337,24 +438,13 @@ void *CSSOSvcGdbus::m_RunProxyMonitor(void *instance)
     pthread_setname_np(pthread_self(), threadName);
     SSO_LOGP("thread name [%s]", threadName);
 
-    g_type_class_unref(g_type_class_ref(G_TYPE_DBUS_CONNECTION));
-
-    // The link's context, kept by the transport across reconnections.
-    GMainContext *context = self->m_pLinkContext;
+    GMainContext *context = self->m_pLinkContext.load();
     if (context == nullptr) {
         SSO_LOGE("pContext is null");
-        self->m_WakeCreator();
         return nullptr;
     }
-    // Every GDBus callback set up below is dispatched on this thread.
+    // Everything the link hands to this thread is dispatched here.
     g_main_context_push_thread_default(context);
-
-    auto endThread = [&](bool wake) {
-        g_main_context_pop_thread_default(context);
-        // Nothing to wait for any more: let the creator go on at once.
-        if (wake)
-            self->m_WakeCreator();
-    };
 
     GError *error = nullptr;
     self->m_pNodeInfo = g_dbus_node_info_new_for_xml(m_introspectionXml.c_str(), &error);
@@ -362,41 +452,63 @@ void *CSSOSvcGdbus::m_RunProxyMonitor(void *instance)
         SSO_LOGE("g_dbus_node_info_new_for_xml() return error. %s, detail[message:%s, code:%d]",
                  EncodedError(error).c_str(), error->message, error->code);
         g_error_free(error);
-        endThread(true);
+        self->m_SetNameState(NameState::None);
+        g_main_context_pop_thread_default(context);
         return nullptr;
     }
     if (self->m_pNodeInfo == nullptr) {
         SSO_LOGE("m_pNodeInfo is null");
-        endThread(true);
+        self->m_SetNameState(NameState::None);
+        g_main_context_pop_thread_default(context);
         return nullptr;
     }
 
-    std::string clientBusName = SSO_CLIENT_BUS_NAME_PREFIX + self->m_objectName;
+    const std::string &clientBusName = self->m_clientBusName;
     SSO_LOGP("clientBusName [%s]", clientBusName.c_str());
+    CSSOBusConnection *connection = self->m_pConnectionToServer.get();
     unsigned int ownerId = 0;
     // An application id that does not make a valid bus name cannot be owned.
-    if (g_dbus_is_name(clientBusName.c_str()) && !g_dbus_is_unique_name(clientBusName.c_str())) {
-        // The system-bus connection the creator has just made (the process's
-        // shared one), taken here at once: owning the name by bus type would
-        // fetch it again asynchronously, through a GLib worker thread and one
-        // more wake-up of this thread, on every process's first request. The
-        // bus is acquired, so the object is registered (m_OnBusAcquired)
-        // before the name is asked for, as it would be then.
-        GDBusConnection *bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-        if (bus != nullptr) {
-            m_OnBusAcquired(bus, clientBusName.c_str(), self);
-            ownerId = g_bus_own_name_on_connection(
-                bus, clientBusName.c_str(),
-                static_cast<GBusNameOwnerFlags>(G_BUS_NAME_OWNER_FLAGS_ALLOW_REPLACEMENT |
-                                                G_BUS_NAME_OWNER_FLAGS_REPLACE),
-                m_OnNameAcquired, m_OnNameLost, self, nullptr);
-            g_object_unref(bus);
-        }
+    if (connection != nullptr && g_dbus_is_name(clientBusName.c_str()) &&
+        !g_dbus_is_unique_name(clientBusName.c_str())) {
+        // The bus is ours already: the object is registered before the name
+        // is asked for, as on a fresh bus acquisition.
+        self->m_pClientConnection = connection;
+        m_OnBusAcquired(connection, clientBusName.c_str(), self);
+        // Ours against any other process: replace an earlier owner that lets
+        // us, never let anyone replace us, and wait in the queue otherwise.
+        GDBusMessage *request = g_dbus_message_new_method_call(SSO_BUS_NAME, SSO_BUS_PATH,
+                                                               SSO_BUS_INTERFACE, "RequestName");
+        g_dbus_message_set_body(request,
+                                g_variant_new("(su)", clientBusName.c_str(), kNameReplaceExisting));
+        connection->CallAsync(
+            request, kSetUpSeconds * 1000, context,
+            [self, connection](GDBusMessage *reply, const GError *replyError) {
+                guint32 answer = 0;
+                GVariant *body = reply != nullptr ? g_dbus_message_get_body(reply) : nullptr;
+                if (body != nullptr && g_variant_is_of_type(body, G_VARIANT_TYPE("(u)")))
+                    g_variant_get(body, "(u)", &answer);
+                // The bus's NameAcquired may have told it first.
+                if (answer == kNamePrimaryOwner || answer == kNameAlreadyOwner) {
+                    if (self->m_SetNameState(NameState::Owned))
+                        m_OnNameAcquired(connection, self->m_clientBusName.c_str(), self);
+                    return;
+                }
+                if (answer == 0)
+                    SSO_LOGE("RequestName(%s) failed: %s", self->m_clientBusName.c_str(),
+                             replyError != nullptr ? replyError->message : "no answer");
+                if (self->m_SetNameState(answer == 0 ? NameState::Failed : NameState::Queued))
+                    m_OnNameLost(connection, self->m_clientBusName.c_str(), self);
+            });
+        g_object_unref(request);
+        ownerId = 1;
     }
     self->m_ownerId.store(ownerId);
     if (ownerId == 0) {
+        self->m_SetNameState(NameState::None);
+        // Nothing wakes the creator: it waits out its time, then the request
+        // still goes out.
         SSO_LOGE("m_ownerId is 0. Failed to g_bus_own_name() : %s", clientBusName.c_str());
-        endThread(true);
+        g_main_context_pop_thread_default(context);
         return nullptr;
     }
 
@@ -412,13 +524,14 @@ void *CSSOSvcGdbus::m_RunProxyMonitor(void *instance)
     pthread_mutex_unlock(&self->m_mutexMonitorLoop);
     g_main_loop_unref(loop);
 
-    endThread(false);
+    g_main_context_pop_thread_default(context);
     SSO_LOG_END();
     return nullptr;
 }
 
-// Runs on the monitor thread.
-void CSSOSvcGdbus::m_OnBusAcquired(GDBusConnection *connection, const gchar *name,
+// Runs on the monitor thread. The creator is woken here, and only here: once
+// the client object is registered.
+void CSSOSvcGdbus::m_OnBusAcquired(CSSOBusConnection *connection, const gchar *name,
                                    gpointer instance)
 {
     auto *self = static_cast<CSSOSvcGdbus *>(instance);
@@ -427,23 +540,21 @@ void CSSOSvcGdbus::m_OnBusAcquired(GDBusConnection *connection, const gchar *nam
         return;
     }
     SSO_LOGP("pName [%s]", name);
-    g_dbus_connection_set_exit_on_close(connection, FALSE);
-    // Our own reference: once the bus is gone, name ownership drops its
-    // reference, and the object must still be unregistered from it.
-    if (self->m_pClientConnection != nullptr)
-        g_object_unref(self->m_pClientConnection);
-    self->m_pClientConnection = static_cast<GDBusConnection *>(g_object_ref(connection));
+    self->m_pClientConnection = connection;
 
     GError *error = nullptr;
-    unsigned int registerId = g_dbus_connection_register_object(
-        connection, SSO_CLIENT_OBJECT_PATH, self->m_pNodeInfo->interfaces[0], &m_interfaceVTable,
-        self, nullptr, &error);
+    unsigned int registerId = connection->RegisterObject(
+        SSO_CLIENT_OBJECT_PATH, self->m_pNodeInfo->interfaces[0], self->m_pLinkContext.load(),
+        [self](const CSSOBusConnection::Invocation &invocation) {
+            self->m_HandleIncoming(invocation);
+        },
+        &error);
     if (error != nullptr) {
         SSO_LOGE("g_dbus_connection_register_object() return error. %s, %s, "
                  "detail[message:%s, code:%d]",
                  EncodedError(error).c_str(), SSO_CLIENT_OBJECT_PATH, error->message, error->code);
         if (registerId != 0)
-            g_dbus_connection_unregister_object(connection, registerId);
+            connection->UnregisterObject(registerId);
         g_error_free(error);
         // The creator is left to its time-out: the request still goes out.
         return;
@@ -455,31 +566,121 @@ void CSSOSvcGdbus::m_OnBusAcquired(GDBusConnection *connection, const gchar *nam
     }
     self->m_registerId.store(registerId);
     SSO_LOGP("m_registerId [%d]", static_cast<int>(registerId));
+    self->m_WakeCreator();
     SSO_LOG_END();
 }
 
-// Runs on the monitor thread. The creator is woken here, once the object is
-// registered and the bus name is ours: a request sent earlier could have its
-// result sent back to a name nobody owns yet, and lost.
-void CSSOSvcGdbus::m_OnNameAcquired(GDBusConnection *, const gchar *name, gpointer instance)
+// Runs on the monitor thread.
+void CSSOSvcGdbus::m_OnNameAcquired(CSSOBusConnection *, const gchar *name, gpointer)
 {
     SSO_LOGP("pName [%s]", name);
-    auto *self = static_cast<CSSOSvcGdbus *>(instance);
-    if (self != nullptr && self->m_registerId.load() != 0)
-        self->m_WakeCreator();
 }
 
-// Runs on the monitor thread. Losing the name is not acted on, but a creator
-// still waiting has nothing more to wait for.
-void CSSOSvcGdbus::m_OnNameLost(GDBusConnection *, const gchar *name, gpointer instance)
+// Runs on the monitor thread.
+void CSSOSvcGdbus::m_OnNameLost(CSSOBusConnection *, const gchar *name, gpointer)
 {
     SSO_LOGP("pName [%s]", name);
-    auto *self = static_cast<CSSOSvcGdbus *>(instance);
-    if (self != nullptr && self->m_registerId.load() != 0)
-        self->m_WakeCreator();
 }
 
-void CSSOSvcGdbus::m_OnSignal(GDBusConnection *, const gchar *, const gchar *, const gchar *,
+// Runs on the connection's reader thread: only records what the bus said and
+// hands the log line to the monitor.
+void CSSOSvcGdbus::m_OnBusSignal(const char *member, GVariant *body)
+{
+    if (body == nullptr || !g_variant_is_of_type(body, G_VARIANT_TYPE("(s)")))
+        return;
+    const gchar *name = nullptr;
+    g_variant_get(body, "(&s)", &name);
+    if (m_clientBusName != name)
+        return;
+    bool acquired = g_strcmp0(member, "NameAcquired") == 0;
+    if (!acquired && g_strcmp0(member, "NameLost") != 0)
+        return;
+    GMainContext *context = m_pLinkContext.load();
+    if (m_SetNameState(acquired ? NameState::Owned : NameState::Queued) && context != nullptr) {
+        CSSOBusConnection *connection = m_pClientConnection.load();
+        sso_bus_invoke(context, [this, acquired, connection] {
+            if (acquired)
+                m_OnNameAcquired(connection, m_clientBusName.c_str(), this);
+            else
+                m_OnNameLost(connection, m_clientBusName.c_str(), this);
+        });
+    }
+}
+
+bool CSSOSvcGdbus::m_SetNameState(NameState state)
+{
+    pthread_mutex_lock(&m_mutexName);
+    bool changed = m_nameState != state;
+    m_nameState = state;
+    pthread_cond_broadcast(&m_condName);
+    pthread_mutex_unlock(&m_mutexName);
+    return changed;
+}
+
+// The client name must be this connection's before a request goes out: its
+// result is sent to whoever owns the name.
+bool CSSOSvcGdbus::m_CheckClientName(SSOClock::time_point deadline)
+{
+    struct timespec until = MonotonicTimespec(deadline);
+    pthread_mutex_lock(&m_mutexName);
+    while (m_nameState == NameState::Pending && !g_cancellable_is_cancelled(m_pCallCancellable)) {
+        if (pthread_cond_timedwait(&m_condName, &m_mutexName, &until) == ETIMEDOUT)
+            break;
+    }
+    NameState state = m_nameState;
+    pthread_mutex_unlock(&m_mutexName);
+    if (state == NameState::Owned || state == NameState::None)
+        return true;
+    if (state == NameState::Pending) {
+        SSO_LOGE("The bus has not answered for the client name %s; the request is not sent",
+                 m_clientBusName.c_str());
+        return false;
+    }
+
+    std::shared_ptr<CSSOBusConnection> conn = connection();
+    pid_t holder = 0;
+    bool known = false;
+    if (conn != nullptr) {
+        GVariant *owner =
+            conn->CallBus("GetNameOwner", g_variant_new("(s)", m_clientBusName.c_str()),
+                          kHolderLookupMs, m_pCallCancellable, nullptr);
+        if (owner != nullptr) {
+            const gchar *unique = nullptr;
+            g_variant_get(owner, "(&s)", &unique);
+            known = conn->PeerPid(unique, kHolderLookupMs, holder);
+            g_variant_unref(owner);
+        }
+    }
+    if (!known) {
+        if (state == NameState::Failed) {
+            // Nobody has it: the result may still reach this connection.
+            SSO_LOGE("The bus refused the client name %s, which nobody holds",
+                     m_clientBusName.c_str());
+            return true;
+        }
+        SSO_LOGE("The client name %s is held by another connection; the request is not sent",
+                 m_clientBusName.c_str());
+        return false;
+    }
+    if (holder == getpid()) {
+        // An earlier connection of this process, on its way out: ours next.
+        pthread_mutex_lock(&m_mutexName);
+        while (m_nameState != NameState::Owned && !g_cancellable_is_cancelled(m_pCallCancellable)) {
+            if (pthread_cond_timedwait(&m_condName, &m_mutexName, &until) == ETIMEDOUT)
+                break;
+        }
+        bool owned = m_nameState == NameState::Owned;
+        pthread_mutex_unlock(&m_mutexName);
+        if (owned)
+            return true;
+    }
+    SSO_LOGE("The client name %s is held by process %d; the request is not sent, its result "
+             "would go there",
+             m_clientBusName.c_str(), static_cast<int>(holder));
+    return false;
+}
+
+void CSSOSvcGdbus::m_OnSignal(CSSOBusConnection *, const gchar *, const gchar *, const gchar *,
                               const gchar *signalName, GVariant *, gpointer instance)
 {
     if (instance == nullptr) {
@@ -489,36 +690,54 @@ void CSSOSvcGdbus::m_OnSignal(GDBusConnection *, const gchar *, const gchar *, c
     SSO_LOGW_G("---> pSignalName [%s]", signalName);
 }
 
-// Runs on the monitor thread. The sender check, with the bus asked for a
-// peer's process id only the first time that peer calls.
-bool CSSOSvcGdbus::m_IsCallerValid(GDBusConnection *connection, const char *sender,
-                                   GVariant *parameters)
+// Runs on the monitor thread. The sender check needs the sender's pid; a
+// sender the connection does not know yet is asked for without waiting, the
+// call parked until the bus answers, so other calls go on meanwhile.
+void CSSOSvcGdbus::m_HandleIncoming(const CSSOBusConnection::Invocation &invocation)
 {
-    SSO_LOG_START();
-    const std::string name = sender != nullptr ? sender : "";
-    auto known = std::find_if(m_callerObjPids.begin(), m_callerObjPids.end(),
-                              [&](const auto &entry) { return entry.first == name; });
-    if (known != m_callerObjPids.end())
-        return SSOAPIUtil::IsCallerObjectPidInParameters(known->second, parameters);
-
-    std::string callerObjPid;
-    if (!SSOAPIUtil::m_GetCallerObjectProcessId(connection, sender, callerObjPid)) {
-        SSO_LOGE("Failed to m_GetCallerObjProcessId()");
-        return false;
+    CSSOBusConnection *connection = invocation->connection();
+    GDBusMessage *message = invocation->message();
+    const char *sender = invocation->sender();
+    auto handle = [this, connection, message, invocation] {
+        m_HandleMethodCall(connection, invocation->sender(), g_dbus_message_get_path(message),
+                           g_dbus_message_get_interface(message),
+                           g_dbus_message_get_member(message), invocation->parameters(),
+                           invocation.get(), this);
+    };
+    pid_t pid = 0;
+    if (sender == nullptr || connection->CachedPeerPid(sender, pid) ||
+        !g_dbus_is_unique_name(sender)) {
+        handle();
+        return;
     }
-    // Few peers ever call (the service, and again after it restarts): the
-    // oldest entry goes when the list is full.
-    if (m_callerObjPids.size() >= kCallerObjPidsKept)
-        m_callerObjPids.erase(m_callerObjPids.begin());
-    m_callerObjPids.emplace_back(name, callerObjPid);
-    return SSOAPIUtil::IsCallerObjectPidInParameters(callerObjPid, parameters);
+    bool parked = connection->LookupPeerPidAsync(
+        sender, m_pLinkContext.load(), [handle, invocation](pid_t, bool ok) {
+            if (ok) {
+                handle();
+                return;
+            }
+            SSO_LOGE("<--- pMethodName [%s] ---", g_dbus_message_get_member(invocation->message()));
+            SSO_LOGE("Failed to m_GetCallerObjProcessId()");
+            SSO_LOGE("Caller process is invalid");
+            GError *error =
+                g_error_new_literal(kInvalidCallerErrorDomain, 0, "process id is different");
+            invocation->ReturnGError(error);
+            g_error_free(error);
+        });
+    if (!parked) {
+        SSO_LOGE("Too many callers wait for their process id; a call from %s is refused", sender);
+        GError *error =
+            g_error_new_literal(kInvalidCallerErrorDomain, 0, "process id is different");
+        invocation->ReturnGError(error);
+        g_error_free(error);
+    }
 }
 
 // Runs on the monitor thread.
-void CSSOSvcGdbus::m_HandleMethodCall(GDBusConnection *connection, const gchar *sender,
+void CSSOSvcGdbus::m_HandleMethodCall(CSSOBusConnection *connection, const gchar *sender,
                                       const gchar *objectPath, const gchar *interfaceName,
                                       const gchar *methodName, GVariant *parameters,
-                                      GDBusMethodInvocation *invocation, gpointer instance)
+                                      CSSOBusInvocation *invocation, gpointer instance)
 {
     SSO_LOG_START();
     SSO_LOGE("<--- pMethodName [%s] ---", methodName);
@@ -527,11 +746,11 @@ void CSSOSvcGdbus::m_HandleMethodCall(GDBusConnection *connection, const gchar *
         SSO_LOGE("pInstance is null");
         return;
     }
-    if (!self->m_IsCallerValid(connection, sender, parameters)) {
+    if (!SSOAPIUtil::IsCallerProcessValid(connection, sender, parameters)) {
         SSO_LOGE("Caller process is invalid");
         GError *error =
             g_error_new_literal(kInvalidCallerErrorDomain, 0, "process id is different");
-        g_dbus_method_invocation_return_gerror(invocation, error);
+        invocation->ReturnGError(error);
         g_error_free(error);
         return;
     }
@@ -556,8 +775,8 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
 
     // The connection comes with a reference of our own, taken under the
     // link's lock: a rebuild on another thread cannot free it under this call.
-    GDBusConnection *connection = nullptr;
-    if (!m_GetProxy(&connection) || connection == nullptr) {
+    std::shared_ptr<CSSOBusConnection> connection;
+    if (!m_GetProxy(SSOClock::now(), &connection) || connection == nullptr) {
         SSO_LOGE("Failed to GetProxy()");
         if (parameters != nullptr)
             g_variant_unref(g_variant_ref_sink(parameters));
@@ -566,19 +785,27 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
 
     SSO_LOGP("bus name[%s] path[%s] interface[%s]", SSO_SERVER_BUS_NAME, SSO_SERVER_OBJECT_PATH,
              SSO_SERVER_INTERFACE);
+    GDBusMessage *call = g_dbus_message_new_method_call(SSO_SERVER_BUS_NAME, SSO_SERVER_OBJECT_PATH,
+                                                        SSO_SERVER_INTERFACE, methodName.c_str());
+    if (parameters != nullptr)
+        g_dbus_message_set_body(call, parameters);
     // These three must never start the service; any other request may.
-    GDBusCallFlags flags = G_DBUS_CALL_FLAGS_NONE;
     if (methodName == "heartbeat" || methodName == "notify_app_launch_status" ||
         methodName == "notify_special_app") {
         SSO_LOGP("Set G_DBUS_CALL_FLAGS_NO_AUTO_START");
-        flags = G_DBUS_CALL_FLAGS_NO_AUTO_START;
+        g_dbus_message_set_flags(call, G_DBUS_MESSAGE_FLAGS_NO_AUTO_START);
     }
 
     GError *error = nullptr;
-    GVariant *result = g_dbus_connection_call_sync(
-        connection, SSO_SERVER_BUS_NAME, SSO_SERVER_OBJECT_PATH, SSO_SERVER_INTERFACE,
-        methodName.c_str(), parameters, nullptr, flags, timeout, m_pCallCancellable, &error);
-    g_object_unref(connection);
+    GDBusMessage *answer = connection->Call(call, timeout, m_pCallCancellable, &error);
+    g_object_unref(call);
+    GVariant *result = nullptr;
+    if (answer != nullptr) {
+        result = g_dbus_message_get_body(answer);
+        result =
+            result != nullptr ? g_variant_ref(result) : g_variant_ref_sink(g_variant_new("()"));
+        g_object_unref(answer);
+    }
     if (reply != nullptr)
         *reply = result;
     else if (result != nullptr)
@@ -596,14 +823,24 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
 void CSSOSvcGdbus::CancelCalls()
 {
     g_cancellable_cancel(m_pCallCancellable);
+    pthread_mutex_lock(&m_mutexProxyMonitor);
+    m_bWaitCancelled = true;
+    pthread_cond_broadcast(&m_condProxyMonitor);
+    pthread_mutex_unlock(&m_mutexProxyMonitor);
+    pthread_mutex_lock(&m_mutexName);
+    pthread_cond_broadcast(&m_condName);
+    pthread_mutex_unlock(&m_mutexName);
 }
 
 void CSSOSvcGdbus::GiveProxy()
 {
-    SSOAPIAutoLock lock(&m_mutexProxy);
     if (m_IsGivenProxy())
         return;
+    // Given from now on: a set-up under way on another thread is cut short
+    // instead of waited out, and calls in flight end at once.
     m_bGivenProxy.store(true, std::memory_order_release);
+    CancelCalls();
+    SSOAPIAutoLock lock(&m_mutexProxy);
     m_ReleaseConnectionToServer();
     m_DestroyProxyMonitor();
     SSO_LOG_END();

@@ -2,6 +2,8 @@
 # Runs scripts/demo unattended against a built tree and checks what it left.
 #   test_demo.sh walk SOURCE_DIR BUILD_DIR        the whole walk-through
 #   test_demo.sh interrupt SOURCE_DIR BUILD_DIR   SIGINT (Ctrl-C) half-way through
+#   test_demo.sh plan SOURCE_DIR BUILD_DIR        what a first run installs and
+#                                                 builds: configured, not built
 # Each run gets its own TMPDIR, so the demo's work dir is known and unique;
 # afterwards no process may remain that was started in it.
 set -uo pipefail
@@ -148,8 +150,40 @@ case $mode in
     expect_line '^cleanup: removed '
     expect_clean 3
     ;;
+  plan)
+    # The first run on a fresh machine: only the packages and targets the
+    # walk-through uses. The plan's configure line is run for real in a
+    # scratch tree and ninja says what the build would do.
+    env -u SSO_DEMO_BUILD_DIR "$src/scripts/demo" --plan > "$log" 2>&1 ||
+      check "scripts/demo --plan failed"
+    packages=" $(sed -n 's/^packages: //p' "$log") "
+    for p in dbus-daemon openssl g++ cmake ninja-build libglib2.0-dev libjsoncpp-dev libssl-dev; do
+      [[ $packages == *" $p "* ]] || check "the demo does not install $p, which it needs"
+    done
+    for p in clang valgrind doxygen libgtest-dev libgmock-dev libbenchmark-dev abigail-tools; do
+      [[ $packages == *" $p "* ]] && check "the demo installs $p, which it does not use"
+    done
+    configure=$(sed -n 's/^configure: //p' "$log")
+    targets=$(sed -n 's/^build: .* --target //p' "$log")
+    [ -n "$configure" ] && [ -n "$targets" ] || { check "the plan names no configure or targets"; exit 1; }
+    for t in ssoctl sso-simulator sso-platform sso-account-ui-test hello_sso; do
+      [[ " $targets " == *" $t "* ]] || check "the demo does not build $t, which it runs"
+    done
+    # shellcheck disable=SC2086  # the plan's words, as the demo passes them
+    set -- $configure
+    shift 5 # cmake -S SRC -B DIR
+    cmake -S "$src" -B "$tmp/b" -G Ninja "$@" > "$tmp/configure.log" 2>&1 ||
+      { cat "$tmp/configure.log"; check "the demo's configure line fails"; exit 1; }
+    # shellcheck disable=SC2086
+    ninja -C "$tmp/b" -n $targets > "$tmp/demo-steps" || check "ninja cannot plan the demo's targets"
+    ninja -C "$tmp/b" -n > "$tmp/all-steps" || check "ninja cannot plan the whole build"
+    grep -Eq 'tests/|bench/|fuzz/|gtest|benchmark' "$tmp/demo-steps" &&
+      check "the demo builds tests or benchmarks: $(grep -Em3 'tests/|bench/|fuzz/' "$tmp/demo-steps")"
+    grep -q 'Linking CXX shared library.*libsso_api' "$tmp/demo-steps" ||
+      check "the demo does not build the library"
+    ;;
   *)
-    echo "usage: $0 walk|interrupt SOURCE_DIR BUILD_DIR" >&2
+    echo "usage: $0 walk|interrupt|plan SOURCE_DIR BUILD_DIR" >&2
     exit 2
     ;;
 esac

@@ -80,7 +80,7 @@ struct JournalEntry {
 
 // One result the simulator sent to a client.
 struct DeliveryEntry {
-    std::string destination; // "org.orvex.tv.ssoservice.ssoclient.<object name>"
+    std::string destination; // unique name of the client connection that asked
     std::string method;      // client method (the request's method_call)
     std::string args;        // the argument tuple, g_variant_print(args, TRUE)
 };

@@ -35,13 +35,24 @@ expected=(
   "$libdir/libsso_api.so.1.0.0" "$libdir/libsso_api.so.1" "$libdir/libsso_api.so"
   "$prefix/include/sso_api/sso_api.h" "$prefix/include/sso_api/sso_api_service_data.hpp"
   "$libdir/pkgconfig/sso_api.pc"
+  "$libdir/libsso_api_cxx.so.1.0.0" "$libdir/libsso_api_cxx.so.1" "$libdir/libsso_api_cxx.so"
+  "$prefix/include/sso_api/sso_api.hpp" "$libdir/pkgconfig/sso_api_cxx.pc"
   "$libdir/cmake/sso_api/sso_apiConfig.cmake" "$libdir/cmake/sso_api/sso_apiConfigVersion.cmake"
   "$libdir/cmake/sso_api/sso_apiTargets.cmake"
   "$prefix/bin/ssoctl" "$prefix/bin/sso-platform" "$prefix/bin/sso-simulator"
-  "$prefix/bin/sso-account-ui-test" "$prefix/bin/sso-storaged"
+  "$prefix/bin/sso-account-ui-test" "$prefix/bin/sso-sim-session" "$prefix/bin/sso-storaged"
+  "$prefix/share/sso-simulator/devenv.sh"
+  "$libdir/pkgconfig/sso-platform.pc"
+  "$prefix/share/dbus-1/system-services/org.orvex.tv.ssoservice.server.service"
+  "$prefix/lib/systemd/system/sso-simulator.service"
+  "$prefix/share/doc/sso-api-doc/json-output.md"
   "$prefix/share/dbus-1/interfaces/org.orvex.tv.ssoservice.server.xml"
   "$prefix/share/dbus-1/interfaces/org.orvex.tv.ssoservice.ssoclient.xml"
 )
+# The C++ API's headers.
+for h in account config delivery error request requests result subscription text; do
+  expected+=("$prefix/include/sso_api/cxx/$h.hpp")
+done
 # The platform libraries the library links, with the headers it uses.
 for lib in dlog devfs app-common cynara-creds-gdbus vconf secure-storage system-info \
            app-control package-manager; do
@@ -54,7 +65,15 @@ done
 # The D-Bus system-bus policy (data/dbus/), where the system bus reads package
 # policy.
 expected+=("$prefix/share/dbus-1/system.d/org.orvex.tv.ssoservice.server.conf"
-           "$prefix/share/dbus-1/system.d/org.orvex.tv.ssoservice.ssoclient.conf")
+           "$prefix/share/dbus-1/system.d/org.orvex.tv.ssoservice.ssoclient.conf"
+           "$prefix/share/dbus-1/system.d/org.orvex.tv.ssoservice.simulator.conf")
+# Manual pages and completion of the tools.
+for tool in ssoctl sso-platform sso-simulator sso-sim-session sso-account-ui-test; do
+  expected+=("$prefix/share/man/man1/$tool.1")
+done
+for tool in ssoctl sso-platform sso-simulator sso-sim-session; do
+  expected+=("$prefix/share/bash-completion/completions/$tool")
+done
 for f in "${expected[@]}"; do
   [ -e "$f" ] || fail "missing after install: ${f#"$prefix"/}"
 done
@@ -67,6 +86,56 @@ for lib in "$libdir/libsso_api.so.1" "$libdir/libsso-secure-storage.so.1"; do
 done
 echo "layout: ${#expected[@]} files where expected"
 
+# ---- the manual pages render without warnings and name what they document
+for page in "$prefix"/share/man/man1/*.1; do
+  warnings=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -E UTF-8 -l "$page" 2>&1 >/dev/null)
+  [ -z "$warnings" ] || fail "$(basename "$page"): $warnings"
+  name=$(basename "$page" .1)
+  head -n 1 "$page" | grep -qi "^\.TH ${name} 1 " || fail "$(basename "$page") is not titled $name(1)"
+done
+# Each tool's options are in its page (the page keeps up with the tool).
+for opt in --json --root --follow --priority --tag --pid; do
+  grep -qF -- "${opt//-/\\-}" "$prefix/share/man/man1/sso-platform.1" ||
+    fail "sso-platform.1 does not document $opt"
+done
+for opt in --demo-accounts --bus-policy --control-group --sign-in-as --keep; do
+  "$prefix/bin/sso-sim-session" --help | grep -q -- "$opt" || fail "sso-sim-session --help lacks $opt"
+  grep -qF -- "${opt//-/\\-}" "$prefix/share/man/man1/sso-sim-session.1" ||
+    fail "sso-sim-session.1 does not document $opt"
+done
+echo "manual pages: render cleanly"
+
+# ---- bash completion completes from the installed tools' own help
+completion=$(PATH="$prefix/bin:$PATH" bash -c '
+  source "$1"
+  complete_words() { COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); COMPREPLY=();
+                     "$(complete -p "$1" | sed "s/.*-F \([^ ]*\) .*/\1/")"; echo "${COMPREPLY[*]}"; }
+  echo "platform: $(complete_words sso-platform "")"
+  echo "platform vconf: $(complete_words sso-platform vconf "")"
+  echo "simulator ctl: $(complete_words sso-simulator ctl "")"
+  echo "simulator account: $(complete_words sso-simulator ctl account "")"
+  echo "ssoctl: $(complete_words ssoctl to)"
+  echo "ssoctl token: $(complete_words ssoctl token --app)"
+  echo "session: $(complete_words sso-sim-session --bus-policy "")"
+' _ "$prefix/share/bash-completion/completions/sso-platform")
+echo "$completion" | sed 's/^/  completion /'
+for want in "platform: .*vconf.* log" "platform vconf: get set unset watch" \
+            "simulator ctl: .*journal.*" "simulator account: add rm" "ssoctl: token token-with" \
+            "ssoctl token: --app-id" "session: strict open"; do
+  grep -q "^${want}" <<<"$completion" || fail "bash completion: no line matches /^$want/"
+done
+
+# ---- the .pc files: relocatable here, absolute for a /usr install
+grep -q '^prefix=${pcfiledir}/' "$libdir/pkgconfig/sso_api.pc" || fail "sso_api.pc is not relocatable"
+cmake -S "$project_dir" -B "$work/usr-build" -G Ninja -DCMAKE_INSTALL_PREFIX=/usr \
+  -DSSO_BUILD_TESTS=OFF -DSSO_BUILD_BENCHMARKS=OFF -DSSO_BUILD_DOCS=OFF >/dev/null
+for pc in sso_api sso-platform; do
+  grep -qx 'prefix=/usr' "$work/usr-build/$pc.pc" || fail "$pc.pc for /usr has no absolute prefix"
+  PKG_CONFIG_PATH="$work/usr-build" pkg-config --validate "$pc" || fail "$pc.pc does not validate"
+done
+grep -q "^libdir=\${prefix}/lib/$(gcc -print-multiarch)\$" "$work/usr-build/sso_api.pc" ||
+  fail "sso_api.pc for /usr does not name the multiarch libdir"
+
 # ---- pkg-config
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 mkdir -p "$work/pc"
@@ -76,9 +145,23 @@ cc -std=c99 -Wall -Wextra -Werror -pedantic "$project_dir/examples/c/hello_sso.c
    $(pkg-config --cflags --libs sso_api) -o "$work/pc/hello_sso"
 c++ -std=c++17 -Wall -Wextra -Werror "$project_dir/examples/cpp/token_watch.cpp" \
    $(pkg-config --cflags --libs sso_api glib-2.0) -o "$work/pc/token_watch"
+c++ -std=c++17 -Wall -Wextra -Werror "$project_dir/examples/cpp/sign_in_token.cpp" \
+   $(pkg-config --cflags --libs sso_api_cxx) -o "$work/pc/sign_in_token"
 out=$(SSO_PLATFORM_LOG=none LD_LIBRARY_PATH="$libdir" "$work/pc/consumer")
 echo "pkg-config consumer: $out"
 [ "$out" = "login_info_size=1536 term_state=-1 state=0" ] || fail "pkg-config consumer"
+# The README's example compiles as written, as C99.
+sed -n '/^```c$/,/^```$/p' "$project_dir/README.md" | sed '1d;$d' > "$work/pc/readme_app.c"
+grep -q 'sso_request_access_token' "$work/pc/readme_app.c" || fail "no C example in the README"
+cc -std=c99 -Wall -Wextra -Werror -pedantic "$work/pc/readme_app.c" \
+   $(pkg-config --cflags --libs sso_api) -o "$work/pc/readme_app" || fail "the README's C example"
+echo "README example: compiles with -std=c99"
+# A header of the platform brings its own dependency (GIO) with it.
+printf '#include <cynara-creds-gdbus.h>\n#include <vconf.h>\nint main(void) {\n  int v = 0;\n  pid_t p = 0;\n  (void)cynara_creds_gdbus_get_pid(NULL, "", &p);\n  return vconf_get_int("db/x", &v) == 0;\n}\n' \
+  > "$work/pc/platform.c"
+cc -std=c99 -Wall -Wextra -Werror "$work/pc/platform.c" $(pkg-config --cflags --libs sso-platform) \
+   -o "$work/pc/platform" || fail "a program of the platform headers through sso-platform.pc"
+echo "sso-platform.pc: brings GIO"
 
 # ---- find_package
 cmake -S "$source_dir/consumer" -B "$work/consumer-build" -DCMAKE_PREFIX_PATH="$prefix" \
@@ -116,5 +199,22 @@ for build in pc examples-build; do
   [ "$status" -eq 0 ] || fail "token_watch ($build) exited with $status"
   grep -q "^access token: AT\." "$log" || fail "token_watch ($build) got no token"
   grep -qx "stopped: interrupted, tokens received: 1" "$log" || fail "token_watch ($build)"
+done
+# The C++ API's example: signs in through the installed account UI stand-in,
+# hears of it, prints a masked token.
+unset LD_LIBRARY_PATH
+sso_devenv_account_ui_up "$prefix/bin" jamie.rivera@example.com >/dev/null ||
+  fail "the installed account UI could not be registered"
+for build in pc examples-build; do
+  if [ "$build" = pc ]; then export LD_LIBRARY_PATH=$libdir; else unset LD_LIBRARY_PATH; fi
+  "$prefix/bin/sso-simulator" ctl sign-out >/dev/null
+  status=0
+  out=$(SSO_PLATFORM_APP_ID=org.example.signin timeout 60 "$work/$build/sign_in_token" \
+    --timeout 30) || status=$?
+  echo "$out" | sed "s/^/  sign_in_token ($build): /"
+  [ "$status" -eq 0 ] || fail "sign_in_token ($build) exited with $status"
+  grep -qx "login notification: signed in as jamie.rivera@example.com" <<<"$out" ||
+    fail "sign_in_token ($build) heard no sign-in"
+  grep -q "^access token: AT\.[^ ]*\.\.\. (" <<<"$out" || fail "sign_in_token ($build) got no token"
 done
 echo "install test passed"

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "SSOAPIUtil.h"
+#include "sso_bus_connection.h"
 #include "sso_test_harness.h"
 
 namespace {
@@ -30,14 +31,16 @@ protected:
         ASSERT_TRUE(peer_.WaitForOutput("\n"));
         peerName_ = peer_.output().substr(0, peer_.output().find('\n'));
         GError *error = nullptr;
-        conn_ = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+        conn_ =
+            CSSOBusConnection::Open(CSSOBusConnection::SystemBusAddress(),
+                                    SSOClock::now() + std::chrono::seconds(10), nullptr, &error);
         ASSERT_NE(conn_, nullptr) << (error ? error->message : "");
     }
 
     void TearDown() override
     {
         if (conn_)
-            g_object_unref(conn_);
+            conn_->Close();
         peer_.Kill();
         peer_.Wait();
         BusTest::TearDown();
@@ -47,7 +50,7 @@ protected:
     {
         if (parameters)
             g_variant_ref_sink(parameters);
-        bool valid = SSOAPIUtil::IsCallerProcessValid(conn_, peerName_.c_str(), parameters);
+        bool valid = SSOAPIUtil::IsCallerProcessValid(conn_.get(), peerName_.c_str(), parameters);
         if (parameters)
             g_variant_unref(parameters);
         return valid;
@@ -57,7 +60,7 @@ protected:
 
     ssotest::ChildProcess peer_;
     std::string peerName_;
-    GDBusConnection *conn_ = nullptr;
+    std::shared_ptr<CSSOBusConnection> conn_;
 };
 
 TEST_F(CallerCheck, ThePeersOwnObjectNameInTheFirstArgumentPasses)
@@ -100,19 +103,19 @@ TEST_F(CallerCheck, ASenderTheBusDoesNotKnowFails)
 {
     std::string name = PeerObj() + "_x";
     GVariant *params = g_variant_ref_sink(g_variant_new("(s)", name.c_str()));
-    EXPECT_FALSE(SSOAPIUtil::IsCallerProcessValid(conn_, ":1.999999", params));
+    EXPECT_FALSE(SSOAPIUtil::IsCallerProcessValid(conn_.get(), ":1.999999", params));
     g_variant_unref(params);
-    EXPECT_TRUE(log().Contains("Failed to cynara_creds_gdbus_get_pid() : "));
+    EXPECT_TRUE(log().Contains("Failed to get the process id of [:1.999999]"));
     EXPECT_TRUE(log().Contains("Failed to m_GetCallerObjProcessId()"));
 }
 
 TEST_F(CallerCheck, CallerObjectProcessIdIsObjFollowedByThePeersPid)
 {
     std::string out = "untouched";
-    ASSERT_TRUE(SSOAPIUtil::m_GetCallerObjectProcessId(conn_, peerName_.c_str(), out));
+    ASSERT_TRUE(SSOAPIUtil::m_GetCallerObjectProcessId(conn_.get(), peerName_.c_str(), out));
     EXPECT_EQ(out, PeerObj());
     out = "untouched";
-    EXPECT_FALSE(SSOAPIUtil::m_GetCallerObjectProcessId(conn_, ":1.999999", out));
+    EXPECT_FALSE(SSOAPIUtil::m_GetCallerObjectProcessId(conn_.get(), ":1.999999", out));
     EXPECT_EQ(out, "untouched");
 }
 

@@ -11,6 +11,7 @@
 #include "sso_api/sso_api.h"
 #include "sso_api_private.h"
 #include "sso_api_proxy.h"
+#include "../common/expected_results.h"
 #include "sso_simulator_harness.h"
 #include "sso_test_harness.h"
 
@@ -43,8 +44,14 @@ protected:
     bool RequestAndDeliver()
     {
         int before = g_delivered;
+        // Sent by hand, so the link (rebuilt here after a bus restart) is
+        // brought up first, as the request frame would.
+        if (sso_check_alive() != 0)
+            return false;
         long long tid = SSOAPIClientUtil::GetDBusProxyThreadId();
         std::string obj = SSOAPIClientUtil::GetDBusObjectName();
+        ssotest::ExpectResult("sso_request_access_token", reinterpret_cast<void *>(&OnResult),
+                              nullptr);
         GVariant *reply = nullptr;
         if (sso_private_request_method(
                 "sso_request_access_token",
@@ -59,6 +66,15 @@ protected:
     // How often the bus was asked for the process id of the simulator now
     // running.
     int LookupsOfTheSimulator()
+    {
+        return static_cast<int>(
+            log()
+                .LinesWith({"GetConnectionUnixProcessID(:", ") = " + std::to_string(sim_.pid())})
+                .size());
+    }
+
+    // How often the sender check ran for a call of the simulator now running.
+    int ChecksOfTheSimulator()
     {
         return log().Count("objectPid = obj" + std::to_string(sim_.pid()) + "\033");
     }
@@ -85,6 +101,8 @@ TEST_F(CallerPidCache, ResultsFromTheSameServiceAskTheBusForItsProcessIdOnce)
     for (int i = 0; i < 3; ++i)
         ASSERT_TRUE(RequestAndDeliver()) << i;
     EXPECT_EQ(LookupsOfTheSimulator(), 1);
+    // The check itself, and its line, still run for every call.
+    EXPECT_EQ(ChecksOfTheSimulator(), 3);
     EXPECT_EQ(log().Count("Caller process is invalid"), 0);
 }
 

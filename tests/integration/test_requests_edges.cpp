@@ -308,53 +308,28 @@ TEST_F(Requests, AnEmptyCodeChallengeIsSentAsAnEmptySixthField)
 
 TEST_F(Requests, TheTupleShapeFollowsTheWholeMethodName)
 {
-    _SSOAPIReqAuthCodeWithDSCData data;
-    data.methodName = "sso_request_user_authcode_with_verifier";
-    data.clientId = "app.id";
-    data.scope = "s";
-    data.deviceSecurityCode = "d";
-    data.responseType = "r";
-    data.codeChallenge = "CH";
-    data.codeVerifier = "VER";
-    data.pRequestAuthCodeCB = &StringCb;
-    data.pUserData = &g_ud;
-
-    GVariant *tuple = nullptr;
-    ASSERT_TRUE(SSOAPIClientUtil::GetDBusInputParamReqestAuthCodeWithDSC(7, data, &tuple));
-    g_variant_ref_sink(tuple);
-    EXPECT_STREQ(g_variant_get_type_string(tuple), "(ssssssxxxis)");
-    gchar *text = g_variant_print(tuple, TRUE);
-    EXPECT_EQ(std::string(text), "('" + ObjectName() + "', 'app.id', 's', 'd', 'r', 'VER', int64 " +
-                                     Int(&StringCb) + ", int64 " + Tid() + ", int64 " + Int(&g_ud) +
-                                     ", 7, 'sso_request_user_authcode_with_verifier')");
-    g_free(text);
-    g_variant_unref(tuple);
-
-    data.methodName = "sso_request_user_authcode_with_challenge";
-    ASSERT_TRUE(SSOAPIClientUtil::GetDBusInputParamReqestAuthCodeWithDSC(8, data, &tuple));
-    g_variant_ref_sink(tuple);
-    EXPECT_STREQ(g_variant_get_type_string(tuple), "(ssssssxxxis)");
-    text = g_variant_print(tuple, TRUE);
-    EXPECT_NE(std::string(text).find("'r', 'CH', int64"), std::string::npos) << text;
-    g_free(text);
-    g_variant_unref(tuple);
-
-    // Longer than the verifier's name: the five-string tuple.
-    data.methodName = "sso_request_user_authcode_with_verifier_v2";
-    ASSERT_TRUE(SSOAPIClientUtil::GetDBusInputParamReqestAuthCodeWithDSC(9, data, &tuple));
-    g_variant_ref_sink(tuple);
-    EXPECT_STREQ(g_variant_get_type_string(tuple), "(sssssxxxis)");
-    text = g_variant_print(tuple, TRUE);
-    EXPECT_EQ(std::string(text).find("VER"), std::string::npos) << text;
-    EXPECT_NE(std::string(text).find(", 9, 'sso_request_user_authcode_with_verifier_v2')"),
-              std::string::npos);
-    g_free(text);
-    g_variant_unref(tuple);
-
+    ASSERT_EQ(
+        sso_request_user_authcode_with_verifier("app.id", "s", "d", "r", "VER", &StringCb, &g_ud),
+        0);
+    ASSERT_EQ(
+        sso_request_user_authcode_with_challenge("app.id", "s", "d", "r", "CH", &StringCb, &g_ud),
+        0);
+    auto journal = Sent(sim_);
+    ASSERT_EQ(journal.size(), 2u);
+    EXPECT_EQ(journal[0].args, "('" + ObjectName() + "', 'app.id', 's', 'd', 'r', 'VER', int64 " +
+                                   Int(&StringCb) + ", int64 " + Tid() + ", int64 " + Int(&g_ud) +
+                                   ", 0, 'sso_request_user_authcode_with_verifier')");
+    EXPECT_NE(journal[1].args.find("'r', 'CH', int64"), std::string::npos) << journal[1].args;
     EXPECT_TRUE(log().Contains("\033[0;33mdbusObjName[" + ObjectName() + "] dbusProxyTid[" + Tid() +
                                "]\033[0m"));
-    EXPECT_FALSE(SSOAPIClientUtil::GetDBusInputParamReqestAuthCodeWithDSC(1, data, nullptr));
-    EXPECT_TRUE(log().Contains(Red("SSO_API_CHECK_NULL_RETURN. Return (ppParamIn is null)")));
+
+    // A record naming no request the library knows is refused, never sent.
+    _SSOAPIReqAuthCodeWithDSCData data;
+    data.methodName = "sso_request_user_authcode_with_verifier_v2";
+    data.clientId = "app.id";
+    data.pRequestAuthCodeCB = &StringCb;
+    EXPECT_EQ(sso_private_request_user_authcode_with_dsc(data), -1);
+    EXPECT_EQ(Sent(sim_).size(), 2u);
 }
 
 TEST_F(Requests, TheRecordRendersEveryFieldOnALineOfItsOwn)

@@ -3,6 +3,7 @@
 // the monitor thread, link repair and link give-up.
 #include <gio/gio.h>
 #include <pthread.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,8 +19,10 @@
 #include "sso_api/sso_api.h"
 #include "sso_api_private.h"
 #include "sso_api_proxy.h"
+#include "../common/expected_results.h"
 #include "sso_simulator_harness.h"
 #include "sso_test_harness.h"
+#include "../common/loop_thread.h"
 
 namespace {
 
@@ -121,6 +124,8 @@ GVariant *AsyncRequest(const std::string &methodCall, const void *callback, cons
 
 int SendAsync(const std::string &methodCall, const void *callback, const void *userData)
 {
+    // Sent by hand, past the request frame: recorded as the frame would.
+    ssotest::ExpectResult(methodCall, callback, userData);
     GVariant *reply = nullptr;
     return sso_private_request_method("sso_request_access_token",
                                       AsyncRequest(methodCall, callback, userData), &reply);
@@ -390,6 +395,8 @@ TEST_F(Transport, AResultForAnotherMonitorThreadIsAnsweredButNotDelivered)
                               ") is not equal to tidProxyMonitor(" + std::to_string(tid) + ")");
     }));
     // The same call with the current id is delivered: the refusal was the id.
+    ssotest::ExpectResult("sso_request_access_token", reinterpret_cast<void *>(&StringCb),
+                          reinterpret_cast<void *>(0x1234));
     EXPECT_EQ(sim_.CallClient(ClientBusName(), "sso_request_access_token",
                               ClientArgs("sso_request_access_token", tid, "fresh")),
               "");
@@ -522,11 +529,11 @@ TEST_F(Transport, AnotherProcessCallingTheClientObjectGetsProcessIdIsDifferent)
 // --------------------------------------------------------- handler and signals
 
 std::atomic<int> g_customCalls{0};
-void CustomHandler(GDBusConnection *, const char *, const char *, const char *, const char *,
-                   GVariant *, GDBusMethodInvocation *invocation, void *)
+void CustomHandler(CSSOBusConnection *, const char *, const char *, const char *, const char *,
+                   GVariant *, CSSOBusInvocation *invocation, void *)
 {
     ++g_customCalls;
-    g_dbus_method_invocation_return_value(invocation, nullptr);
+    invocation->ReturnValue(nullptr);
 }
 
 TEST_F(Transport, TheFirstRegisteredHandlerWins)
@@ -544,13 +551,39 @@ TEST_F(Transport, TheFirstRegisteredHandlerWins)
     EXPECT_EQ(log().Count("Registered m_pHandleMethodCallCb"), 1);
 }
 
-TEST_F(Transport, ServiceSignalsAreSubscribedAndLogged)
+TEST_F(Transport, ServiceSignalsAreLoggedInTheMainContextOfTheFirstRequest)
 {
+    // The first request comes from this thread, whose default context is the
+    // process's global one: the service's signals are handled there, not on
+    // the monitor thread.
     ASSERT_EQ(sso_check_alive(), 0);
     sim_.EmitSignal("account_changed", "()");
-    // Logged on the monitor thread: the application's loop is not needed.
-    EXPECT_TRUE(
-        ssotest::WaitUntil([&] { return log().Contains("---> pSignalName [account_changed]"); }));
+    // A result sent after the signal has reached the monitor: the signal was
+    // read by then, yet nothing logged it without this context running.
+    ASSERT_EQ(SendAsync("sso_request_access_token", reinterpret_cast<void *>(&StringCb), nullptr),
+              0);
+    ASSERT_TRUE(ssotest::WaitUntil([] { return DeliveryCount() == 1; }));
+    EXPECT_FALSE(log().Contains("---> pSignalName [account_changed]"));
+    EXPECT_TRUE(ssotest::WaitUntil([&] {
+        while (g_main_context_iteration(nullptr, FALSE)) {
+        }
+        return log().Contains("---> pSignalName [account_changed]");
+    }));
+}
+
+TEST_F(Transport, ServiceSignalsRunOnTheMainLoopThreadThatMadeTheFirstRequest)
+{
+    ssotest::LoopThread loop;
+    pid_t loopTid = 0;
+    loop.Run([&] {
+        loopTid = static_cast<pid_t>(syscall(SYS_gettid));
+        EXPECT_EQ(sso_check_alive(), 0);
+    });
+    sim_.EmitSignal("account_changed", "()");
+    const std::string ids = " " + std::to_string(getpid()) + " " + std::to_string(loopTid) + " ";
+    EXPECT_TRUE(ssotest::WaitUntil([&] {
+        return !log().LinesWith({ids, "---> pSignalName [account_changed]"}).empty();
+    }));
 }
 
 // ----------------------------------------------------------- introspection

@@ -2,6 +2,7 @@
 // the tool read in process and the other way round, and the tool's output,
 // exit codes, messages and help.
 #include <system_info.h>
+#include <sys/stat.h>
 
 #include <string>
 
@@ -61,6 +62,7 @@ TEST_F(FeatureCli, FlagsSetByTheToolReadInProcessAndBack)
 TEST_F(FeatureCli, TheRootOptionSelectsAnotherRoot)
 {
     const std::string other = root_.path() + "/other-root";
+    ASSERT_EQ(0, mkdir(other.c_str(), 0755)); // a root must exist
     ASSERT_EQ(0, RunCli({"--root", other, "feature", "set", kKey, "true"}).status);
     EXPECT_EQ(1, RunCli({"feature", "get", kKey}).status);
     EXPECT_EQ("true\n", RunCli({"--root", other, "feature", "get", kKey}).out);

@@ -3,6 +3,7 @@
 // processes, and the tool's exit codes and messages.
 #include <signal.h>
 #include <vconf.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <ostream>
@@ -103,6 +104,7 @@ TEST_F(VconfCli, UnsetRemovesAKeyTheLibrarySet)
 TEST_F(VconfCli, TheRootOptionOverridesTheEnvironment)
 {
     std::string other = root_.path() + "/other";
+    ASSERT_EQ(0, mkdir(other.c_str(), 0755)); // a root must exist
     CliResult r = RunCli({"--root", other, "vconf", "set", "k", "9", "--type", "int"});
     ASSERT_EQ(0, r.status) << r.err;
     int v = 0;

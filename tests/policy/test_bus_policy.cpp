@@ -137,11 +137,15 @@ TEST_F(StrictBusPolicy, ClientOfAnotherUserOwnsItsNameReachesTheServiceAndGetsTh
     EXPECT_NE(std::string::npos, out.find("uid " + std::to_string(other_uid_) + "\n")) << out;
     EXPECT_NE(std::string::npos, out.find("return 0\n")) << out;
     EXPECT_NE(std::string::npos, out.find("callback 0\n")) << out;
-    // The result went to the name the other user's process owned.
+    // The result went to the connection of the other user's process that
+    // asked, which owned its client name.
     const auto deliveries = sim_.Deliveries();
     ASSERT_EQ(1u, deliveries.size());
-    EXPECT_EQ(0u, deliveries[0].destination.rfind(ssotest::kSsoClientNamePrefix, 0));
-    EXPECT_NE(std::string::npos, deliveries[0].destination.find("_org.example.policy"));
+    EXPECT_TRUE(g_dbus_is_unique_name(deliveries[0].destination.c_str()))
+        << deliveries[0].destination;
+    const auto journal = sim_.Journal();
+    ASSERT_FALSE(journal.empty());
+    EXPECT_EQ(journal.back().sender, deliveries[0].destination);
 }
 
 TEST_F(StrictBusPolicy, AnotherUserCannotOwnTheServiceName)

@@ -14,6 +14,7 @@
 #include "reliability_support.h"
 #include "sso_api/sso_api.h"
 #include "sso_api_proxy.h"
+#include "../common/expected_results.h"
 
 namespace {
 
@@ -96,6 +97,8 @@ protected:
         std::string args = "('" + target_.peerObj + "', " + Cb() + ", int64 " +
                            std::to_string(target_.tid) + ", 'barrier', 0, int64 " +
                            PointerText(&barrier) + ", 8, 'sso_request_auth_code')";
+        ssotest::ExpectResult("sso_request_auth_code", reinterpret_cast<const void *>(&RecordingCb),
+                              &barrier);
         ASSERT_EQ(sim_.CallClient(busName_, "sso_request_auth_code", args), "");
         ASSERT_TRUE(ssotest::WaitUntil([] { return ReceivedLog::Get().CountFor(&barrier) == 1; }));
     }

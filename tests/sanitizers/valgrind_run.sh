@@ -11,7 +11,8 @@ here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "${1:?usage: valgrind_run.sh BUILD_DIR [JOBS]}" && pwd)
 jobs=${2:-2}
 
-# binary (under tests/integration) and the gtest filter of what runs from it.
+# binary (under tests/integration, or under tests/ when it names its
+# directory) and the gtest filter of what runs from it.
 selection=(
   "test_requests_tuples Requests.*:EveryMember/RequestsPerMember.DeliversTheResult*"
   "test_requests_edges Requests.ManyThreads*:Requests.UserJsonInfo*:Requests.TheDscRequest*:Requests.WithTheDebugMarker*"
@@ -19,6 +20,8 @@ selection=(
   "test_login_notification_e2e *"
   "test_account_state *"
   "test_storage_identity *"
+  "cxx/test_cxx_requests CxxRequests.TokensAndAuthCodes*:CxxRequests.ADeadline*:CxxRequests.ManyThreads*"
+  "cxx/test_cxx_subscriptions CxxSubscriptions.ASubscriptionDestroyed*"
 )
 
 logs=$(mktemp -d "${TMPDIR:-/tmp}/sso-valgrind-XXXXXX")
@@ -30,6 +33,7 @@ for entry in "${selection[@]}"; do
   bin=${entry%% *}
   filter=${entry#* }
   exe="$build/tests/integration/$bin"
+  [[ $bin != */* ]] || exe="$build/tests/$bin"
   if [ ! -x "$exe" ]; then
     echo "valgrind: $exe is missing" >&2
     exit 1

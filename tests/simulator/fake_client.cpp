@@ -135,7 +135,17 @@ void FakeClient::Stop()
 {
     if (!thread_.joinable())
         return;
-    g_main_loop_quit(loop_);
+    // Quit from inside the loop: a quit before the loop runs would be lost.
+    GSource *quit = g_idle_source_new();
+    g_source_set_callback(
+        quit,
+        [](gpointer loop) -> gboolean {
+            g_main_loop_quit(static_cast<GMainLoop *>(loop));
+            return G_SOURCE_REMOVE;
+        },
+        loop_, nullptr);
+    g_source_attach(quit, context_);
+    g_source_unref(quit);
     thread_.join();
 }
 
@@ -177,11 +187,14 @@ void FakeClient::Run(std::promise<std::string> *started)
         // Start returns (the bus handles our messages in order).
         GVariant *r = g_dbus_connection_call_sync(
             connection_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-            "RequestName", g_variant_new("(su)", bus_name().c_str(), 4u), G_VARIANT_TYPE("(u)"),
-            G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, &error);
-        guint32 code = 0;
+            own_name_ ? "RequestName" : "GetId",
+            own_name_ ? g_variant_new("(su)", bus_name().c_str(), 4u) : nullptr,
+            own_name_ ? G_VARIANT_TYPE("(u)") : G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE,
+            10000, nullptr, &error);
+        guint32 code = own_name_ ? 0 : 1;
         if (r) {
-            g_variant_get(r, "(u)", &code);
+            if (own_name_)
+                g_variant_get(r, "(u)", &code);
             g_variant_unref(r);
         }
         if (code != 1)

@@ -91,6 +91,12 @@ public:
     // Connects to the system bus, exports the client object, subscribes to
     // the service's signals and owns the client bus name. Throws.
     void Start();
+    // The same, without owning the client bus name.
+    void StartWithoutName()
+    {
+        own_name_ = false;
+        Start();
+    }
     void Stop();
 
     const std::string &object_name() const { return object_name_; }
@@ -124,6 +130,7 @@ private:
     void Run(std::promise<std::string> *started);
 
     std::string object_name_;
+    bool own_name_ = true;
     std::thread thread_;
     GMainContext *context_ = nullptr;
     GMainLoop *loop_ = nullptr;

@@ -97,7 +97,7 @@ TEST_F(SimRequests, AnAsyncRequestIsAcceptedThenItsResultDelivered)
 
     const auto deliveries = sim_.Deliveries();
     ASSERT_EQ(1u, deliveries.size());
-    EXPECT_EQ(client_.bus_name(), deliveries[0].destination);
+    EXPECT_EQ(client_.unique_name(), deliveries[0].destination);
     EXPECT_EQ("sso_request_access_token", deliveries[0].method);
     EXPECT_EQ(call.text, deliveries[0].args);
 }
@@ -592,17 +592,19 @@ TEST_F(SimRequests, TheJournalRecordsSenderMethodAndTypedArgsInOrder)
 
 TEST_F(SimRequests, ADeliveryToAClientThatIsGoneFailsQuietlyAndTheServiceCarriesOn)
 {
-    // The object name in a request decides where the result goes; nobody
-    // owns this one.
-    simtest::FakeClient nobody("obj" + std::to_string(getpid()) + "_nobody");
-    RequestValues v;
-    EXPECT_EQ(1, client_
-                     .Request("sso_request_access_token",
-                              nobody.BuildRequest("sso_request_access_token",
-                                                  "sso_request_access_token", v))
-                     .Int());
+    // The result goes to the connection that asked; this one is gone by
+    // the time it is due.
+    ssotest::Behaviour late;
+    late.result_delay_ms = 300;
+    sim_.Configure("sso_request_access_token", late);
+    {
+        simtest::FakeClient gone("obj" + std::to_string(getpid()) + "_gone");
+        gone.Start();
+        EXPECT_EQ(1,
+                  gone.RequestAsync("sso_request_access_token", "sso_request_access_token").Int());
+        gone.Stop();
+    }
     ASSERT_TRUE(sim_.WaitForDeliveries(1));
-    EXPECT_EQ(nobody.bus_name(), sim_.Deliveries().at(0).destination);
     ASSERT_TRUE(ssotest::WaitUntil([&] {
         return !log().LinesWith({"SSOSimulator", "delivery of", "failed"}).empty();
     }));
@@ -610,16 +612,64 @@ TEST_F(SimRequests, ADeliveryToAClientThatIsGoneFailsQuietlyAndTheServiceCarries
     EXPECT_EQ(1u, client_.Calls().size());
 }
 
-TEST_F(SimRequests, AnObjectNameThatMakesNoBusNameIsAnsweredButNotDelivered)
+TEST_F(SimRequests, AnObjectNameOfAnotherProcessIsRefusedAndNothingDelivered)
 {
-    simtest::FakeClient bad("9bad/name");
-    EXPECT_EQ(1, client_
-                     .Request("sso_request_access_token",
-                              bad.BuildRequest("sso_request_access_token",
-                                               "sso_request_access_token", RequestValues{}))
-                     .Int());
+    // The client asks with names that are not its own process's: another
+    // pid, no pid, no "obj" at all. Each is answered with the refusal and
+    // gets no result, so no other client's callback is ever called.
+    for (const std::string &name :
+         {std::string("obj1_org.example.app"), std::string("9bad/name"),
+          "obj" + std::to_string(getpid()) + "9_x", std::string("obj_x"), std::string("obj")}) {
+        simtest::FakeClient other(name);
+        Reply r = client_.Request("sso_request_access_token",
+                                  other.BuildRequest("sso_request_access_token",
+                                                     "sso_request_access_token", RequestValues{}));
+        ASSERT_TRUE(r.ok()) << name << ": " << r.error_name;
+        EXPECT_EQ(ssosim::kResultNotYourObject, r.Int()) << name;
+    }
+    // A read is refused with the service's error instead of data.
+    simtest::FakeClient other("obj1_org.example.app");
+    Reply data = client_.Request(
+        "sso_get_public_account_data",
+        g_variant_new("(sxs)", "obj1_org.example.app", gint64{1}, "sso_get_public_account_data"));
+    EXPECT_EQ(ssosim::kErrorNotYourObject, data.error_name);
     Barrier();
     EXPECT_EQ(1u, sim_.Deliveries().size());
+    EXPECT_EQ(1u, client_.Calls().size());
+    EXPECT_TRUE(log().Contains("object name obj1_org.example.app is not the sender's; refused"));
+}
+
+TEST_F(SimRequests, ResultsGoToTheConnectionThatAskedNotToTheNameItsObjectMakes)
+{
+    // A connection that owns no client name at all still gets its result:
+    // it goes to the connection that sent the request.
+    simtest::FakeClient asker("obj" + std::to_string(getpid()) + "_asker");
+    asker.StartWithoutName();
+    EXPECT_EQ(1, asker.RequestAsync("sso_request_access_token", "sso_request_access_token").Int());
+    ASSERT_TRUE(asker.WaitForCalls(1));
+    EXPECT_EQ(asker.unique_name(), sim_.Deliveries().at(0).destination);
+}
+
+class SimRequestsWithoutSenderCheck : public SimRequests {
+protected:
+    void SetUp() override
+    {
+        ssotest::SimulatorTest::SetUp();
+        sim_.Stop();
+        sim_.StartWithArgs({"--no-sender-check"});
+        client_.Start();
+    }
+};
+
+TEST_F(SimRequestsWithoutSenderCheck, AServiceThatSkipsTheCheckAcceptsAnyNameButAnswersTheAsker)
+{
+    simtest::FakeClient other("obj1_org.example.app");
+    Reply r = client_.Request("sso_request_access_token",
+                              other.BuildRequest("sso_request_access_token",
+                                                 "sso_request_access_token", RequestValues{}));
+    EXPECT_EQ(1, r.Int());
+    ASSERT_TRUE(client_.WaitForCalls(1));
+    EXPECT_EQ(client_.unique_name(), sim_.Deliveries().at(0).destination);
 }
 
 } // namespace

@@ -1,12 +1,19 @@
 #include "cli.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include "sso_platform_common.h"
 
 namespace ssoplatform {
 
 namespace {
+
+bool g_json = false;
 
 bool IsHelp(const std::string &arg)
 {
@@ -43,6 +50,33 @@ const Option *FindOption(const Command &command, const std::string &name)
 }
 
 } // namespace
+
+bool JsonOutput()
+{
+    return g_json;
+}
+
+void SetJsonOutput(bool on)
+{
+    g_json = on;
+}
+
+void RequirePlatformRoot()
+{
+    const char *root = sso_platform_root();
+    struct stat st;
+    std::string why;
+    if (stat(root, &st) != 0)
+        why = errno == ENOENT ? "does not exist"
+                              : "cannot be read: " + std::string(std::strerror(errno));
+    else if (!S_ISDIR(st.st_mode))
+        why = "is not a directory";
+    else
+        return;
+    throw Failure("the platform root " + std::string(root) + " is not accessible: it " + why +
+                  " (create it with 'mkdir -p " + root +
+                  "', or name another with --root DIR or SSO_PLATFORM_ROOT)");
+}
 
 void PrintGroupHelp(const Group &group, std::FILE *out)
 {
@@ -143,6 +177,8 @@ int RunGroup(const Group &group, const std::vector<std::string> &argv)
     if (n > command->max_args)
         throw UsageError("too many arguments; usage: " + Where(group, command) + " " +
                          command->synopsis);
+    if (group.needs_root)
+        RequirePlatformRoot();
     return command->run(args);
 }
 

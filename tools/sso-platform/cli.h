@@ -67,6 +67,7 @@ struct Group {
     const char *summary;
     const char *help;
     std::vector<Command> commands;
+    bool needs_root = true; // its commands work on the platform root
 };
 
 // The groups, one function a group; each lives in its own cmd_<group>.cpp.
@@ -77,6 +78,17 @@ const Group &AppGroup();
 // The pkg group takes a repeatable option; run it through RunPkgGroup.
 const Group &PkgGroup();
 int RunPkgGroup(const std::vector<std::string> &argv);
+const Group &LogGroup();
+
+// The global --json option: commands that print data print one JSON document
+// instead (docs/json-output.md).
+bool JsonOutput();
+void SetJsonOutput(bool on);
+
+// Throws Failure, with what to do, when the platform root does not exist: a
+// mistyped root would otherwise read as empty and writes would scatter state
+// in a new directory.
+void RequirePlatformRoot();
 
 // Parses argv (after the group name) against the group's tables and runs the
 // chosen command. Throws UsageError or Failure; returns the exit status.

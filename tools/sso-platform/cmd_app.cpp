@@ -11,6 +11,7 @@
 
 #include "app_control_registry.h"
 #include "cli.h"
+#include "tool_json.h"
 
 namespace ssoplatform {
 
@@ -82,11 +83,31 @@ bool PrintApp(const char *app_id, const char *exec_path, void *) noexcept
     return true;
 }
 
+bool CollectApp(const char *app_id, const char *exec_path, void *apps) noexcept
+{
+    try {
+        Json::Value app(Json::objectValue);
+        app["app_id"] = app_id;
+        app["exec"] = exec_path;
+        static_cast<Json::Value *>(apps)->append(app);
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
 int List(const Args &)
 {
-    int rc = app_control_foreach_registered_app(PrintApp, nullptr);
+    Json::Value apps(Json::arrayValue);
+    int rc = JsonOutput() ? app_control_foreach_registered_app(CollectApp, &apps)
+                          : app_control_foreach_registered_app(PrintApp, nullptr);
     if (rc != APP_CONTROL_ERROR_NONE)
         throw Failure("the application registry is not accessible");
+    if (JsonOutput()) {
+        Json::Value out(Json::objectValue);
+        out["apps"] = apps;
+        ssotools::PrintJson(out);
+    }
     if (std::fflush(stdout) != 0)
         throw Failure("cannot write to stdout: " + std::string(std::strerror(errno)));
     return kExitOk;
@@ -138,7 +159,8 @@ const Group &AppGroup()
              "",
              "List the registered applications",
              "Prints one line per application, ordered by id: the id, a tab, and\n"
-             "the program's path. Prints nothing when none is registered.\n"
+             "the program's path. Prints nothing when none is registered. With --json:\n"
+             "{\"apps\": [{\"app_id\": ID, \"exec\": PATH}...]}.\n"
              "\n"
              "Example:\n"
              "  sso-platform app list",

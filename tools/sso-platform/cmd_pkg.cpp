@@ -15,6 +15,7 @@
 
 #include "cli.h"
 #include "package_manager.h"
+#include "tool_json.h"
 #include "package_manager_admin.h"
 
 namespace ssoplatform {
@@ -179,6 +180,31 @@ int Show(const Args &args)
         out += "uid\t" + std::to_string(uid) + "\n";
     else if (rc != PACKAGE_MANAGER_ERROR_NO_UID)
         Check(rc, package_id);
+    if (JsonOutput()) {
+        // The same lines, as {"package", "apps", "certs": [{"type", "base64"}], "uid"}.
+        Json::Value doc(Json::objectValue);
+        doc["package"] = package_id;
+        doc["apps"] = Json::Value(Json::arrayValue);
+        doc["certs"] = Json::Value(Json::arrayValue);
+        if (rc == PACKAGE_MANAGER_ERROR_NONE)
+            doc["uid"] = static_cast<Json::UInt>(uid);
+        std::size_t start = 0;
+        for (std::size_t nl; (nl = out.find('\n', start)) != std::string::npos; start = nl + 1) {
+            const std::string line = out.substr(start, nl - start);
+            const std::size_t tab = line.find('\t');
+            const std::string kind = line.substr(0, tab), rest = line.substr(tab + 1);
+            if (kind == "app") {
+                doc["apps"].append(rest);
+            } else if (kind == "cert") {
+                Json::Value cert(Json::objectValue);
+                cert["type"] = rest.substr(0, rest.find('\t'));
+                cert["base64"] = rest.substr(rest.find('\t') + 1);
+                doc["certs"].append(cert);
+            }
+        }
+        ssotools::PrintJson(doc);
+        return kExitOk;
+    }
     std::fputs(out.c_str(), stdout);
     return kExitOk;
 }
@@ -240,6 +266,8 @@ const Group &PkgGroup()
              "\"cert\\tTYPE\\tBASE64\" line per certificate (TYPE e.g. author-signer,\n"
              "BASE64 the DER encoding) and \"uid\\tUID\", the user of its processes. Fails\n"
              "with status 1 when it is not registered.\n"
+             "With --json: {\"package\": ID, \"apps\": [APP_ID...], \"certs\":\n"
+             "[{\"type\": TYPE, \"base64\": BASE64}...], \"uid\": UID}.\n"
              "\n"
              "Example:\n"
              "  sso-platform pkg show org.example.pkg",

@@ -12,9 +12,12 @@
 #include <string>
 #include <vector>
 
+#include <glib.h>
+
 #include "cli.h"
 #include "ss_manager.h"
 #include "sso_deployment.h"
+#include "tool_json.h"
 
 namespace ssoplatform {
 
@@ -181,6 +184,18 @@ int Get(const Args &args)
     Check(ss_read(&buffer, &length, nullptr, nullptr, item.c_str(), &credential,
                   SS_FLAG_READ | SS_FLAG_INTEGRITY),
           item);
+    if (JsonOutput()) {
+        // The bytes may be anything: base64 in the document.
+        gchar *encoded = g_base64_encode(buffer, length);
+        ss_free_buffer(buffer);
+        Json::Value out(Json::objectValue);
+        out["item"] = item;
+        out["size"] = static_cast<Json::UInt64>(length);
+        out["base64"] = encoded;
+        g_free(encoded);
+        ssotools::PrintJson(out);
+        return kExitOk;
+    }
     bool ok = std::fwrite(buffer, 1, length, stdout) == length;
     ss_free_buffer(buffer);
     ok = std::fflush(stdout) == 0 && ok;
@@ -240,7 +255,7 @@ const Group &SsGroup()
             {"get", "ITEM_ID [--module-id N] [--uuid HEX32]", "Write an item's bytes to stdout",
              "Writes the item's contents to stdout exactly, with nothing added. Fails\n"
              "with status 1 when the item does not exist or does not authenticate under\n"
-             "the credential.\n"
+             "the credential. With --json: {\"item\": ID, \"size\": N, \"base64\": B64}.\n"
              "\n"
              "Examples:\n"
              "  sso-platform ss get sso/accounts > accounts.json\n"

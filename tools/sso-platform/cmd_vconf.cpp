@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "tool_json.h"
 #include "vconf.h"
 
 namespace ssoplatform {
@@ -63,20 +64,40 @@ int ParseBool(const std::string &text)
     throw UsageError("invalid bool value '" + text + "' (use true, false, 1 or 0)");
 }
 
+// A key's value as the JSON output shows it: {"key", "type", "value"}; type
+// and value are null for a key that is not set.
+Json::Value KeyJson(const std::string &key, const char *type, const Json::Value &value)
+{
+    Json::Value out(Json::objectValue);
+    out["key"] = key;
+    out["type"] = type ? Json::Value(type) : Json::Value();
+    out["value"] = value;
+    return out;
+}
+
+void PrintValue(const std::string &key, const char *type, const Json::Value &value,
+                const std::string &text)
+{
+    if (JsonOutput())
+        ssotools::PrintJson(KeyJson(key, type, value));
+    else
+        std::printf("%s\n", text.c_str());
+}
+
 int Get(const Args &args)
 {
     const std::string &key = args.positional[0];
     int v = 0;
     int rc = vconf_get_int(key.c_str(), &v);
     if (rc == VCONF_OK) {
-        std::printf("%d\n", v);
+        PrintValue(key, "int", v, std::to_string(v));
         return kExitOk;
     }
     if (rc != VCONF_ERROR_WRONG_TYPE)
         Check(rc, key);
     rc = vconf_get_bool(key.c_str(), &v);
     if (rc == VCONF_OK) {
-        std::printf("%s\n", BoolText(v));
+        PrintValue(key, "bool", v != 0, BoolText(v));
         return kExitOk;
     }
     if (rc != VCONF_ERROR_WRONG_TYPE)
@@ -84,8 +105,9 @@ int Get(const Args &args)
     char *s = vconf_get_str(key.c_str());
     if (!s)
         throw Failure("key '" + key + "' cannot be read");
-    std::printf("%s\n", s);
+    const std::string text = s;
     std::free(s);
+    PrintValue(key, "string", text, text);
     return kExitOk;
 }
 
@@ -119,6 +141,23 @@ int Unset(const Args &args)
 void OnChange(keynode_t *node, void *)
 {
     const char *name = vconf_keynode_get_name(node);
+    if (JsonOutput()) {
+        switch (vconf_keynode_get_type(node)) {
+        case VCONF_TYPE_INT:
+            ssotools::PrintJson(KeyJson(name, "int", vconf_keynode_get_int(node)));
+            break;
+        case VCONF_TYPE_BOOL:
+            ssotools::PrintJson(KeyJson(name, "bool", vconf_keynode_get_bool(node) != 0));
+            break;
+        case VCONF_TYPE_STRING:
+            ssotools::PrintJson(KeyJson(name, "string", vconf_keynode_get_str(node)));
+            break;
+        default:
+            ssotools::PrintJson(KeyJson(name, nullptr, Json::Value()));
+            break;
+        }
+        return;
+    }
     switch (vconf_keynode_get_type(node)) {
     case VCONF_TYPE_INT:
         std::printf("%s = %d\n", name, vconf_keynode_get_int(node));
@@ -172,11 +211,20 @@ int Watch(const Args &args)
     guint sigterm = g_unix_signal_add(SIGTERM, OnQuitSignal, loop);
 
     // The first line tells a reader that every subscription is in place.
-    std::string line = "watching";
-    for (const std::string &key : keys)
-        line += " " + key;
-    std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
+    if (JsonOutput()) {
+        Json::Value watching(Json::arrayValue);
+        for (const std::string &key : keys)
+            watching.append(key);
+        Json::Value first(Json::objectValue);
+        first["watching"] = watching;
+        ssotools::PrintJson(first);
+    } else {
+        std::string line = "watching";
+        for (const std::string &key : keys)
+            line += " " + key;
+        std::printf("%s\n", line.c_str());
+        std::fflush(stdout);
+    }
 
     g_main_loop_run(loop);
 
@@ -201,7 +249,8 @@ const Group &VconfGroup()
              "KEY",
              "Print the value of a key",
              "Prints the value alone: an int in decimal, a bool as true or false, a\n"
-             "string as it is. Fails with status 1 when the key is not set.\n"
+             "string as it is. Fails with status 1 when the key is not set. With\n"
+             "--json: {\"key\": KEY, \"type\": \"int\"|\"bool\"|\"string\", \"value\": VALUE}.\n"
              "\n"
              "Example:\n"
              "  sso-platform vconf get db/sso/login_status",
@@ -240,7 +289,8 @@ const Group &VconfGroup()
              "Print every change of the keys until interrupted",
              "First prints \"watching KEY...\" once every key is watched, then one line a\n"
              "change: \"KEY = VALUE\", or \"KEY unset\". Runs until SIGINT or SIGTERM and\n"
-             "then exits with status 0.\n"
+             "then exits with status 0. With --json: {\"watching\": [KEY...]} first, then\n"
+             "one {\"key\", \"type\", \"value\"} a change (type and value null: unset).\n"
              "\n"
              "Example:\n"
              "  sso-platform vconf watch db/sso/login_status db/sso/user",

@@ -20,6 +20,7 @@
 #include "contract.h"
 #include "control_api.h"
 #include "glib_util.h"
+#include "tool_json.h"
 
 namespace ssosim {
 
@@ -27,6 +28,24 @@ namespace {
 
 // Long enough for CallClient, which waits for the client's own reply.
 constexpr int kControlTimeoutMs = 30000;
+
+// The global --json option: commands that print data print one JSON document.
+bool g_json = false;
+
+// The simulator's JSON documents mark "none" with an empty text; the tools'
+// JSON says null.
+Json::Value EmptyToNull(Json::Value v)
+{
+    if (v.isString() && v.asString().empty())
+        return Json::Value();
+    if (v.isObject())
+        for (const std::string &name : v.getMemberNames())
+            v[name] = EmptyToNull(v[name]);
+    if (v.isArray())
+        for (Json::Value &item : v)
+            item = EmptyToNull(item);
+    return v;
+}
 
 struct Parsed {
     std::vector<std::string> positional;
@@ -147,7 +166,13 @@ public:
         connection_ = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
         if (connection_ == nullptr) {
             ErrorPtr owned(error);
-            throw Failure(std::string("cannot connect to the system bus: ") + owned->message);
+            const char *address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+            throw Failure(std::string("no system bus at ") +
+                          (address && *address ? address
+                                               : "the default address (DBUS_SYSTEM_BUS_ADDRESS "
+                                                 "is not set)") +
+                          ": " + owned->message +
+                          " (start one, or run the command inside sso-sim-session)");
         }
     }
     ~ControlClient() { g_object_unref(connection_); }
@@ -168,7 +193,14 @@ public:
             if (g_error_matches(owned.get(), G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
                 g_error_matches(owned.get(), G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER))
                 throw Failure(std::string("no simulator is running (nobody owns ") +
-                              kServiceBusName + " on the system bus)");
+                              kServiceBusName +
+                              " on the system bus); start one with 'sso-simulator run &'");
+            if (g_error_matches(owned.get(), G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED))
+                throw Failure(std::string(method) +
+                              " refused by the bus policy: this user may not script the "
+                              "simulator (the service's account and the members of its control "
+                              "group may; see sso-simulator(1)): " +
+                              DescribeError(owned.get()));
             throw Failure(std::string(method) + " failed: " + DescribeError(owned.get()));
         }
         return VariantPtr(reply);
@@ -178,20 +210,36 @@ private:
     GDBusConnection *connection_ = nullptr;
 };
 
-void PrintRecords(GVariant *reply, bool with_first)
+// Journal entries (first field unused) and deliveries (DESTINATION METHOD
+// ARGS); as JSON {"<list>": [{"destination"?, "method", "args"}...]}.
+void PrintRecords(GVariant *reply, bool with_first, const char *list_name)
 {
     GVariantIter *iter = nullptr;
     g_variant_get(reply, "(a(sss))", &iter);
     const gchar *a = nullptr;
     const gchar *b = nullptr;
     const gchar *c = nullptr;
+    Json::Value list(Json::arrayValue);
     while (g_variant_iter_next(iter, "(&s&s&s)", &a, &b, &c)) {
-        if (with_first)
+        if (g_json) {
+            Json::Value record(Json::objectValue);
+            if (with_first)
+                record["destination"] = a;
+            record["method"] = b;
+            record["args"] = c;
+            list.append(record);
+        } else if (with_first) {
             std::printf("%s %s %s\n", a, b, c);
-        else
+        } else {
             std::printf("%s %s\n", b, c);
+        }
     }
     g_variant_iter_free(iter);
+    if (g_json) {
+        Json::Value out(Json::objectValue);
+        out[list_name] = list;
+        ssotools::PrintJson(out);
+    }
 }
 
 // ---------------------------------------------------------------- commands
@@ -289,7 +337,7 @@ int RunReset(const Parsed &p)
 int RunJournal(const Parsed &)
 {
     VariantPtr reply = ControlClient().Call("GetJournal", nullptr, "(a(sss))");
-    PrintRecords(reply.get(), false);
+    PrintRecords(reply.get(), false, "journal");
     return kExitOk;
 }
 
@@ -300,20 +348,36 @@ int RunTallies(const Parsed &)
     g_variant_get(reply.get(), "(a(stttt))", &iter);
     const gchar *object_name = nullptr;
     guint64 counts[4] = {};
+    static const char *const kCountNames[] = {"accepted", "refused", "delivered", "dropped"};
+    Json::Value list(Json::arrayValue);
     while (g_variant_iter_next(iter, "(&stttt)", &object_name, &counts[0], &counts[1], &counts[2],
-                               &counts[3]))
+                               &counts[3])) {
+        if (g_json) {
+            Json::Value tally(Json::objectValue);
+            tally["object_name"] = object_name;
+            for (int i = 0; i < 4; ++i)
+                tally[kCountNames[i]] = static_cast<Json::UInt64>(counts[i]);
+            list.append(tally);
+            continue;
+        }
         std::printf(
             "%s accepted %llu refused %llu delivered %llu dropped %llu\n", object_name,
             static_cast<unsigned long long>(counts[0]), static_cast<unsigned long long>(counts[1]),
             static_cast<unsigned long long>(counts[2]), static_cast<unsigned long long>(counts[3]));
+    }
     g_variant_iter_free(iter);
+    if (g_json) {
+        Json::Value out(Json::objectValue);
+        out["tallies"] = list;
+        ssotools::PrintJson(out);
+    }
     return kExitOk;
 }
 
 int RunDeliveries(const Parsed &)
 {
     VariantPtr reply = ControlClient().Call("GetDeliveries", nullptr, "(a(sss))");
-    PrintRecords(reply.get(), true);
+    PrintRecords(reply.get(), true, "deliveries");
     return kExitOk;
 }
 
@@ -344,7 +408,13 @@ int RunObjectName(const Parsed &)
     VariantPtr reply = ControlClient().Call("GetObjectName", nullptr, "(s)");
     const gchar *name = nullptr;
     g_variant_get(reply.get(), "(&s)", &name);
-    std::printf("%s\n", name);
+    if (g_json) {
+        Json::Value out(Json::objectValue);
+        out["object_name"] = name;
+        ssotools::PrintJson(out);
+    } else {
+        std::printf("%s\n", name);
+    }
     return kExitOk;
 }
 
@@ -401,7 +471,13 @@ int RunAccountAdd(const Parsed &p)
         ControlClient().Call("AddAccount", g_variant_new("(@a{sv})", fields.get()), "(s)");
     const gchar *guid = nullptr;
     g_variant_get(reply.get(), "(&s)", &guid);
-    std::printf("%s\n", guid);
+    if (g_json) {
+        Json::Value out(Json::objectValue);
+        out["guid"] = guid;
+        ssotools::PrintJson(out);
+    } else {
+        std::printf("%s\n", guid);
+    }
     return kExitOk;
 }
 
@@ -422,16 +498,16 @@ Json::Value ParseJsonReply(const std::string &text)
     return value;
 }
 
-int RunAccounts(const Parsed &p)
+int RunAccounts(const Parsed &)
 {
     VariantPtr reply = ControlClient().Call("GetAccounts", nullptr, "(s)");
     const gchar *text = nullptr;
     g_variant_get(reply.get(), "(&s)", &text);
-    if (!p.options.empty()) { // --json
-        std::printf("%s\n", text);
+    const Json::Value v = ParseJsonReply(text);
+    if (g_json) {
+        ssotools::PrintJson(EmptyToNull(v));
         return kExitOk;
     }
-    const Json::Value v = ParseJsonReply(text);
     for (const auto &a : v["accounts"])
         std::printf("%s %s %s %s %s\n", a["active"].asBool() ? "*" : "-",
                     a["login_id"].asString().c_str(), a["guid"].asString().c_str(),
@@ -456,7 +532,14 @@ int RunState(const Parsed &)
     VariantPtr reply = ControlClient().Call("GetState", nullptr, "(s)");
     const gchar *text = nullptr;
     g_variant_get(reply.get(), "(&s)", &text);
-    std::printf("%s\n", text);
+    const Json::Value v = EmptyToNull(ParseJsonReply(text));
+    if (g_json) {
+        ssotools::PrintJson(v);
+        return kExitOk;
+    }
+    std::printf("signed_in: %s\nversion: %s\n",
+                v["signed_in"].isNull() ? "-" : v["signed_in"].asString().c_str(),
+                v["version"].isNull() ? "-" : v["version"].asString().c_str());
     return kExitOk;
 }
 
@@ -503,16 +586,16 @@ int RunPublicDataWrite(const Parsed &p)
     return kExitOk;
 }
 
-int RunIssued(const Parsed &p)
+int RunIssued(const Parsed &)
 {
     VariantPtr reply = ControlClient().Call("GetIssued", nullptr, "(s)");
     const gchar *text = nullptr;
     g_variant_get(reply.get(), "(&s)", &text);
-    if (!p.options.empty()) { // --json
-        std::printf("%s\n", text);
+    const Json::Value v = ParseJsonReply(text);
+    if (g_json) {
+        ssotools::PrintJson(EmptyToNull(v));
         return kExitOk;
     }
-    const Json::Value v = ParseJsonReply(text);
     for (const auto &e : v["issued"]) {
         std::string flags;
         for (const char *flag : {"revoked", "redeemed", "scripted"})
@@ -704,7 +787,7 @@ const std::vector<Command> &Commands()
          1,
          &RunAccountRm},
         {"accounts",
-         "[--json]",
+         "",
          "Lists the registered accounts in registration order, one a line:\n"
          "ACTIVE LOGIN_ID GUID COUNTRY DISPLAY_NAME, ACTIVE being '*' for the signed-in\n"
          "account and '-' for the others. --json prints everything, secrets included.",
@@ -712,7 +795,7 @@ const std::vector<Command> &Commands()
          "  sso-simulator ctl accounts\n"
          "  * kim@example.com 9F0C...E1 KOR Kim\n"
          "  sso-simulator ctl accounts --json\n",
-         {{"--json", nullptr, "Print the full list as JSON"}},
+         {},
          0,
          0,
          &RunAccounts},
@@ -736,9 +819,12 @@ const std::vector<Command> &Commands()
          &RunSignOut},
         {"state",
          "",
-         "Prints {\"signed_in\": GUID or \"\", \"version\": public data version}.",
+         "Prints who is signed in and the public data's version: \"signed_in: GUID\" ('-'\n"
+         "for nobody) and \"version: N\"; --json: {\"signed_in\": GUID or null, \"version\": N}.",
          "Example:\n"
-         "  sso-simulator ctl state\n",
+         "  sso-simulator ctl state\n"
+         "  signed_in: 9F0C...E1\n"
+         "  version: 3\n",
          {},
          0,
          0,
@@ -792,7 +878,7 @@ const std::vector<Command> &Commands()
          0,
          &RunIssuedClear},
         {"issued",
-         "[--json]",
+         "",
          "Lists the access tokens, auth codes and whitelist tokens issued, oldest first, one a\n"
          "line: SEQUENCE KIND APP_ID ACCOUNT_GUID FLAGS VALUE ('-' for none; FLAGS from\n"
          "revoked, redeemed, scripted). --json prints every detail.",
@@ -800,7 +886,7 @@ const std::vector<Command> &Commands()
          "  sso-simulator ctl issued\n"
          "  1 access_token org.example.app 9F0C...E1 - AT.3q2-7wEAAAB...\n"
          "  sso-simulator ctl issued --json\n",
-         {{"--json", nullptr, "Print the full journal as JSON"}},
+         {},
          0,
          0,
          &RunIssued},
@@ -846,6 +932,12 @@ void PrintCtlHelp()
                 "Scripts and inspects a running simulator over its control interface\n"
                 "(%s on %s, system bus).\n"
                 "\n"
+                "Global options (anywhere on the line, before a \"--\"):\n"
+                "  --json      commands that print data print one JSON document (journal,\n"
+                "              deliveries, tallies, accounts, issued, state, object-name,\n"
+                "              account add); docs/json-output.md has the schema\n"
+                "  -h, --help  this text, or a command's with the command\n"
+                "\n"
                 "Commands:\n",
                 kProgram, kControlInterface, kControlPath);
     for (const auto &c : Commands())
@@ -863,8 +955,19 @@ void PrintCtlHelp()
                 kProgram, kProgram, kProgram, kProgram, kProgram, kProgram);
 }
 
-int RunCtl(const std::vector<std::string> &args)
+int RunCtl(const std::vector<std::string> &all_args, bool json)
 {
+    // --json is global: taken wherever it stands before a "--".
+    std::vector<std::string> args;
+    g_json = json;
+    bool options_done = false;
+    for (const std::string &a : all_args) {
+        options_done = options_done || a == "--";
+        if (!options_done && a == "--json")
+            g_json = true;
+        else
+            args.push_back(a);
+    }
     if (args.empty())
         throw UsageError("ctl needs a command" + Hint(nullptr));
     if (IsHelp(args[0])) {

@@ -6,8 +6,9 @@
 
 namespace ssosim {
 
-// args follow "ctl". Throws UsageError or Failure; returns the exit status.
-int RunCtl(const std::vector<std::string> &args);
+// args follow "ctl"; json: --json stood before "ctl". Throws UsageError or
+// Failure; returns the exit status.
+int RunCtl(const std::vector<std::string> &args, bool json = false);
 
 void PrintCtlHelp();
 

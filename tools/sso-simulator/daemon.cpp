@@ -146,7 +146,8 @@ int RunDaemon(const DaemonOptions &options)
         d.timers = std::make_unique<Timers>();
         d.delivery = std::make_unique<Delivery>(d.connection, contract, d.object_name);
         d.service = std::make_unique<Service>(d.connection, contract, *d.behaviours, *d.families,
-                                              *d.payloads, *d.delivery, *d.timers);
+                                              *d.payloads, *d.delivery, *d.timers,
+                                              !options.no_sender_check);
         d.control = std::make_unique<Control>(d.connection, *d.behaviours, *d.service, *d.delivery,
                                               *d.accounts, *d.families, d.object_name,
                                               [&d]() { d.Quit(0); });

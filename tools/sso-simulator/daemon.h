@@ -14,6 +14,9 @@ std::string OwnObjectName();
 struct DaemonOptions {
     bool demo_accounts = false;        // preload three demo accounts
     std::optional<std::uint32_t> seed; // reproducible generated identifiers
+    // Accept object names that are not the sender's (a service that skips
+    // the check), to test what a client does with results it did not ask for.
+    bool no_sender_check = false;
 };
 
 // Runs until SIGTERM, SIGINT or Quit (exit 0), or until the bus goes away, the

@@ -152,11 +152,12 @@ void Delivery::Deliver(const Request &request, const ResolvedResult &result)
                  request.method_call.c_str());
         return;
     }
-    const std::string bus_name = ClientBusName(request.object_name);
-    if (!g_dbus_is_name(bus_name.c_str()) || g_dbus_is_unique_name(bus_name.c_str())) {
-        SIM_LOGW("%s request_id %lld: object name '%s' makes no bus name; nothing delivered",
-                 rpc.c_str(), static_cast<long long>(request.request_id),
-                 request.object_name.c_str());
+    // To the connection that asked: a well-known name can be taken over by
+    // another process, the unique name of the requester cannot.
+    const std::string &bus_name = request.sender;
+    if (!g_dbus_is_unique_name(bus_name.c_str())) {
+        SIM_LOGW("%s request_id %lld: sender '%s' is no unique name; nothing delivered",
+                 rpc.c_str(), static_cast<long long>(request.request_id), bus_name.c_str());
         return;
     }
     VariantPtr args;

@@ -32,7 +32,7 @@ void PrintHelp()
 {
     std::printf(
         "Usage: %s [run] [--demo-accounts] [--seed N]\n"
-        "       %s ctl COMMAND [ARGS...]\n"
+        "       %s [--json] ctl COMMAND [ARGS...]\n"
         "\n"
         "Stands in for the SSO service on the D-Bus system bus ($DBUS_SYSTEM_BUS_ADDRESS):\n"
         "owns %s, answers every request of the\n"
@@ -62,7 +62,7 @@ void PrintHelp()
 void PrintRunHelp()
 {
     std::printf(
-        "Usage: %s run [--demo-accounts] [--seed N]\n"
+        "Usage: %s run [--demo-accounts] [--seed N] [--no-sender-check]\n"
         "\n"
         "Runs the simulated SSO service on the system bus until SIGTERM, SIGINT or\n"
         "'%s ctl quit' (exit 0). Prints \"ready\" on stdout once the service and the\n"
@@ -77,6 +77,9 @@ void PrintRunHelp()
         "  --demo-accounts   Register three demo accounts (nobody signed in)\n"
         "  --seed N          Generate GUIDs, tokens and ids from seed N (0 to 4294967295),\n"
         "                    the same on every run\n"
+        "  --no-sender-check Accept requests whose object name is not the sending\n"
+        "                    process's (by default refused: the result would reach\n"
+        "                    another client); for testing a client's own defences\n"
         "  -h, --help        Show this help and exit\n"
         "\n"
         "Environment:\n"
@@ -115,6 +118,10 @@ DaemonOptions ParseRunOptions(const std::vector<std::string> &args)
             options.demo_accounts = true;
             continue;
         }
+        if (arg == "--no-sender-check") {
+            options.no_sender_check = true;
+            continue;
+        }
         std::string value;
         if (arg == "--seed") {
             if (i + 1 >= args.size())
@@ -137,8 +144,26 @@ DaemonOptions ParseRunOptions(const std::vector<std::string> &args)
     return options;
 }
 
-int Run(const std::vector<std::string> &args)
+int Run(std::vector<std::string> args)
 {
+    // The global --json may also stand before "ctl", as in the other tools.
+    bool json = false;
+    while (!args.empty() && args[0] == "--json") {
+        json = true;
+        args.erase(args.begin());
+    }
+    // --version too, wherever it stands before a "--".
+    for (const auto &a : args) {
+        if (a == "--")
+            break;
+        if (a == "--version") {
+            std::printf("%s %s\n", kProgram, SSO_VERSION);
+            return kExitOk;
+        }
+    }
+    if (json && (args.empty() || args[0] != "ctl"))
+        throw UsageError("--json goes with the ctl commands (see '" + std::string(kProgram) +
+                         " ctl --help')");
     if (args.empty())
         return RunDaemon();
     const std::string &mode = args[0];
@@ -163,7 +188,7 @@ int Run(const std::vector<std::string> &args)
     if (mode == "--demo-accounts" || mode.compare(0, 6, "--seed") == 0)
         return RunDaemon(ParseRunOptions(args));
     if (mode == "ctl")
-        return RunCtl(std::vector<std::string>(args.begin() + 1, args.end()));
+        return RunCtl(std::vector<std::string>(args.begin() + 1, args.end()), json);
     throw UsageError("unknown mode '" + mode + "' (see '" + std::string(kProgram) + " --help')");
 }
 

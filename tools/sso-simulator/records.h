@@ -16,7 +16,7 @@ struct JournalEntry {
 
 // One result call sent to a client.
 struct DeliveryRecord {
-    std::string destination; // client bus name
+    std::string destination; // unique name of the client connection that asked
     std::string method;      // client method
     std::string args;        // g_variant_print(args, TRUE)
 };

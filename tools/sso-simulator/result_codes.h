@@ -34,6 +34,11 @@ inline constexpr int kResultInvalidToken = 9;
 inline constexpr int kResultNotWhitelisted = 10;
 // The signed-in account is not a member of that group.
 inline constexpr int kResultNoSuchGroup = 11;
+// The request's object name names another process than the one that sent it:
+// its result would go to a client that did not ask. The answer of such a
+// request (no result follows); a read gets the D-Bus error below instead.
+inline constexpr int kResultNotYourObject = 12;
+inline constexpr const char *kErrorNotYourObject = "org.orvex.tv.ssoservice.Error.NotYourObject";
 
 struct ResultCodeInfo {
     int code;
@@ -58,6 +63,8 @@ inline constexpr ResultCodeInfo kResultCodeTable[] = {
     {kResultNotWhitelisted, "not-whitelisted",
      "package and signature are not a registered whitelist pair"},
     {kResultNoSuchGroup, "no-such-group", "the signed-in account is not in that group"},
+    {kResultNotYourObject, "not-your-object",
+     "the request's object name is not the sending process's (the answer; no result follows)"},
 };
 
 } // namespace ssosim

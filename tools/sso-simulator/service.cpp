@@ -10,10 +10,45 @@ namespace ssosim {
 
 Service::Service(GDBusConnection *connection, const Contract &contract, BehaviourTable &behaviours,
                  RequestFamilies &families, PayloadProvider &payloads, Delivery &delivery,
-                 Timers &timers)
+                 Timers &timers, bool sender_check)
     : connection_(connection), contract_(contract), behaviours_(behaviours), families_(families),
-      payloads_(payloads), delivery_(delivery), timers_(timers)
+      payloads_(payloads), delivery_(delivery), timers_(timers), sender_check_(sender_check)
 {
+}
+
+bool Service::SenderOwnsObject(const std::string &sender, const std::string &object_name)
+{
+    // "obj" + decimal pid, then "_" or the end.
+    if (object_name.compare(0, 3, "obj") != 0)
+        return false;
+    std::size_t end = 3;
+    while (end < object_name.size() && g_ascii_isdigit(object_name[end]))
+        ++end;
+    if (end == 3 || end - 3 > 10 || (end < object_name.size() && object_name[end] != '_'))
+        return false;
+    const std::int64_t named = std::stoll(object_name.substr(3, end - 3));
+
+    auto known = sender_pids_.find(sender);
+    if (known == sender_pids_.end()) {
+        GError *error = nullptr;
+        GVariant *reply = g_dbus_connection_call_sync(
+            connection_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+            "GetConnectionUnixProcessID", g_variant_new("(s)", sender.c_str()),
+            G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, 2000, nullptr, &error);
+        ErrorPtr owned_error(error);
+        if (reply == nullptr) {
+            SIM_LOGW("cannot learn the process id of %s: %s", sender.c_str(),
+                     error != nullptr ? error->message : "");
+            return false;
+        }
+        guint32 pid = 0;
+        g_variant_get(reply, "(u)", &pid);
+        g_variant_unref(reply);
+        if (sender_pids_.size() >= 512)
+            sender_pids_.clear();
+        known = sender_pids_.emplace(sender, static_cast<std::int64_t>(pid)).first;
+    }
+    return known->second == named;
 }
 
 Service::~Service()
@@ -80,6 +115,25 @@ void Service::Handle(const std::string &sender, const std::string &method, GVari
     else
         SIM_LOGI("request %s from %s (object %s)", method.c_str(), sender.c_str(),
                  request->object_name.c_str());
+
+    // A request is answered on the connection that sent it, and so is its
+    // result; the object name must name that process too, or a client could
+    // have results (and calls of its callback) sent to another one.
+    if (sender_check_ && !SenderOwnsObject(sender, request->object_name)) {
+        SIM_LOGW("%s from %s: object name %s is not the sender's; refused", method.c_str(),
+                 sender.c_str(), request->object_name.c_str());
+        if (info->kind == RequestKind::Data) {
+            g_dbus_method_invocation_return_dbus_error(
+                invocation.release(), kErrorNotYourObject,
+                "the object name names another process than the sender");
+            return;
+        }
+        if (info->kind == RequestKind::Async)
+            ++tallies_[request->object_name].refused;
+        g_dbus_method_invocation_return_value(invocation.release(),
+                                              g_variant_new("(i)", kResultNotYourObject));
+        return;
+    }
 
     EffectiveBehaviour behaviour = behaviours_.For(method);
     behaviours_.Draw(behaviour);

@@ -28,7 +28,7 @@ class Service {
 public:
     Service(GDBusConnection *connection, const Contract &contract, BehaviourTable &behaviours,
             RequestFamilies &families, PayloadProvider &payloads, Delivery &delivery,
-            Timers &timers);
+            Timers &timers, bool sender_check = true);
     ~Service();
     Service(const Service &) = delete;
     Service &operator=(const Service &) = delete;
@@ -65,6 +65,9 @@ private:
                 Invocation &invocation);
     void Answer(Invocation &invocation, const std::shared_ptr<const Request> &request,
                 const EffectiveBehaviour &behaviour);
+    // Whether the process that sent a request is the one its object name
+    // ("obj<pid>_<app id>") names: only then may its result be sent.
+    bool SenderOwnsObject(const std::string &sender, const std::string &object_name);
     // The result of an accepted asynchronous request, when it is due:
     // decided, the state changed, then delivered (unless dropped).
     void Complete(const Request &request, const EffectiveBehaviour &behaviour);
@@ -80,6 +83,10 @@ private:
     std::vector<JournalEntry> journal_;
     std::vector<Invocation> held_;
     std::map<std::string, Tally> tallies_;
+    bool sender_check_;
+    // Process ids of senders by unique name (a unique name is never reused
+    // on one bus); emptied when it grows past a few hundred.
+    std::map<std::string, std::int64_t> sender_pids_;
 };
 
 } // namespace ssosim

@@ -53,15 +53,13 @@ int CmdStatus(const Invocation &inv)
         ReadText(sso_get_guid, &guid);
     }
     if (inv.json) {
+        // Unknown or absent: null (docs/json-output.md).
         Json::Value v(Json::objectValue);
         v["alive"] = alive;
-        v["signed_in"] = signed_in;
-        if (count_ok)
-            v["account_count"] = count;
-        if (signed_in) {
-            v["login_id"] = login_id;
-            v["guid"] = Mask(guid, inv.show_secrets);
-        }
+        v["signed_in"] = state_ok ? Json::Value(signed_in) : Json::Value();
+        v["account_count"] = count_ok ? Json::Value(count) : Json::Value();
+        v["login_id"] = signed_in ? Json::Value(login_id) : Json::Value();
+        v["guid"] = signed_in ? Json::Value(Mask(guid, inv.show_secrets)) : Json::Value();
         PrintJson(v);
     } else {
         PrintLine(std::string("service: ") + (alive ? "alive" : "not answering"));
@@ -273,10 +271,10 @@ int CmdAccount(const Invocation &inv)
     bool signed_in = state_ok && state == SSO_LOGEDIN;
     int count = 0;
     bool count_ok = sso_get_account_number(&count) == 0;
+    // Unknown or absent: null (docs/json-output.md).
     Json::Value all(Json::objectValue);
-    all["signed_in"] = signed_in;
-    if (count_ok)
-        all["account_count"] = count;
+    all["signed_in"] = state_ok ? Json::Value(signed_in) : Json::Value();
+    all["account_count"] = count_ok ? Json::Value(count) : Json::Value();
     if (!inv.json) {
         PrintLine(std::string("login state: ") + (!state_ok   ? "unknown"
                                                   : signed_in ? "signed in"
@@ -284,19 +282,21 @@ int CmdAccount(const Invocation &inv)
         PrintLine("accounts: " + (count_ok ? std::to_string(count) : std::string("unknown")));
     }
     for (const AccountField &f : AccountFields()) {
-        bool needs_login = std::string(f.name) != "ui-package";
-        if (needs_login && !signed_in)
-            continue;
         if (std::string(f.name) == "json-info" || std::string(f.name) == "login-info")
             continue; // their values are listed one by one
+        bool needs_login = std::string(f.name) != "ui-package";
         Json::Value value;
-        if (!f.read(&value))
+        if ((needs_login && !signed_in) || !f.read(&value)) {
+            all[f.key] = Json::Value();
             continue;
+        }
         if (inv.json)
             all[f.key] = FieldJson(f, value, inv.show_secrets);
         else
             PrintLine(std::string(f.label) + ": " + FieldText(f, value, inv.show_secrets));
     }
+    all["user_icon_path"] = Json::Value();
+    all["display_name"] = Json::Value();
     if (signed_in) {
         Json::Value info;
         if (LoginInfo(&info)) {
