@@ -45,6 +45,7 @@ expected=(
   "$libdir/pkgconfig/sso-platform.pc"
   "$prefix/share/dbus-1/system-services/org.orvex.tv.ssoservice.server.service"
   "$prefix/lib/systemd/system/sso-simulator.service"
+  "$prefix/lib/systemd/system/sso-storaged.service"
   "$prefix/share/doc/sso-api-doc/json-output.md"
   "$prefix/share/dbus-1/interfaces/org.orvex.tv.ssoservice.server.xml"
   "$prefix/share/dbus-1/interfaces/org.orvex.tv.ssoservice.ssoclient.xml"

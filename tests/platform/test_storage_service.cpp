@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <functional>
 #include <fstream>
@@ -732,6 +733,44 @@ TEST_F(StorageService, SigtermStopsItCleanlyAndTakesItsSocketAlong)
     // The items stay for the next service.
     root_.StartStorage();
     EXPECT_EQ("kept", Read("item").data);
+}
+
+// As a Type=notify unit of systemd: one datagram when it serves, one when it
+// stops, on the socket NOTIFY_SOCKET names (a path, or "@" and an abstract
+// name).
+TEST_F(StorageService, TellsTheServiceManagerWhenItServesAndWhenItStops)
+{
+    root_.StopStorage();
+    const std::string names[] = {root_.path() + "/notify",
+                                 "@sso-notify-" + std::to_string(getpid())};
+    for (const std::string &name : names) {
+        int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ASSERT_GE(fd, 0);
+        struct sockaddr_un addr;
+        memset(&addr, 0, sizeof(addr));
+        addr.sun_family = AF_UNIX;
+        memcpy(addr.sun_path, name.c_str(), name.size());
+        if (name[0] == '@')
+            addr.sun_path[0] = '\0';
+        ASSERT_EQ(
+            0, bind(fd, reinterpret_cast<sockaddr *>(&addr),
+                    static_cast<socklen_t>(offsetof(struct sockaddr_un, sun_path) + name.size())));
+        struct timeval tv = {10, 0};
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
+        ssotest::ChildProcess service = ssotest::ChildProcess::Spawn(
+            {ssotest::ToolPath("sso-storaged"), "--root", root_.path()}, {{"NOTIFY_SOCKET", name}});
+        char message[64] = {0};
+        ASSERT_GT(recv(fd, message, sizeof(message) - 1, 0), 0) << name;
+        EXPECT_STREQ("READY=1", message);
+        EXPECT_TRUE(service.WaitForOutput("ready\n"));
+        EXPECT_EQ(SS_ERROR_NO_ITEM, Read("item").rc) << "not serving when it said so";
+        service.Kill(SIGTERM);
+        memset(message, 0, sizeof(message));
+        ASSERT_GT(recv(fd, message, sizeof(message) - 1, 0), 0) << name;
+        EXPECT_STREQ("STOPPING=1", message);
+        EXPECT_EQ(0, service.Wait());
+        close(fd);
+    }
 }
 
 TEST_F(StorageService, HelpSaysWhatItDoes)

@@ -21,6 +21,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <stddef.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <signal.h>
@@ -219,6 +220,31 @@ static int stop_workers(void)
     return drained;
 }
 
+/* Tells the service manager where this service is, by the notify protocol
+ * of systemd: one datagram on the socket $NOTIFY_SOCKET names ("@" for the
+ * abstract namespace). Nothing when it is not set. */
+static void notify_manager(const char *state)
+{
+    const char *path = getenv("NOTIFY_SOCKET");
+    struct sockaddr_un addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.sun_family = AF_UNIX;
+    if (!path || (path[0] != '/' && path[0] != '@') || strlen(path) >= sizeof(addr.sun_path))
+        return;
+    size_t len = strlen(path);
+    memcpy(addr.sun_path, path, len);
+    if (path[0] == '@')
+        addr.sun_path[0] = '\0';
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return;
+    if (sendto(fd, state, strlen(state), MSG_NOSIGNAL, (struct sockaddr *)&addr,
+               (socklen_t)(offsetof(struct sockaddr_un, sun_path) + len)) < 0)
+        dlog_print(DLOG_WARN, TAG, "cannot tell the service manager '%s': %s", state,
+                   strerror(errno));
+    close(fd);
+}
+
 static int usage(FILE *out, const char *prog, int status)
 {
     fprintf(out,
@@ -383,11 +409,13 @@ int main(int argc, char **argv)
                (unsigned)g_policy.service_uid, (unsigned)g_policy.own_uid);
     printf("ready\n");
     fflush(stdout);
+    notify_manager("READY=1");
 
     struct signalfd_siginfo info;
     while (read(sfd, &info, sizeof(info)) < 0 && errno == EINTR) {
     }
 
+    notify_manager("STOPPING=1");
     int drained = stop_workers();
     /* Only our own socket: a service started after us may own the path. */
     struct stat now;
