@@ -88,7 +88,9 @@ static void configure_locked(void)
         } else if (strcmp(dest, "none") == 0) {
             kind = DEST_NONE;
         } else if (strncmp(dest, "file:", 5) == 0 && dest[5] != '\0') {
-            fd = open(dest + 5, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+            /* Lines may name accounts and, with the debug marker, carry
+             * secrets: a log file is never made readable by every user. */
+            fd = open(dest + 5, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0640);
             kind = fd >= 0 ? DEST_FILE : DEST_STDERR;
         }
     }

@@ -142,6 +142,8 @@ void Simulator::StartWithArgs(const std::vector<std::string> &extra_args,
     if (child_.pid() > 0)
         throw std::runtime_error("Simulator::Start: the simulator is already running");
     RequirePrivateBus();
+    // The service publishes the accounts in secure storage.
+    EnsureStorageService();
     env_ = env;
     args_ = extra_args;
     exit_status_ = -1;
