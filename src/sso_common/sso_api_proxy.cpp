@@ -170,9 +170,10 @@ std::shared_ptr<CSSOBusConnection> CSSOSvcGdbus::connection()
 
 // Brings the link up if it is down; all of it under m_mutexProxy, which a
 // thread waits for no longer than its own set-up allowance. With connection,
-// also hands out a reference of the caller's own to the connection.
+// also hands out a reference of the caller's own to the connection, and with
+// generation the number of that link.
 bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
-                              std::shared_ptr<CSSOBusConnection> *connection)
+                              std::shared_ptr<CSSOBusConnection> *connection, uint64_t *generation)
 {
     const SSOClock::time_point deadline = arrival + std::chrono::seconds(kSetUpSeconds);
     TimedProxyLock lock(&m_mutexProxy, deadline);
@@ -200,6 +201,8 @@ bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
             SSO_LOG_END_F("m_pConnectionToServer is already connected");
             if (connection != nullptr)
                 *connection = m_pConnectionToServer;
+            if (generation != nullptr)
+                *generation = m_linkGeneration.load();
             return true;
         }
         // Found lazily, at the next call: rebuild both directions.
@@ -231,8 +234,11 @@ bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
         m_DestroyProxyMonitor();
     } else {
         ok = true;
+        m_linkGeneration.fetch_add(1, std::memory_order_acq_rel);
         if (connection != nullptr)
             *connection = m_pConnectionToServer;
+        if (generation != nullptr)
+            *generation = m_linkGeneration.load();
     }
     m_lastSetUpEnd = SSOClock::now();
     m_bLastSetUpOk = ok;
@@ -767,7 +773,7 @@ void CSSOSvcGdbus::m_HandleMethodCall(CSSOBusConnection *connection, const gchar
 }
 
 bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *parameters,
-                                      GVariant **reply, int timeout)
+                                      GVariant **reply, int timeout, uint64_t link)
 {
     SSO_LOG_START();
     SSO_LOGE("--- methodName [%s] m_objectName [%s] --->", methodName.c_str(),
@@ -776,8 +782,17 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
     // The connection comes with a reference of our own, taken under the
     // link's lock: a rebuild on another thread cannot free it under this call.
     std::shared_ptr<CSSOBusConnection> connection;
-    if (!m_GetProxy(SSOClock::now(), &connection) || connection == nullptr) {
+    uint64_t generation = 0;
+    bool ok = m_GetProxy(SSOClock::now(), &connection, &generation) && connection != nullptr;
+    if (!ok) {
         SSO_LOGE("Failed to GetProxy()");
+    } else if (link != 0 && generation != link) {
+        // Rebuilt by another thread after the request was made up: its
+        // request id and its outstanding entry belong to the old link.
+        SSO_LOGE("The link was rebuilt after [%s] was made up; it is not sent", methodName.c_str());
+        ok = false;
+    }
+    if (!ok) {
         if (parameters != nullptr)
             g_variant_unref(g_variant_ref_sink(parameters));
         return false;
