@@ -6,8 +6,10 @@
 
 #include <array>
 #include <string>
+#include <thread>
 
 #include "sso_api/sso_api.h"
+#include "sso_api_private.h"
 #include "sso_simulator_harness.h"
 #include "sso_test_harness.h"
 #include "../reliability/reliability_support.h"
@@ -90,5 +92,47 @@ TEST_F(BusOutage, AfterAnOutageNobodyRequestedInTheFirstRequestIsDelivered)
     }
     EXPECT_EQ(static_cast<size_t>(kOutages + 1), ReceivedLog::Get().Count());
 }
+
+// A request made up on one link and sent once the link is rebuilt (the bus
+// restarted in between, as for a thread that was held up between the two):
+// sent on the new link it must carry that link's request id, or its result
+// is dropped on arrival; so it is either delivered or not sent at all.
+class RequestAcrossARebuild : public BusOutage, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(RequestAcrossARebuild, IsDeliveredOrNotSent)
+{
+    const bool byAnotherThread = GetParam();
+    ASSERT_EQ(0, sso_check_alive());
+    static int late;
+    SSORequestFrame frame("sso_request_device_authcode");
+    ASSERT_TRUE(frame.Open());
+
+    Outage();
+    bus_.Start();
+    sim_.Start();
+    // Else the send itself finds the link gone.
+    if (byAnotherThread) {
+        std::thread other([] { EXPECT_EQ(0, sso_check_alive()); });
+        other.join();
+    }
+    const size_t sentBefore = sim_.Journal().size();
+
+    const int rc = frame.Send({Text(kAppId), Text("HAS_NO_VALUE"), Text("device")},
+                              Value(reinterpret_cast<void *>(&RecordingCb)), Value(&late));
+    if (rc == 0)
+        EXPECT_TRUE(ssotest::WaitUntil([] { return ReceivedLog::Get().CountFor(&late) == 1; }))
+            << "accepted, never delivered";
+    else
+        EXPECT_EQ(sentBefore, sim_.Journal().size()) << "refused, yet sent";
+    // The next request goes out on the new link and is delivered.
+    static int next;
+    ASSERT_EQ(0, Request(&next));
+    EXPECT_TRUE(ssotest::WaitUntil([] { return ReceivedLog::Get().CountFor(&next) == 1; }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Rebuilt, RequestAcrossARebuild, ::testing::Values(true, false),
+                         [](const ::testing::TestParamInfo<bool> &info) {
+                             return info.param ? "ByAnotherThread" : "ByTheSendItself";
+                         });
 
 } // namespace
