@@ -22,7 +22,10 @@
 // hostile_connections (connections made over the phase).
 //
 // Runs on its own (own bus, platform root and simulator) or, with
-// SSO_BENCH_ATTACH=1, on those of scripts/bench.
+// SSO_BENCH_ATTACH=1, on those of scripts/bench. For other loads:
+// SSO_BENCH_FLOOD_CONNECTIONS (40), SSO_BENCH_FLOOD_RATE (4000 calls/s in
+// total) and SSO_BENCH_FLOOD_CHURN (25 calls per connection in the churning
+// phase; 1: a new connection for every call).
 #include <sso_api/sso_api.h>
 #include <unistd.h>
 
@@ -47,9 +50,16 @@ using Clock = std::chrono::steady_clock;
 using ssobench::NowNs;
 using ssobench::Waiter;
 
-constexpr int kHostileConnections = 40;
-constexpr int kHostileCallsPerSecond = 4000; // in total
-constexpr int kChurnCalls = 25;
+// The load, unless the environment names another (see above).
+int Setting(const char *name, int fallback)
+{
+    const char *value = std::getenv(name);
+    const int n = value != nullptr ? std::atoi(value) : 0;
+    return n > 0 ? n : fallback;
+}
+const int kHostileConnections = Setting("SSO_BENCH_FLOOD_CONNECTIONS", 40);
+const int kHostileCallsPerSecond = Setting("SSO_BENCH_FLOOD_RATE", 4000); // in total
+const int kChurnCalls = Setting("SSO_BENCH_FLOOD_CHURN", 25);
 constexpr double kPhaseSeconds = 1.5;
 constexpr int kGenuineThreads = 2;
 constexpr auto kGenuineInterval = std::chrono::milliseconds(10); // per thread
