@@ -286,14 +286,8 @@ int main(int argc, char **argv)
     ssobench::Initialize(&argc, &argv);
     ssobench::Environment env(true, true);
     g_env = &env;
-    env.SignIn("bench@example.com");
-    Waiter warmUp;
-    if (sso_request_access_token("bench-app", "bench-secret", &Waiter::OnResult,
-                                 warmUp.NewTicket()) != 0 ||
-        !warmUp.Wait(1)) {
-        std::fprintf(stderr, "the simulator does not answer access-token requests\n");
+    if (!ssobench::StartLibrary(env))
         return 1;
-    }
 
     benchmark::RegisterBenchmark("BM_GenuineResults_Quiet",
                                  [](benchmark::State &state) { Phase(state, 0, 0); })

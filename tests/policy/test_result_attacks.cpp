@@ -95,21 +95,7 @@ protected:
     }
 
     // Who owns the client's bus name now ("" for nobody).
-    std::string NameOwner()
-    {
-        GVariant *reply = g_dbus_connection_call_sync(
-            sim_.connection(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-            "org.freedesktop.DBus", "GetNameOwner", g_variant_new("(s)", busName_.c_str()),
-            G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
-        std::string owner;
-        if (reply != nullptr) {
-            const gchar *name = nullptr;
-            g_variant_get(reply, "(&s)", &name);
-            owner = name;
-            g_variant_unref(reply);
-        }
-        return owner;
-    }
+    std::string NameOwner() { return sim_.NameOwner(busName_); }
 
     // A token request of the application whose result it waits for.
     // userData marks it; true once its one callback came.
