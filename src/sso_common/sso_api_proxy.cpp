@@ -56,13 +56,41 @@ void InitMonotonicCond(pthread_cond_t *cond)
     pthread_condattr_destroy(&attr);
 }
 
+#if defined(__SANITIZE_THREAD__)
+#define SSO_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define SSO_THREAD_SANITIZER 1
+#endif
+#endif
+
+// Locks mutex unless the deadline passes first.
+bool LockBefore(pthread_mutex_t *mutex, SSOClock::time_point deadline)
+{
+#if defined(SSO_THREAD_SANITIZER)
+    // ThreadSanitizer does not know pthread_mutex_clocklock: it would see
+    // every unlock as one of a mutex nobody locked, and lose what the lock
+    // orders. Its build waits by the wall clock instead.
+    struct timespec ts;
+    clock_gettime(CLOCK_REALTIME, &ts);
+    auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::max(deadline - SSOClock::now(), SSOClock::duration::zero()));
+    long long nanos = static_cast<long long>(ts.tv_nsec) + left.count() % 1000000000;
+    ts.tv_sec += static_cast<time_t>(left.count() / 1000000000 + nanos / 1000000000);
+    ts.tv_nsec = static_cast<long>(nanos % 1000000000);
+    return pthread_mutex_timedlock(mutex, &ts) == 0;
+#else
+    struct timespec ts = MonotonicTimespec(deadline);
+    return pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &ts) == 0;
+#endif
+}
+
 // m_mutexProxy, waited for no longer than a deadline.
 class TimedProxyLock {
 public:
-    TimedProxyLock(pthread_mutex_t *mutex, SSOClock::time_point deadline) : m_mutex(mutex)
+    TimedProxyLock(pthread_mutex_t *mutex, SSOClock::time_point deadline)
+        : m_mutex(mutex), m_locked(LockBefore(mutex, deadline))
     {
-        struct timespec ts = MonotonicTimespec(deadline);
-        m_locked = pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &ts) == 0;
     }
     ~TimedProxyLock()
     {
