@@ -8,11 +8,10 @@
 //       "ready", then "acquired NAME" / "lost NAME" as the bus says so, until
 //       it is killed
 //   sso-attack-peer forge OBJECT_NAME CALLBACK USER_DATA REQUEST_ID
-//       owns a client name of its own (the policy lets the service's results
-//       reach only connections that own one), asks the service for an access
-//       token in OBJECT_NAME's name, with those numbers; prints "answer N" or
-//       "error NAME: MESSAGE"; when the service accepted, waits (up to 10 s)
-//       until a result reaches this connection
+//       asks the service for an access token in OBJECT_NAME's name, with
+//       those numbers; prints "answer N" or "error NAME: MESSAGE"; when the
+//       service accepted, waits (up to 10 s) until a result reaches this
+//       connection
 //   sso-attack-peer call BUS_NAME METHOD ARGS
 //       calls METHOD of the client interface on BUS_NAME's client object
 //       with ARGS (GVariant text); prints "ok" or "error NAME: MESSAGE"
@@ -131,10 +130,6 @@ int Hold(GDBusConnection *connection, const char *name, const char *flags)
 int Forge(GDBusConnection *connection, const char *object_name, const char *callback,
           const char *user_data, const char *request_id)
 {
-    const std::string own =
-        "org.orvex.tv.ssoservice.ssoclient.obj" + std::to_string(getpid()) + "_org.example.forger";
-    if (!RequestName(connection, own.c_str(), 0))
-        return 1;
     GVariant *args = g_variant_new(
         "(ssssxxxis)", object_name, "org.example.victim", "stolen-secret", "HAS_NO_VALUE",
         static_cast<gint64>(std::strtoll(callback, nullptr, 10)),
