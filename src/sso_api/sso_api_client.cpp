@@ -106,8 +106,10 @@ bool SSORequestFrame::Open()
         SSO_LOG_END_F("pMethodName[%s] sso_result[%d] result[%d]", method, -1, -1);
         return false;
     }
-    // Only now: the id of the link that will carry the request.
+    // Only now: the id of the link that will carry the request, and which
+    // link that is (read first: a rebuild in between then shows at the send).
     m_objectName = m_transport->objectName();
+    m_link = m_transport->linkGeneration();
     m_requestId = m_transport->proxyMonitorThreadId();
     if (m_type->form == SSORequestForm::Async)
         m_aeIndex = sso_private_take_event_index();
@@ -174,7 +176,7 @@ int SSORequestFrame::Send(std::initializer_list<GVariant *> fields, gint64 callb
     if (m_type->delivery != nullptr && callback != 0)
         ticket = m_transport->Requests().Add(m_type->delivery, callback, userData);
     GVariant *reply = nullptr;
-    int result = sso_private_request_method(m_type->serverMethod, tuple, &reply);
+    int result = sso_private_request_method(m_type->serverMethod, tuple, &reply, m_link);
     if (result != 0 && ticket != 0)
         m_transport->Requests().Remove(ticket);
     return result;
@@ -191,7 +193,7 @@ int SSORequestFrame::SendPlain(std::initializer_list<GVariant *> fields)
     if (!HasShape(tuple, std::string("(sxs") + m_type->fields + ")", m_type->serverMethod))
         return sso_private_fail(SSO_ERROR_INTERNAL, -1);
     GVariant *reply = nullptr;
-    return sso_private_request_method(m_type->serverMethod, tuple, &reply);
+    return sso_private_request_method(m_type->serverMethod, tuple, &reply, m_link);
 }
 
 bool SSORequestFrame::ReadData(std::initializer_list<GVariant *> fields, std::string &out,
@@ -207,7 +209,7 @@ bool SSORequestFrame::ReadData(std::initializer_list<GVariant *> fields, std::st
     if (!HasShape(tuple, std::string("(sxs") + m_type->fields + ")", m_type->serverMethod))
         return false;
     GVariant *reply = nullptr;
-    bool ok = sso_private_call_dbus_method_to_server(m_type->serverMethod, tuple, &reply);
+    bool ok = sso_private_call_dbus_method_to_server(m_type->serverMethod, tuple, &reply, m_link);
     if (ok) {
         if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(s)"))) {
             SSO_LOGE("%s", nullMessage);
@@ -225,7 +227,7 @@ bool SSORequestFrame::ReadData(std::initializer_list<GVariant *> fields, std::st
 }
 
 bool sso_private_call_dbus_method_to_server(std::string methodName, GVariant *parameters,
-                                            GVariant **reply)
+                                            GVariant **reply, uint64_t link)
 {
     SSO_LOG_START();
     SSO_LOGE("---> methodName [%s]", methodName.c_str());
@@ -241,7 +243,8 @@ bool sso_private_call_dbus_method_to_server(std::string methodName, GVariant *pa
     // Cheap after the first time: only the first registration takes effect,
     // and it is in place before the first result can arrive.
     transport->RegisterCallback(sso_handle_api_response, nullptr);
-    if (!transport->CallMethodToServer(methodName, parameters, reply, SSO_REQUEST_TIMEOUT_MS)) {
+    if (!transport->CallMethodToServer(methodName, parameters, reply, SSO_REQUEST_TIMEOUT_MS,
+                                       link)) {
         SSO_LOGE("Failed to CallMethodToServer(). methodName [%s]", methodName.c_str());
         return false;
     }
@@ -249,7 +252,8 @@ bool sso_private_call_dbus_method_to_server(std::string methodName, GVariant *pa
     return true;
 }
 
-int sso_private_request_method(const char *methodName, GVariant *parameters, GVariant **reply)
+int sso_private_request_method(const char *methodName, GVariant *parameters, GVariant **reply,
+                               uint64_t link)
 {
     // The caller may wait here for the service: an unload waits for it.
     SSOAPIBusyScope busy;
@@ -266,7 +270,7 @@ int sso_private_request_method(const char *methodName, GVariant *parameters, GVa
 
     int ssoResult = -1;
     int result = -1;
-    if (!sso_private_call_dbus_method_to_server(methodName, parameters, reply)) {
+    if (!sso_private_call_dbus_method_to_server(methodName, parameters, reply, link)) {
         if (*reply != nullptr) {
             g_variant_unref(*reply);
             *reply = nullptr;

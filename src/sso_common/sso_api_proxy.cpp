@@ -57,13 +57,41 @@ void InitMonotonicCond(pthread_cond_t *cond)
     pthread_condattr_destroy(&attr);
 }
 
+#if defined(__SANITIZE_THREAD__)
+#define SSO_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define SSO_THREAD_SANITIZER 1
+#endif
+#endif
+
+// Locks mutex unless the deadline passes first.
+bool LockBefore(pthread_mutex_t *mutex, SSOClock::time_point deadline)
+{
+#if defined(SSO_THREAD_SANITIZER)
+    // ThreadSanitizer does not know pthread_mutex_clocklock: it would see
+    // every unlock as one of a mutex nobody locked, and lose what the lock
+    // orders. Its build waits by the wall clock instead.
+    struct timespec ts;
+    clock_gettime(CLOCK_REALTIME, &ts);
+    auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::max(deadline - SSOClock::now(), SSOClock::duration::zero()));
+    long long nanos = static_cast<long long>(ts.tv_nsec) + left.count() % 1000000000;
+    ts.tv_sec += static_cast<time_t>(left.count() / 1000000000 + nanos / 1000000000);
+    ts.tv_nsec = static_cast<long>(nanos % 1000000000);
+    return pthread_mutex_timedlock(mutex, &ts) == 0;
+#else
+    struct timespec ts = MonotonicTimespec(deadline);
+    return pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &ts) == 0;
+#endif
+}
+
 // m_mutexProxy, waited for no longer than a deadline.
 class TimedProxyLock {
 public:
-    TimedProxyLock(pthread_mutex_t *mutex, SSOClock::time_point deadline) : m_mutex(mutex)
+    TimedProxyLock(pthread_mutex_t *mutex, SSOClock::time_point deadline)
+        : m_mutex(mutex), m_locked(LockBefore(mutex, deadline))
     {
-        struct timespec ts = MonotonicTimespec(deadline);
-        m_locked = pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &ts) == 0;
     }
     ~TimedProxyLock()
     {
@@ -171,9 +199,10 @@ std::shared_ptr<CSSOBusConnection> CSSOSvcGdbus::connection()
 
 // Brings the link up if it is down; all of it under m_mutexProxy, which a
 // thread waits for no longer than its own set-up allowance. With connection,
-// also hands out a reference of the caller's own to the connection.
+// also hands out a reference of the caller's own to the connection, and with
+// generation the number of that link.
 bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
-                              std::shared_ptr<CSSOBusConnection> *connection)
+                              std::shared_ptr<CSSOBusConnection> *connection, uint64_t *generation)
 {
     const SSOClock::time_point deadline = arrival + std::chrono::seconds(kSetUpSeconds);
     TimedProxyLock lock(&m_mutexProxy, deadline);
@@ -201,6 +230,8 @@ bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
             SSO_LOG_END_F("m_pConnectionToServer is already connected");
             if (connection != nullptr)
                 *connection = m_pConnectionToServer;
+            if (generation != nullptr)
+                *generation = m_linkGeneration.load();
             return true;
         }
         // Found lazily, at the next call: rebuild both directions.
@@ -232,8 +263,11 @@ bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
         m_DestroyProxyMonitor();
     } else {
         ok = true;
+        m_linkGeneration.fetch_add(1, std::memory_order_acq_rel);
         if (connection != nullptr)
             *connection = m_pConnectionToServer;
+        if (generation != nullptr)
+            *generation = m_linkGeneration.load();
     }
     m_lastSetUpEnd = SSOClock::now();
     m_bLastSetUpOk = ok;
@@ -774,7 +808,7 @@ void CSSOSvcGdbus::m_HandleMethodCall(CSSOBusConnection *connection, const gchar
 }
 
 bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *parameters,
-                                      GVariant **reply, int timeout)
+                                      GVariant **reply, int timeout, uint64_t link)
 {
     SSO_LOG_START();
     SSO_LOGE("--- methodName [%s] m_objectName [%s] --->", methodName.c_str(),
@@ -783,8 +817,17 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
     // The connection comes with a reference of our own, taken under the
     // link's lock: a rebuild on another thread cannot free it under this call.
     std::shared_ptr<CSSOBusConnection> connection;
-    if (!m_GetProxy(SSOClock::now(), &connection) || connection == nullptr) {
+    uint64_t generation = 0;
+    bool ok = m_GetProxy(SSOClock::now(), &connection, &generation) && connection != nullptr;
+    if (!ok) {
         SSO_LOGE("Failed to GetProxy()");
+    } else if (link != 0 && generation != link) {
+        // Rebuilt by another thread after the request was made up: its
+        // request id and its outstanding entry belong to the old link.
+        SSO_LOGE("The link was rebuilt after [%s] was made up; it is not sent", methodName.c_str());
+        ok = false;
+    }
+    if (!ok) {
         if (parameters != nullptr)
             g_variant_unref(g_variant_ref_sink(parameters));
         return false;

@@ -365,6 +365,22 @@ bool Simulator::NameHasOwner(const std::string &bus_name)
     return owned != FALSE;
 }
 
+std::string Simulator::NameOwner(const std::string &bus_name)
+{
+    GVariant *reply = g_dbus_connection_call_sync(
+        connection(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "GetNameOwner", g_variant_new("(s)", bus_name.c_str()), G_VARIANT_TYPE("(s)"),
+        G_DBUS_CALL_FLAGS_NONE, kControlTimeoutMs, nullptr, nullptr);
+    std::string owner;
+    if (reply != nullptr) {
+        const gchar *name = nullptr;
+        g_variant_get(reply, "(&s)", &name);
+        owner = name;
+        g_variant_unref(reply);
+    }
+    return owner;
+}
+
 int Simulator::Quit(std::chrono::milliseconds timeout)
 {
     g_variant_unref(Call("Quit", nullptr, "()"));
