@@ -3,6 +3,8 @@
 #include <pthread.h>
 #include <time.h>
 
+#include <thread>
+
 #include "CallerInformation.h"
 #include "SSOAPIUtil.h"
 #include "sso_api_private.h"
@@ -16,6 +18,7 @@ namespace {
 // The unload waits this long for them, then goes on anyway.
 constexpr std::chrono::milliseconds kBusyWait(500);
 constexpr std::chrono::milliseconds kBusyPoll(20);
+constexpr std::chrono::milliseconds kLeaveGrace(20);
 
 pthread_mutex_t s_mutexBusy = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t s_condBusy = PTHREAD_COND_INITIALIZER;
@@ -62,6 +65,7 @@ bool SSOAPIBusyScope::WaitUntilNoneOpen(void (*release)(), std::chrono::millisec
 {
     auto deadline = std::chrono::steady_clock::now() + timeout;
     pthread_mutex_lock(&s_mutexBusy);
+    const bool someoneInside = s_busyScopes > 0;
     while (s_busyScopes > 0 && std::chrono::steady_clock::now() < deadline) {
         // Released again on every round: a caller still setting up the link
         // reaches its call only later.
@@ -78,6 +82,10 @@ bool SSOAPIBusyScope::WaitUntilNoneOpen(void (*release)(), std::chrono::millisec
     }
     bool idle = s_busyScopes == 0;
     pthread_mutex_unlock(&s_mutexBusy);
+    // A caller closes its scope a few instructions before it has returned
+    // out of the library: give those a moment before the code may go.
+    if (someoneInside && idle)
+        std::this_thread::sleep_for(kLeaveGrace);
     return idle;
 }
 
