@@ -151,8 +151,9 @@ c++ -std=c++17 -Wall -Wextra -Werror "$project_dir/examples/cpp/sign_in_token.cp
 out=$(SSO_PLATFORM_LOG=none LD_LIBRARY_PATH="$libdir" "$work/pc/consumer")
 echo "pkg-config consumer: $out"
 [ "$out" = "login_info_size=1536 term_state=-1 state=0" ] || fail "pkg-config consumer"
-# The README's example compiles as written, as C99.
-sed -n '/^```c$/,/^```$/p' "$project_dir/README.md" | sed '1d;$d' > "$work/pc/readme_app.c"
+# The README's first C example (the whole program) compiles as written, as C99.
+awk '/^```c$/ { on = 1; next } on && /^```$/ { exit } on' "$project_dir/README.md" \
+  > "$work/pc/readme_app.c"
 grep -q 'sso_request_access_token' "$work/pc/readme_app.c" || fail "no C example in the README"
 cc -std=c99 -Wall -Wextra -Werror -pedantic "$work/pc/readme_app.c" \
    $(pkg-config --cflags --libs sso_api) -o "$work/pc/readme_app" || fail "the README's C example"
