@@ -111,7 +111,9 @@ BareClient::~BareClient()
 bool BareClient::Start(const std::string &introspectionXml, const std::string &suffix)
 {
     xml_ = introspectionXml;
-    objName_ = "objbare" + std::to_string(getpid()) + "_" + suffix;
+    // The service checks that the name is this process's ("obj<pid>_..."); the
+    // rest keeps it apart from the library's own name in the same process.
+    objName_ = "obj" + std::to_string(getpid()) + "_bare." + suffix;
     context_ = g_main_context_new();
     loop_ = g_main_loop_new(context_, FALSE);
     thread_ = std::thread([this] { Run(); });

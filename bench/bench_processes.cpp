@@ -125,8 +125,9 @@ int ChildFirstBare()
     if (conn == nullptr)
         return 1;
     std::int64_t connected = NowNs();
-    std::string name =
-        std::string(SSO_CLIENT_BUS_NAME_PREFIX) + "objbare" + std::to_string(getpid()) + "_first";
+    // An object name the service accepts from this process, as the library's.
+    const std::string objName = "obj" + std::to_string(getpid()) + "_bare.first";
+    const std::string name = SSO_CLIENT_BUS_NAME_PREFIX + objName;
     state.context = g_main_context_new();
     state.loop = g_main_loop_new(state.context, FALSE);
     std::thread thread([&] {
@@ -154,12 +155,15 @@ int ChildFirstBare()
     std::int64_t owned = NowNs();
     GVariant *reply = g_dbus_connection_call_sync(
         conn, SSO_SERVER_BUS_NAME, SSO_SERVER_OBJECT_PATH, SSO_SERVER_INTERFACE, "sso_check_alive",
-        g_variant_new("(sxs)", name.c_str(), gint64{1}, "sso_check_alive"), nullptr,
-        G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
+        g_variant_new("(sxs)", objName.c_str(), gint64{1}, "sso_check_alive"),
+        G_VARIANT_TYPE("(i)"), G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
     std::int64_t end = NowNs();
-    int rc = reply != nullptr && state.owned ? 0 : -1;
-    if (reply != nullptr)
+    gint32 accepted = 0;
+    if (reply != nullptr) {
+        g_variant_get(reply, "(i)", &accepted);
         g_variant_unref(reply);
+    }
+    int rc = accepted == 1 && state.owned ? 0 : -1;
     std::printf("first ns=%lld rc=%d connect_ns=%lld name_ns=%lld call_ns=%lld\n",
                 static_cast<long long>(end - start), rc, static_cast<long long>(connected - start),
                 static_cast<long long>(owned - connected), static_cast<long long>(end - owned));

@@ -228,6 +228,7 @@ enum class Kind {
     RateAtLeast,      // items_per_second(a) / items_per_second(b) >= limit
     TimeBelow,        // median(a) < limit ns
     CounterAtMost,    // counter of a (max over repetitions) <= limit
+    CounterAtLeast,   // counter of a (min over repetitions) >= limit
     CounterDiffAtMost // median counter of a - median counter of b <= limit
 };
 
@@ -305,6 +306,16 @@ std::vector<Target> Targets()
          "BM_CRequestToCallback_VsFuture", 1.05, ""},
         {"9c", "C++ API result on a main loop vs the C API handed over by hand", K::RatioAtMost,
          "BM_CxxRequestToMainLoop", "BM_CRequestHandedToMainLoop", 1.05, ""},
+        {"10a", "genuine results under a hostile flood: p99, worst repetition (ns)",
+         K::CounterAtMost, "BM_GenuineResults_Under*", "", 1e8, "p99_ns"},
+        {"10b", "genuine results lost, quiet and under the flood", K::CounterAtMost,
+         "BM_GenuineResults_*", "", 0, "genuine_lost"},
+        {"10c", "hostile calls per second the library answered, slowest repetition",
+         K::CounterAtLeast, "BM_GenuineResults_Under*", "", 3000, "hostile_calls_per_s"},
+        {"10d", "genuine result latency under the flood vs quiet (reported)", K::RatioAtMost,
+         "BM_GenuineResults_UnderFlood", "BM_GenuineResults_Quiet", 0, "", true},
+        {"10e", "the same with connections replaced all the time (reported)", K::RatioAtMost,
+         "BM_GenuineResults_UnderChurningFlood", "BM_GenuineResults_Quiet", 0, "", true},
     };
 }
 
@@ -400,7 +411,9 @@ Outcome Evaluate(const Target &t, const std::map<std::string, Figure> &figures)
         o.pass = o.value <= t.limit;
         break;
     }
-    case Kind::CounterAtMost: {
+    case Kind::CounterAtMost:
+    case Kind::CounterAtLeast: {
+        const bool atLeast = t.kind == Kind::CounterAtLeast;
         double worst = NAN;
         for (const Figure *f : as) {
             std::vector<double> values;
@@ -416,13 +429,13 @@ Outcome Evaluate(const Target &t, const std::map<std::string, Figure> &figures)
                     values = it->second;
             }
             for (double v : values)
-                worst = std::isnan(worst) ? v : std::max(worst, v);
+                worst = std::isnan(worst) ? v : atLeast ? std::min(worst, v) : std::max(worst, v);
         }
         if (std::isnan(worst))
             return o;
         o.measured = true;
         o.value = worst;
-        o.pass = worst <= t.limit;
+        o.pass = atLeast ? worst >= t.limit : worst <= t.limit;
         break;
     }
     }
@@ -467,7 +480,11 @@ std::string LimitText(const Target &t)
         return "< " + Time(t.limit);
     case Kind::CounterAtMost:
     case Kind::CounterDiffAtMost:
-        return t.informational ? "report" : "<= " + Num(t.limit, "%.0f");
+        if (t.informational)
+            return "report";
+        return "<= " + (t.counter == "p99_ns" ? Time(t.limit) : Num(t.limit, "%.0f"));
+    case Kind::CounterAtLeast:
+        return ">= " + Num(t.limit, "%.0f");
     }
     return "";
 }
@@ -478,8 +495,9 @@ std::string ValueText(const Target &t, double v)
         return "-";
     if (t.kind == Kind::TimeBelow)
         return Time(v);
-    if (t.kind == Kind::CounterAtMost || t.kind == Kind::CounterDiffAtMost)
-        return t.counter == "max_ns" ? Time(v) : Num(v, "%.0f");
+    if (t.kind == Kind::CounterAtMost || t.kind == Kind::CounterDiffAtMost ||
+        t.kind == Kind::CounterAtLeast)
+        return t.counter == "max_ns" || t.counter == "p99_ns" ? Time(v) : Num(v, "%.0f");
     return Num(v, "%.3f") + "x";
 }
 

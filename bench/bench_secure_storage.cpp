@@ -1,22 +1,33 @@
 // Costs of the secure storage on the library's paths: reading the account
 // document (every signed-in check that goes to disk) and writing it (every
-// account change), for a 4 KiB opaque item and a document of six accounts.
-// Each operation reads the device key, derives the credential key and runs
-// AES-GCM, since nothing is cached between calls.
+// account change), for a 4 KiB opaque item and a document of six accounts,
+// through the storage service as applications do (BM_SsRead, BM_SsWrite) and
+// in the service's own store (BM_StoreRead, BM_StoreWrite): the difference is
+// the connection and the copies. Each operation reads the device key, derives
+// the credential key and runs AES-GCM, since nothing is cached between calls.
 #include <benchmark/benchmark.h>
+#include <signal.h>
 #include <ss_manager.h>
+#include <ss_store.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 namespace {
 
-// A private platform root for one benchmark run, removed afterwards.
+// A private platform root for one benchmark run, with a storage service of
+// its own (sso-storaged from this program's directory, killed by pid and
+// with this process), removed afterwards.
 class TempRoot {
 public:
-    TempRoot()
+    explicit TempRoot(bool with_service = true)
     {
         const char *tmp = std::getenv("TMPDIR");
         std::string templ = std::string(tmp && *tmp ? tmp : "/tmp") + "/sso-bench-ss-XXXXXX";
@@ -26,9 +37,15 @@ public:
             path_ = buf.data();
         if (!path_.empty())
             setenv("SSO_PLATFORM_ROOT", path_.c_str(), 1);
+        if (!path_.empty() && with_service && !StartService())
+            path_.clear();
     }
     ~TempRoot()
     {
+        if (service_ > 0) {
+            kill(service_, SIGKILL);
+            waitpid(service_, nullptr, 0);
+        }
         if (path_.empty())
             return;
         std::error_code ec;
@@ -41,7 +58,37 @@ public:
     bool ok() const { return !path_.empty(); }
 
 private:
+    bool StartService()
+    {
+        char self[PATH_MAX];
+        ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
+        if (n <= 0)
+            return false;
+        self[n] = '\0';
+        const std::string exe = std::string(self, strrchr(self, '/')) + "/sso-storaged";
+        int fds[2];
+        if (pipe(fds) != 0)
+            return false;
+        service_ = fork();
+        if (service_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            dup2(fds[1], 1);
+            close(fds[0]);
+            execl(exe.c_str(), exe.c_str(), "--root", path_.c_str(), static_cast<char *>(nullptr));
+            _exit(127);
+        }
+        close(fds[1]);
+        // Its "ready" line, or EOF when it could not start.
+        std::string out;
+        char c;
+        while (out.find("ready\n") == std::string::npos && read(fds[0], &c, 1) == 1)
+            out += c;
+        close(fds[0]);
+        return out.find("ready\n") != std::string::npos;
+    }
+
     std::string path_;
+    pid_t service_ = -1;
 };
 
 ss_credential_t Credential()
@@ -138,6 +185,53 @@ void BM_SsWrite(benchmark::State &state)
     state.SetLabel(std::to_string(data.size()) + " bytes");
 }
 BENCHMARK(BM_SsWrite)->ArgName("accounts")->Arg(0)->Arg(1)->MinTime(0.3);
+
+void BM_StoreRead(benchmark::State &state)
+{
+    TempRoot root(false);
+    ss_credential_t cred = Credential();
+    const std::string &data = Payload(static_cast<int>(state.range(0)));
+    if (!root.ok() || ss_store_prepare() != SS_ERROR_NONE ||
+        ss_store_write("bench", reinterpret_cast<const unsigned char *>(data.data()), data.size(),
+                       &cred) != SS_ERROR_NONE) {
+        state.SkipWithError("cannot prepare the store");
+        return;
+    }
+    for (auto _ : state) {
+        unsigned char *buffer = nullptr;
+        size_t length = 0;
+        if (ss_store_read("bench", &cred, &buffer, &length) != SS_ERROR_NONE) {
+            state.SkipWithError("ss_store_read failed");
+            break;
+        }
+        benchmark::DoNotOptimize(buffer);
+        ss_store_free(buffer, length);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * data.size()));
+    state.SetLabel(std::to_string(data.size()) + " bytes");
+}
+BENCHMARK(BM_StoreRead)->ArgName("accounts")->Arg(0)->Arg(1)->MinTime(0.3);
+
+void BM_StoreWrite(benchmark::State &state)
+{
+    TempRoot root(false);
+    ss_credential_t cred = Credential();
+    const std::string &data = Payload(static_cast<int>(state.range(0)));
+    if (!root.ok() || ss_store_prepare() != SS_ERROR_NONE) {
+        state.SkipWithError("cannot prepare the store");
+        return;
+    }
+    for (auto _ : state) {
+        if (ss_store_write("bench", reinterpret_cast<const unsigned char *>(data.data()),
+                           data.size(), &cred) != SS_ERROR_NONE) {
+            state.SkipWithError("ss_store_write failed");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * data.size()));
+    state.SetLabel(std::to_string(data.size()) + " bytes");
+}
+BENCHMARK(BM_StoreWrite)->ArgName("accounts")->Arg(0)->Arg(1)->MinTime(0.3);
 
 } // namespace
 

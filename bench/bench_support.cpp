@@ -127,7 +127,7 @@ void Environment::SignIn(const std::string &login_id)
     sim_.Publish();
 }
 
-bool StartClients(Environment &env, BareClient &bare)
+bool StartLibrary(Environment &env)
 {
     env.SignIn("bench@example.com");
     Waiter warmUp;
@@ -137,6 +137,13 @@ bool StartClients(Environment &env, BareClient &bare)
         std::fprintf(stderr, "the simulator does not answer access-token requests\n");
         return false;
     }
+    return true;
+}
+
+bool StartClients(Environment &env, BareClient &bare)
+{
+    if (!StartLibrary(env))
+        return false;
     if (!bare.Start(CSSOSvcGdbus::m_introspectionXml)) {
         std::fprintf(stderr, "the bare client could not own its name\n");
         return false;

@@ -63,9 +63,11 @@ private:
     ssotest::Simulator sim_;
 };
 
-// Signs the benchmark account in, brings the library's link up with one
-// request (so nothing timed includes the set-up), and starts the bare client.
-// False, with the reason on stderr, when either fails.
+// Signs the benchmark account in and brings the library's link up with one
+// request (so nothing timed includes the set-up). False, with the reason on
+// stderr, when that fails.
+bool StartLibrary(Environment &env);
+// The same, then starts the bare client.
 bool StartClients(Environment &env, BareClient &bare);
 
 // Per-operation latencies of one repetition, from any number of threads.

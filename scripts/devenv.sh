@@ -4,15 +4,17 @@
 #   DIR/bus       a private system bus (dbus-daemon: config, socket, pid)
 #   DIR/root      a fresh platform root
 #   DIR/log       the platform log of every process started with it
-#   the SSO service simulator with the three demo accounts, and the account
-#   UI test application registered under the three account UI ids.
+#   the platform's storage service (sso-storaged) for that root, the SSO
+#   service simulator with the three demo accounts, and the account UI test
+#   application registered under the three account UI ids.
 #
 # Sourced by scripts/demo, or by hand (BIN is a build tree's bin directory):
 #   source scripts/devenv.sh
 #   sso_devenv_up DIR BIN [LOGIN_ID] # everything above; the sign-in page signs
 #                                    # LOGIN_ID in (jamie.rivera@example.com)
 #   ...
-#   sso_devenv_down                  # stops the simulator and the bus, by pid
+#   sso_devenv_down                  # stops the simulator, the storage service
+#                                    # and the bus, by pid
 #
 # SSO_DEVENV_BUS_POLICY=strict makes the bus deny by default, as a
 # distribution's system bus does, and read the project's shipped policy from
@@ -21,8 +23,9 @@
 # SSO_DEVENV_CONTROL_GROUP when set). The default, open, allows everything.
 #
 # The pieces, in order, for callers that show each one: sso_devenv_bus_up DIR,
-# sso_devenv_simulator_up BIN [OPTIONS...], sso_devenv_account_ui_up BIN
-# [LOGIN_ID]. With SSO_DEVENV_VERBOSE=1 each command is printed as "$ ..."
+# sso_devenv_storage_up BIN, sso_devenv_simulator_up BIN [OPTIONS...] (which
+# starts the storage service itself when it is not up),
+# sso_devenv_account_ui_up BIN [LOGIN_ID]. With SSO_DEVENV_VERBOSE=1 each command is printed as "$ ..."
 # before it runs (between SSO_DEVENV_BOLD and SSO_DEVENV_PLAIN, if set).
 
 # The three account UI application ids the library launches.
@@ -161,12 +164,30 @@ CONF
   export SSO_PLATFORM_LOG=${SSO_PLATFORM_LOG:-file:$dir/log/platform.log}
 }
 
+# Starts the platform's storage service, `sso-storaged`, for the platform root
+# in the background (unless it runs) and waits for its "ready". It keeps the
+# secure-storage items and serves them by user: here everything runs as one
+# user, which is the SSO service's. Sets SSO_DEVENV_STORAGE_PID; its output
+# goes to DIR/log/storage.out and .err.
+sso_devenv_storage_up() {
+  local bin=$1 dir=$SSO_DEVENV_DIR
+  sso_devenv_alive "${SSO_DEVENV_STORAGE_PID:-}" && return 0
+  sso_devenv_show sso-storaged '>' "$dir/log/storage.out" 2\>"$dir/log/storage.err" '&'
+  "$bin/sso-storaged" > "$dir/log/storage.out" 2> "$dir/log/storage.err" < /dev/null &
+  SSO_DEVENV_STORAGE_PID=$!
+  echo "$SSO_DEVENV_STORAGE_PID" > "$dir/storage.pid"
+  sso_devenv_wait_for_line "$dir/log/storage.out" "${SSO_DEVENV_START_TIMEOUT:-30}" '^ready$' \
+    "$SSO_DEVENV_STORAGE_PID"
+}
+
 # Starts `sso-simulator run --demo-accounts [OPTIONS...]` in the background and
-# waits for its "ready". Sets SSO_DEVENV_SIM_PID; its output goes to
-# DIR/log/simulator.out and .err.
+# waits for its "ready", after the storage service it publishes the accounts
+# in. Sets SSO_DEVENV_SIM_PID; its output goes to DIR/log/simulator.out and
+# .err.
 sso_devenv_simulator_up() {
   local bin=$1 dir=$SSO_DEVENV_DIR
   shift
+  sso_devenv_storage_up "$bin" || return 1
   sso_devenv_show sso-simulator run --demo-accounts "$@" '>' "$dir/log/simulator.out" \
     2\>"$dir/log/simulator.err" '&'
   "$bin/sso-simulator" run --demo-accounts "$@" > "$dir/log/simulator.out" \
@@ -230,10 +251,13 @@ sso_devenv_bus_pid() {
   fi
 }
 
-# Stops the simulator, then the bus. The directory stays; remove it yourself.
+# Stops the simulator, the storage service, then the bus. The directory stays;
+# remove it yourself.
 sso_devenv_down() {
   sso_devenv_stop_pid "${SSO_DEVENV_SIM_PID:-}"
   SSO_DEVENV_SIM_PID=
+  sso_devenv_stop_pid "${SSO_DEVENV_STORAGE_PID:-}"
+  SSO_DEVENV_STORAGE_PID=
   sso_devenv_stop_pid "$(sso_devenv_bus_pid)"
   SSO_DEVENV_BUS_PID=
 }

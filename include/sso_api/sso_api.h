@@ -44,6 +44,112 @@ extern "C" {
 #endif
 
 /**
+ * @defgroup sso_errors Why a call failed
+ * @brief The cause of the last failure of the calling thread, beside the
+ *        result codes the functions return.
+ *
+ * Every exported function that fails (returns -1 or another failure value)
+ * records why in a thread-local cause that sso_last_error() reads, until the
+ * thread's next failing call. A call that succeeds may leave it as it was:
+ * read it right after a failure. When the service refused a request, its
+ * answer is kept too (sso_last_service_answer()).
+ *
+ * The names of sso_error_name() and sso_service_result_name() are stable
+ * (snake_case), for logs and JSON; sso_strerror() is a sentence for people.
+ * @{
+ */
+
+/** @brief Causes of failure. New causes may be added at the end. */
+typedef enum {
+    SSO_ERROR_NONE = 0,             /**< "none": no failure recorded. */
+    SSO_ERROR_INVALID_ARGUMENT = 1, /**< "invalid_argument": NULL, empty or not UTF-8. */
+    SSO_ERROR_UNLOADING = 2,        /**< "unloading": the library is being unloaded. */
+    SSO_ERROR_NO_BUS = 3,           /**< "no_bus": the system bus cannot be reached. */
+    SSO_ERROR_SERVICE_NOT_RUNNING = 4, /**< "service_not_running": nobody owns the service's name. */
+    SSO_ERROR_SERVICE_REFUSED = 5,  /**< "service_refused": see sso_last_service_answer(). */
+    SSO_ERROR_TIMED_OUT = 6,        /**< "timed_out": the bus or the service did not answer in time. */
+    SSO_ERROR_LINK_GIVEN_UP = 7,    /**< "link_given_up": after sso_give_proxy(). */
+    SSO_ERROR_NOT_SIGNED_IN = 8,    /**< "not_signed_in": the call needs a signed-in account. */
+    SSO_ERROR_NOT_ALLOWED = 9,      /**< "not_allowed": the caller's package may not do this. */
+    SSO_ERROR_STORAGE_UNREADABLE = 10, /**< "storage_unreadable": settings or secure storage. */
+    SSO_ERROR_ACCOUNT_LIMIT = 11,   /**< "account_limit": six accounts are registered. */
+    SSO_ERROR_CLIENT_NAME_TAKEN = 12, /**< "client_name_taken": another process holds the
+                                           process's client bus name. */
+    SSO_ERROR_BUS_ERROR = 13,       /**< "bus_error": any other failure of the bus call. */
+    SSO_ERROR_NOT_SUPPORTED = 14,   /**< "not_supported": retired, or not on this product. */
+    SSO_ERROR_OUT_OF_MEMORY = 15,   /**< "out_of_memory": a copy could not be allocated. */
+    SSO_ERROR_LAUNCH_FAILED = 16,   /**< "launch_failed": the account UI could not be launched. */
+    SSO_ERROR_NOT_FOUND = 17,       /**< "not_found": the value asked for is not stored. */
+    SSO_ERROR_INTERNAL = 18,        /**< "internal": an unexpected failure inside the library. */
+} sso_error_e;
+
+/**
+ * @brief The cause of the calling thread's last failure.
+ *
+ * Thread-local; any thread; never blocks.
+ * @return #SSO_ERROR_NONE when no call of this thread has failed.
+ */
+SSO_API sso_error_e sso_last_error(void);
+
+/**
+ * @brief The service's answer to the request behind the last
+ *        #SSO_ERROR_SERVICE_REFUSED of the calling thread.
+ *
+ * A request is accepted when the service answers 1; anything else is its
+ * reason (see the @c SSO_SERVICE_RESULT_ codes). Thread-local; any thread.
+ * @return The answer, or 0 when the last failure was no refusal.
+ */
+SSO_API int sso_last_service_answer(void);
+
+/**
+ * @brief The stable snake_case name of a cause ("no_bus").
+ * @param error A cause, as sso_last_error() gives it.
+ * @return A static text; "unknown" for a value that is no cause.
+ */
+SSO_API const char *sso_error_name(sso_error_e error);
+
+/**
+ * @brief A sentence that says what a cause means, for people.
+ * @param error A cause, as sso_last_error() gives it.
+ * @return A static text, never NULL.
+ */
+SSO_API const char *sso_strerror(sso_error_e error);
+
+/**
+ * @name Result codes of the SSO service
+ * The @c result a service delivers to a request's callback (0 is success),
+ * and the reasons it gives when it refuses a request; the library passes
+ * them through unchanged. The codes below are the ones the service defines.
+ * @{
+ */
+#define SSO_SERVICE_RESULT_OK 0              /**< "ok": done. */
+#define SSO_SERVICE_RESULT_SERVICE_ERROR 1   /**< "service_error": a store refused a write. */
+#define SSO_SERVICE_RESULT_INVALID_REQUEST 2 /**< "invalid_request": an argument is malformed. */
+#define SSO_SERVICE_RESULT_NOT_SIGNED_IN 3   /**< "not_signed_in". */
+#define SSO_SERVICE_RESULT_WRONG_PASSWORD 4  /**< "wrong_password". */
+#define SSO_SERVICE_RESULT_INVALID_CLIENT 5  /**< "invalid_client": app id and secret. */
+#define SSO_SERVICE_RESULT_NO_SUCH_ACCOUNT 6 /**< "no_such_account". */
+#define SSO_SERVICE_RESULT_ACCOUNT_LIMIT 7   /**< "account_limit": six accounts. */
+#define SSO_SERVICE_RESULT_ACCOUNT_EXISTS 8  /**< "account_exists". */
+#define SSO_SERVICE_RESULT_INVALID_TOKEN 9   /**< "invalid_token": not issued, revoked or used. */
+#define SSO_SERVICE_RESULT_NOT_WHITELISTED 10 /**< "not_whitelisted": package and signature. */
+#define SSO_SERVICE_RESULT_NO_SUCH_GROUP 11  /**< "no_such_group". */
+#define SSO_SERVICE_RESULT_NOT_YOUR_OBJECT 12 /**< "not_your_object": the request named another
+                                                   process's object (an answer, not a result). */
+/** @} */
+
+/**
+ * @brief The stable snake_case name of a service result code
+ *        ("no_such_account" for 6).
+ * @param result A callback's result, or the service's answer
+ *               (sso_last_service_answer()).
+ * @return A static text, or NULL for a code the service does not define.
+ */
+SSO_API const char *sso_service_result_name(int result);
+
+/** @} */
+
+/**
  * @ingroup sso_login_notification
  * @brief Login state of the device account, as read from the setting
  *        "db/sso/login_status" that the SSO service writes.

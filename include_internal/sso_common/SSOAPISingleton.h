@@ -30,7 +30,7 @@ public:
         if (instance != nullptr && IsReady(instance))
             return instance;
 
-        SSO_LOG_START();
+        SSO_LOGD_AT(sso_log_lines::kGetInstanceStart, "[START] ");
         int err = pthread_mutex_lock(&m_mutexInstance);
         if (err != 0)
             throw std::system_error(err, std::generic_category(), "pthread_mutex_lock");
@@ -44,7 +44,7 @@ public:
             static_cast<SSOAPISingleton<T> *>(instance)->m_bInitialized.store(
                 true, std::memory_order_release);
         }
-        SSO_LOG_END();
+        SSO_LOGD_AT(sso_log_lines::kGetInstanceEnd, "[END] ");
         pthread_mutex_unlock(&m_mutexInstance);
         return instance;
     }
@@ -82,7 +82,7 @@ public:
     // Deletes the instance if there is one.
     static void RemoveInstance()
     {
-        SSO_LOG_START();
+        SSO_LOGD_AT(sso_log_lines::kRemoveInstanceStart, "[START] ");
         int err = pthread_mutex_lock(&m_mutexInstance);
         if (err != 0)
             throw std::system_error(err, std::generic_category(), "pthread_mutex_lock");
@@ -93,7 +93,7 @@ public:
             delete static_cast<SSOAPISingleton<T> *>(instance);
             m_pInstance.store(nullptr, std::memory_order_release);
         }
-        SSO_LOG_END();
+        SSO_LOGD_AT(sso_log_lines::kRemoveInstanceEnd, "[END] ");
         pthread_mutex_unlock(&m_mutexInstance);
     }
 

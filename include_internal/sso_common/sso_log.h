@@ -7,6 +7,8 @@
 
 #include <dlog.h>
 
+#include "sso_log_lines.h"
+
 #define SSO_LOG_TAG "SSOAPIClient"
 
 #define SSO_COLOR_RED "\033[0;31m"
@@ -39,9 +41,21 @@ bool IsDevelMode();
 
 // One line with the library prefix. The platform drops lines below its
 // threshold before formatting anything.
-#define SSO_LOG_AT(buffer, prio, fmt, ...)                                                         \
+#define SSO_LOG_AT_LINE(line, buffer, prio, fmt, ...)                                              \
     dlog_print_id((buffer), (prio), SSO_LOG_TAG, "%s: %s(%d) > " fmt, SSO_FILE_NAME, __func__,     \
+                  (line), ##__VA_ARGS__)
+#define SSO_LOG_AT(buffer, prio, fmt, ...)                                                         \
+    SSO_LOG_AT_LINE(__LINE__, buffer, prio, fmt, ##__VA_ARGS__)
+// A line written by a shared helper on behalf of the function that called
+// it, under that function's name.
+#define SSO_LOG_FOR(function, buffer, prio, fmt, ...)                                              \
+    dlog_print_id((buffer), (prio), SSO_LOG_TAG, "%s: %s(%d) > " fmt, SSO_FILE_NAME, (function),   \
                   __LINE__, ##__VA_ARGS__)
+#define SSO_LOGD_FOR(function, fmt, ...)                                                           \
+    SSO_LOG_FOR(function, LOG_ID_MAIN, DLOG_INFO, SSO_COLOR_MAGENTA fmt SSO_COLOR_END,             \
+                ##__VA_ARGS__)
+#define SSO_LOGE_FOR(function, fmt, ...)                                                           \
+    SSO_LOG_FOR(function, LOG_ID_SYSTEM, DLOG_WARN, SSO_COLOR_RED fmt SSO_COLOR_END, ##__VA_ARGS__)
 
 // Traces (info, main buffer).
 #define SSO_LOGP(fmt, ...) SSO_LOG_AT(LOG_ID_MAIN, DLOG_INFO, fmt, ##__VA_ARGS__)
@@ -64,6 +78,18 @@ bool IsDevelMode();
     SSO_LOG_AT(LOG_ID_SYSTEM, DLOG_WARN, SSO_COLOR_GREEN fmt SSO_COLOR_END, ##__VA_ARGS__)
 #define SSO_LOGW_Y(fmt, ...)                                                                       \
     SSO_LOG_AT(LOG_ID_SYSTEM, DLOG_WARN, SSO_COLOR_YELLOW fmt SSO_COLOR_END, ##__VA_ARGS__)
+
+// The same kinds of line carrying a fixed line number (sso_log_lines.h).
+#define SSO_LOGD_AT(line, fmt, ...)                                                                \
+    SSO_LOG_AT_LINE(line, LOG_ID_MAIN, DLOG_INFO, SSO_COLOR_MAGENTA fmt SSO_COLOR_END,             \
+                    ##__VA_ARGS__)
+#define SSO_LOGY_AT(line, fmt, ...)                                                                \
+    SSO_LOG_AT_LINE(line, LOG_ID_MAIN, DLOG_INFO, SSO_COLOR_YELLOW fmt SSO_COLOR_END, ##__VA_ARGS__)
+#define SSO_LOGE_AT(line, fmt, ...)                                                                \
+    SSO_LOG_AT_LINE(line, LOG_ID_SYSTEM, DLOG_WARN, SSO_COLOR_RED fmt SSO_COLOR_END, ##__VA_ARGS__)
+#define SSO_LOGW_G_AT(line, fmt, ...)                                                              \
+    SSO_LOG_AT_LINE(line, LOG_ID_SYSTEM, DLOG_WARN, SSO_COLOR_GREEN fmt SSO_COLOR_END,             \
+                    ##__VA_ARGS__)
 
 // The failed null check: logs the reason; the caller returns its failure value.
 #define SSO_LOG_CHECK_NULL(reason) SSO_LOGE("SSO_API_CHECK_NULL_RETURN. Return (%s)", reason)

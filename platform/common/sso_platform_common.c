@@ -63,7 +63,7 @@ int sso_platform_mkdirs(const char *path, mode_t mode)
     return 0;
 }
 
-static int write_all(int fd, const void *data, size_t len)
+int sso_platform_write_all(int fd, const void *data, size_t len)
 {
     const char *p = data;
     while (len > 0) {
@@ -97,7 +97,7 @@ int sso_platform_write_atomic(const char *path, const void *data, size_t len, mo
     if (fd < 0)
         return -1;
     int saved;
-    if (fchmod(fd, mode) != 0 || write_all(fd, data, len) != 0)
+    if (fchmod(fd, mode) != 0 || sso_platform_write_all(fd, data, len) != 0)
         goto fail;
     if (close(fd) != 0) {
         fd = -1;

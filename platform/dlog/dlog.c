@@ -90,9 +90,11 @@ static void configure_locked(void)
         } else if (strncmp(dest, "file:", 5) == 0 && dest[5] != '\0') {
             /* Non-blocking: a FIFO nobody reads must not hang the process at
              * its first log line (the open fails, lines go to stderr), nor a
-             * full one at a later line (that line is dropped). */
+             * full one at a later line (that line is dropped). Lines may name
+             * accounts and, with the debug marker, carry secrets: a log file
+             * is never made readable by every user. */
             fd = open(dest + 5, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK | O_NOCTTY,
-                      0644);
+                      0640);
             kind = fd >= 0 ? DEST_FILE : DEST_STDERR;
         }
     }

@@ -3,23 +3,28 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "package_manager_admin.h"
 #include "sso_platform_common.h"
 
 /*
- * Registry layout: <root>/packages/<package id>, a text file of "app ID" and
- * "cert TYPE BASE64" lines (see package_manager_admin.h). Package ids are
- * restricted to file-name-safe bytes, so the id is the file name as is and
- * never starts with the '.' of the atomic writer's temporary files.
+ * Registry layout: <root>/packages/<package id>, a text file of "app ID",
+ * "cert TYPE BASE64" and "uid N" lines (see package_manager_admin.h). Package
+ * ids are restricted to file-name-safe bytes, so the id is the file name as
+ * is and never starts with the '.' of the atomic writer's temporary files
+ * or of the lock that registrations take to hand out user ids one at a time
+ * (<root>/packages/.lock).
  */
 
 #define PACKAGES_DIR "packages"
+#define LOCK_FILE PACKAGES_DIR "/.lock"
 #define MAX_PACKAGE_ID_LEN 200
 #define MAX_APP_ID_LEN 255
 /* Room for a few certificate chains; anything larger is not ours. */
@@ -39,6 +44,8 @@ struct package_info_s {
     size_t app_count;
     struct cert_entry *certs;
     size_t cert_count;
+    int has_uid;
+    uid_t uid;
 };
 
 static int valid_package_id(const char *id)
@@ -152,6 +159,17 @@ static int parse_entry(char *text, struct package_info_s *info)
                 !is_base64_text(end + 1))
                 return PACKAGE_MANAGER_ERROR_IO_ERROR;
             rc = append_cert(info, (int)type, end + 1);
+        } else if (strncmp(line, "uid ", 4) == 0) {
+            char *end = NULL;
+            errno = 0;
+            unsigned long long uid = strtoull(line + 4, &end, 10);
+            /* One user id, never root's nor (uid_t)-1. */
+            if (info->has_uid || errno != 0 || line[4] < '0' || line[4] > '9' || *end != '\0' ||
+                uid == 0 || uid >= (uid_t)-1)
+                return PACKAGE_MANAGER_ERROR_IO_ERROR;
+            info->has_uid = 1;
+            info->uid = (uid_t)uid;
+            rc = PACKAGE_MANAGER_ERROR_NONE;
         } else {
             return PACKAGE_MANAGER_ERROR_IO_ERROR;
         }
@@ -195,42 +213,62 @@ static int load_package(const char *package_id, struct package_info_s **out)
     return PACKAGE_MANAGER_ERROR_NONE;
 }
 
-SSO_PLATFORM_EXPORT int package_manager_get_package_id_by_app_id(const char *app_id,
-                                                                 char **package_id)
+/* Calls visit for every well-formed entry, in package id order, until it
+ * returns something else than PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE, which is
+ * then the result. A malformed entry is skipped: it cannot vouch for
+ * anything. no_registry is the result when the registry does not exist. */
+static int for_each_package(int (*visit)(const char *package_id, const struct package_info_s *info,
+                                         void *user_data),
+                            void *user_data, int no_registry)
 {
-    if (!valid_app_id(app_id) || !package_id)
-        return PACKAGE_MANAGER_ERROR_INVALID_PARAMETER;
     char dir_path[PATH_MAX];
     if (sso_platform_path(dir_path, sizeof(dir_path), PACKAGES_DIR) != 0)
         return PACKAGE_MANAGER_ERROR_IO_ERROR;
     struct dirent **names = NULL;
     int n = scandir(dir_path, &names, NULL, alphasort);
     if (n < 0)
-        return (errno == ENOENT || errno == ENOTDIR) ? PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE
-                                                     : PACKAGE_MANAGER_ERROR_IO_ERROR;
+        return (errno == ENOENT || errno == ENOTDIR) ? no_registry : PACKAGE_MANAGER_ERROR_IO_ERROR;
     int rc = PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE;
     for (int i = 0; i < n; ++i) {
         const char *name = names[i]->d_name;
-        if (rc == PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE && valid_package_id(name)) {
-            struct package_info_s *info = NULL;
-            /* A malformed entry is skipped: it cannot vouch for anything. */
-            if (load_package(name, &info) == PACKAGE_MANAGER_ERROR_NONE) {
-                for (size_t a = 0; a < info->app_count; ++a) {
-                    if (strcmp(info->apps[a], app_id) == 0) {
-                        char *copy = strdup(name);
-                        rc =
-                            copy ? PACKAGE_MANAGER_ERROR_NONE : PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY;
-                        if (copy)
-                            *package_id = copy;
-                        break;
-                    }
-                }
-                free_info(info);
-            }
-        }
+        struct package_info_s *info = NULL;
+        if (rc == PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE && valid_package_id(name) &&
+            load_package(name, &info) == PACKAGE_MANAGER_ERROR_NONE)
+            rc = visit(name, info, user_data);
+        free_info(info);
         free(names[i]);
     }
     free(names);
+    return rc;
+}
+
+struct app_search {
+    const char *app_id;
+    char *package_id;
+};
+
+static int holds_app(const char *package_id, const struct package_info_s *info, void *user_data)
+{
+    struct app_search *search = user_data;
+    for (size_t a = 0; a < info->app_count; ++a) {
+        if (strcmp(info->apps[a], search->app_id) == 0) {
+            search->package_id = strdup(package_id);
+            return search->package_id ? PACKAGE_MANAGER_ERROR_NONE
+                                      : PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY;
+        }
+    }
+    return PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE;
+}
+
+SSO_PLATFORM_EXPORT int package_manager_get_package_id_by_app_id(const char *app_id,
+                                                                 char **package_id)
+{
+    if (!valid_app_id(app_id) || !package_id)
+        return PACKAGE_MANAGER_ERROR_INVALID_PARAMETER;
+    struct app_search search = {app_id, NULL};
+    int rc = for_each_package(holds_app, &search, PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE);
+    if (rc == PACKAGE_MANAGER_ERROR_NONE)
+        *package_id = search.package_id;
     return rc;
 }
 
@@ -303,12 +341,117 @@ static int append_text(char **buf, size_t *len, size_t *cap, const char *text)
     return 0;
 }
 
-SSO_PLATFORM_EXPORT int package_manager_add_package(const char *package_id,
-                                                    const char *const *app_ids, size_t app_count,
-                                                    const package_manager_cert_s *certs,
-                                                    size_t cert_count)
+/* Takes the registry's lock (made with the packages directory when missing);
+ * returns its descriptor, or -1 with errno set. Closing it lets go. */
+static int lock_registry(void)
 {
-    if (!valid_package_id(package_id) || !app_ids || app_count == 0 || (cert_count > 0 && !certs))
+    char dir_path[PATH_MAX], lock_path[PATH_MAX];
+    if (sso_platform_path(dir_path, sizeof(dir_path), PACKAGES_DIR) != 0 ||
+        sso_platform_path(lock_path, sizeof(lock_path), LOCK_FILE) != 0)
+        return -1;
+    if (sso_platform_mkdirs(dir_path, DIR_MODE) != 0)
+        return -1;
+    int fd = open(lock_path, O_RDWR | O_CREAT | O_CLOEXEC, FILE_MODE);
+    if (fd < 0)
+        return -1;
+    while (flock(fd, LOCK_EX) != 0) {
+        if (errno != EINTR) {
+            int saved = errno;
+            close(fd);
+            errno = saved;
+            return -1;
+        }
+    }
+    return fd;
+}
+
+struct uid_list {
+    uid_t *uids;
+    size_t count;
+};
+
+static int uid_listed(const struct uid_list *list, uid_t uid)
+{
+    for (size_t i = 0; i < list->count; ++i)
+        if (list->uids[i] == uid)
+            return 1;
+    return 0;
+}
+
+struct uid_collection {
+    const char *except;
+    struct uid_list *list;
+};
+
+static int collect_uid(const char *package_id, const struct package_info_s *info, void *user_data)
+{
+    struct uid_collection *c = user_data;
+    if (!info->has_uid || strcmp(package_id, c->except) == 0)
+        return PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE; /* the next one */
+    uid_t *grown = realloc(c->list->uids, (c->list->count + 1) * sizeof(*grown));
+    if (!grown)
+        return PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY;
+    c->list->uids = grown;
+    c->list->uids[c->list->count++] = info->uid;
+    return PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE;
+}
+
+/* The user ids of every package but package_id. */
+static int other_uids(const char *package_id, struct uid_list *out)
+{
+    out->uids = NULL;
+    out->count = 0;
+    struct uid_collection c = {package_id, out};
+    int rc = for_each_package(collect_uid, &c, PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE);
+    if (rc == PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE)
+        return PACKAGE_MANAGER_ERROR_NONE; /* every entry visited */
+    free(out->uids);
+    out->uids = NULL;
+    out->count = 0;
+    return rc;
+}
+
+/* The user id a registration gets. Called with the registry locked. */
+static int choose_uid(const char *package_id, uid_t wanted, uid_t *out)
+{
+    struct uid_list taken;
+    int rc = other_uids(package_id, &taken);
+    if (rc != PACKAGE_MANAGER_ERROR_NONE)
+        return rc;
+    if (wanted != PACKAGE_MANAGER_UID_AUTO) {
+        if (uid_listed(&taken, wanted))
+            rc = PACKAGE_MANAGER_ERROR_UID_IN_USE;
+        else
+            *out = wanted;
+    } else {
+        struct package_info_s *own = NULL;
+        if (load_package(package_id, &own) == PACKAGE_MANAGER_ERROR_NONE && own->has_uid &&
+            !uid_listed(&taken, own->uid)) {
+            *out = own->uid;
+        } else {
+            rc = PACKAGE_MANAGER_ERROR_NO_UID;
+            for (uid_t uid = PACKAGE_MANAGER_UID_MIN; uid <= PACKAGE_MANAGER_UID_MAX; ++uid) {
+                if (!uid_listed(&taken, uid)) {
+                    *out = uid;
+                    rc = PACKAGE_MANAGER_ERROR_NONE;
+                    break;
+                }
+            }
+        }
+        free_info(own);
+    }
+    free(taken.uids);
+    return rc;
+}
+
+SSO_PLATFORM_EXPORT int package_manager_add_package_as(const char *package_id,
+                                                       const char *const *app_ids, size_t app_count,
+                                                       const package_manager_cert_s *certs,
+                                                       size_t cert_count, uid_t uid,
+                                                       uid_t *assigned)
+{
+    if (!valid_package_id(package_id) || !app_ids || app_count == 0 || (cert_count > 0 && !certs) ||
+        uid == 0)
         return PACKAGE_MANAGER_ERROR_INVALID_PARAMETER;
     for (size_t i = 0; i < app_count; ++i)
         if (!valid_app_id(app_ids[i]))
@@ -337,15 +480,56 @@ SSO_PLATFORM_EXPORT int package_manager_add_package(const char *package_id,
         return PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY;
     }
 
-    char dir_path[PATH_MAX], path[PATH_MAX];
-    int rc = PACKAGE_MANAGER_ERROR_NONE;
-    if (sso_platform_path(dir_path, sizeof(dir_path), PACKAGES_DIR) != 0 ||
-        package_path(package_id, path, sizeof(path)) != 0)
-        rc = PACKAGE_MANAGER_ERROR_INVALID_PARAMETER;
-    else if (sso_platform_mkdirs(dir_path, DIR_MODE) != 0 ||
-             sso_platform_write_atomic(path, text, len, FILE_MODE) != 0)
-        rc = PACKAGE_MANAGER_ERROR_IO_ERROR;
+    char path[PATH_MAX];
+    if (package_path(package_id, path, sizeof(path)) != 0) {
+        free(text);
+        return PACKAGE_MANAGER_ERROR_INVALID_PARAMETER;
+    }
+    /* Choosing a user id and writing the entry is one step: two registrations
+     * at once must not both take the same free id. */
+    int lock = lock_registry();
+    if (lock < 0) {
+        free(text);
+        return PACKAGE_MANAGER_ERROR_IO_ERROR;
+    }
+    uid_t chosen = 0;
+    int rc = choose_uid(package_id, uid, &chosen);
+    if (rc == PACKAGE_MANAGER_ERROR_NONE) {
+        char line[32];
+        snprintf(line, sizeof(line), "uid %llu\n", (unsigned long long)chosen);
+        if (append_text(&text, &len, &cap, line) != 0)
+            rc = PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY;
+        else if (sso_platform_write_atomic(path, text, len, FILE_MODE) != 0)
+            rc = PACKAGE_MANAGER_ERROR_IO_ERROR;
+    }
+    close(lock);
     free(text);
+    if (rc == PACKAGE_MANAGER_ERROR_NONE && assigned)
+        *assigned = chosen;
+    return rc;
+}
+
+SSO_PLATFORM_EXPORT int package_manager_add_package(const char *package_id,
+                                                    const char *const *app_ids, size_t app_count,
+                                                    const package_manager_cert_s *certs,
+                                                    size_t cert_count)
+{
+    return package_manager_add_package_as(package_id, app_ids, app_count, certs, cert_count,
+                                          PACKAGE_MANAGER_UID_AUTO, NULL);
+}
+
+SSO_PLATFORM_EXPORT int package_manager_get_package_uid(const char *package_id, uid_t *uid)
+{
+    if (!uid)
+        return PACKAGE_MANAGER_ERROR_INVALID_PARAMETER;
+    struct package_info_s *info = NULL;
+    int rc = load_package(package_id, &info);
+    if (rc != PACKAGE_MANAGER_ERROR_NONE)
+        return rc;
+    rc = info->has_uid ? PACKAGE_MANAGER_ERROR_NONE : PACKAGE_MANAGER_ERROR_NO_UID;
+    if (info->has_uid)
+        *uid = info->uid;
+    free_info(info);
     return rc;
 }
 

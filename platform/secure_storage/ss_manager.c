@@ -2,119 +2,43 @@
 #include "ss_manager.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <limits.h>
 #include <malloc.h>
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <time.h>
 #include <unistd.h>
 
-#include <openssl/core_names.h>
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
-#include <openssl/kdf.h>
-#include <openssl/params.h>
-#include <openssl/rand.h>
-
+#include "dlog.h"
+#include "ss_wire.h"
 #include "sso_platform_common.h"
 
 /*
- * Store layout, under the platform root:
- *   secure-storage/device.key     32 random bytes, 0600, made once per device
- *   secure-storage/items/<name>   one sealed item a file, 0600
+ * The client of the storage service: every call that needs the store is one
+ * connection to <root>/secure-storage/socket carrying one request (ss_wire.h)
+ * and its answer. Arguments are checked here first, so a bad call never
+ * leaves the process. Nothing is cached and no connection is kept: the
+ * platform root is read at each call (a test may point the process at a new
+ * one), and a service restarted in between is simply found again.
  *
- * <name> is the item id with every byte outside [A-Za-z0-9_.-] (and a leading
- * '.') written as %XX, so it never contains '/' and never starts with the '.'
- * of the atomic writer's temporary files. An id whose encoding would not fit
- * a file name is stored as '~' and the hex SHA-256 of the id instead; '~' is
- * never produced by the encoding, so the two forms cannot collide.
- *
- * An item file is
- *   "SSOSS1\0\0" | 12-byte nonce | AES-256-GCM ciphertext | 16-byte tag
- * sealed under HKDF-SHA256(device key, info = label | module id | uuid). The
- * associated data binds the magic, the credential's module id and the item
- * id, so a file copied over another item's name or read under another
- * credential fails authentication.
- *
- * Nothing is cached between calls: the device key is read from disk every
- * time, so another process creating it (or a test replacing the root) is
- * always seen. Nothing here logs; item contents must never reach a log.
+ * No cryptography happens in the calling process: the device key and the
+ * sealed files never leave the service.
  */
 
-#define STORE_DIR "secure-storage"
-#define ITEMS_DIR STORE_DIR "/items"
-#define KEY_FILE STORE_DIR "/device.key"
-#define KEY_TEMP STORE_DIR "/.device.key.XXXXXX"
-#define DIR_MODE 0700
-#define FILE_MODE 0600
-
+#define TAG "SS_CLIENT"
 #define CREDENTIAL_MAGIC 0x53534352u
-#define MAX_ITEM_ID_LEN 255
-/* The atomic writer's temporary ".<name>.XXXXXX" must still fit NAME_MAX. */
-#define MAX_FILE_NAME SSO_PLATFORM_MAX_FILE_NAME
-
-#define DEVICE_KEY_LEN 32
-#define ITEM_KEY_LEN 32
-#define MAGIC_LEN 8
-#define NONCE_LEN 12
-#define TAG_LEN 16
-#define HEADER_LEN (MAGIC_LEN + NONCE_LEN)
-#define OVERHEAD (HEADER_LEN + TAG_LEN)
-#define MAX_FILE_LEN ((size_t)SS_MAX_ITEM_SIZE + OVERHEAD)
-/* Associated data: magic | module id (4) | id length (2) | id. */
-#define MAX_AAD_LEN (MAGIC_LEN + 4 + 2 + MAX_ITEM_ID_LEN)
+#define DEFAULT_TIMEOUT_MS 5000
+#define MAX_TIMEOUT_MS 600000
 
 #define READ_FLAGS (SS_FLAG_READ | SS_FLAG_INTEGRITY | SS_FLAG_SCOPED)
 #define WRITE_FLAGS READ_FLAGS
 
-static const unsigned char item_magic[MAGIC_LEN] = {'S', 'S', 'O', 'S', 'S', '1', 0, 0};
-static const char kdf_salt[] = "sso-platform secure-storage salt v1";
-static const char kdf_label[] = "sso-platform secure-storage item key v1";
-
-/* ---- byte helpers ---- */
-
-static void put_be(unsigned char *p, uint64_t v, int bytes)
-{
-    for (int i = bytes - 1; i >= 0; --i) {
-        p[i] = (unsigned char)(v & 0xff);
-        v >>= 8;
-    }
-}
-
-static int write_all(int fd, const void *data, size_t len)
-{
-    const unsigned char *p = data;
-    while (len > 0) {
-        ssize_t n = write(fd, p, len);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return -1;
-        }
-        p += n;
-        len -= (size_t)n;
-    }
-    return 0;
-}
-
 /* ---- arguments ---- */
-
-static int check_item_id(const char *item_id)
-{
-    if (!item_id)
-        return SS_ERROR_INVALID_PARAMETER;
-    size_t len = strnlen(item_id, MAX_ITEM_ID_LEN + 1);
-    if (len == 0 || len > MAX_ITEM_ID_LEN)
-        return SS_ERROR_INVALID_PARAMETER;
-    for (size_t i = 0; i < len; ++i) {
-        unsigned char c = (unsigned char)item_id[i];
-        if (c < 0x20 || c == 0x7f)
-            return SS_ERROR_INVALID_PARAMETER;
-    }
-    return SS_ERROR_NONE;
-}
 
 static int check_credential(const ss_credential_t *credential)
 {
@@ -130,345 +54,242 @@ static int check_credential(const ss_credential_t *credential)
 static int check_common(const char *item_id, const ss_credential_t *credential, unsigned int flags,
                         unsigned int allowed)
 {
-    if (check_item_id(item_id) != SS_ERROR_NONE || !credential || (flags & ~allowed) != 0)
+    if (ss_wire_check_item_id(item_id) != SS_ERROR_NONE || !credential || (flags & ~allowed) != 0)
         return SS_ERROR_INVALID_PARAMETER;
     return check_credential(credential);
 }
 
-/* ---- paths ---- */
+/* ---- the connection ---- */
 
-/* Writes the file name of a (valid) item id into buf, MAX_FILE_NAME + 1 bytes. */
-static int item_file_name(const char *item_id, char *buf)
+static long timeout_ms(void)
 {
-    static const char hex[] = "0123456789abcdef";
-    if (sso_platform_encode_name(item_id, buf) == 0)
-        return SS_ERROR_NONE;
-    unsigned char md[32];
-    unsigned int md_len = 0;
-    if (EVP_Digest(item_id, strlen(item_id), md, &md_len, EVP_sha256(), NULL) != 1 ||
-        md_len != sizeof(md))
-        return SS_ERROR_CRYPTO;
-    buf[0] = '~';
-    for (size_t i = 0; i < sizeof(md); ++i) {
-        buf[1 + 2 * i] = hex[md[i] >> 4];
-        buf[2 + 2 * i] = hex[md[i] & 0xf];
-    }
-    buf[1 + 2 * sizeof(md)] = '\0';
-    return SS_ERROR_NONE;
+    const char *text = getenv("SSO_PLATFORM_SS_TIMEOUT_MS");
+    if (!text || !*text)
+        return DEFAULT_TIMEOUT_MS;
+    char *end = NULL;
+    long v = strtol(text, &end, 10);
+    if (*end != '\0' || v <= 0)
+        return DEFAULT_TIMEOUT_MS;
+    return v > MAX_TIMEOUT_MS ? MAX_TIMEOUT_MS : v;
 }
 
-static int item_path(const char *item_id, char *buf, size_t size)
+static long long now_ms(void)
 {
-    char name[MAX_FILE_NAME + 1];
-    int rc = item_file_name(item_id, name);
-    if (rc != SS_ERROR_NONE)
-        return rc;
-    char rel[sizeof(ITEMS_DIR) + 1 + sizeof(name)];
-    snprintf(rel, sizeof(rel), "%s/%s", ITEMS_DIR, name);
-    return sso_platform_path(buf, size, rel) == 0 ? SS_ERROR_NONE : SS_ERROR_IO;
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return (long long)ts.tv_sec * 1000 + ts.tv_nsec / 1000000;
 }
 
-static int io_error(int err)
-{
-    return err == ENOMEM ? SS_ERROR_OUT_OF_MEMORY : SS_ERROR_IO;
-}
+struct call {
+    const char *op;
+    const char *item_id;
+    long timeout;
+    long long deadline;
+    char path[sizeof(((struct sockaddr_un *)0)->sun_path)];
+};
 
-/* Makes the store directories for a write. The root itself must already
- * exist: a missing root is a misconfiguration, not something to paper over. */
-static int prepare_store(void)
+static int unavailable(const struct call *c, const char *what, int err)
 {
-    struct stat st;
-    if (stat(sso_platform_root(), &st) != 0 || !S_ISDIR(st.st_mode))
-        return SS_ERROR_IO;
-    char dir[PATH_MAX];
-    if (sso_platform_path(dir, sizeof(dir), ITEMS_DIR) != 0)
-        return SS_ERROR_IO;
-    if (sso_platform_mkdirs(dir, DIR_MODE) != 0)
-        return io_error(errno);
-    return SS_ERROR_NONE;
-}
-
-/* ---- the device key ---- */
-
-/* SS_ERROR_NONE, SS_ERROR_NO_ITEM when there is no key yet, or SS_ERROR_CRYPTO
- * for a key file that cannot be used (unreadable, wrong size). */
-static int load_device_key(const char *path, unsigned char key[DEVICE_KEY_LEN])
-{
-    char *data = NULL;
-    size_t len = 0;
-    if (sso_platform_read_file(path, DEVICE_KEY_LEN, &data, &len) != 0) {
-        if (errno == ENOENT)
-            return SS_ERROR_NO_ITEM;
-        return errno == ENOMEM ? SS_ERROR_OUT_OF_MEMORY : SS_ERROR_CRYPTO;
-    }
-    int rc = SS_ERROR_CRYPTO;
-    if (len == DEVICE_KEY_LEN) {
-        memcpy(key, data, DEVICE_KEY_LEN);
-        rc = SS_ERROR_NONE;
-    }
-    OPENSSL_cleanse(data, len);
-    free(data);
-    return rc;
-}
-
-/* Publishes a fresh key with link(): the file appears complete or not at all,
- * and when two first writers race, link() lets exactly one win and the other
- * adopts the winner's key. Returns SS_ERROR_NO_ITEM when the winner's key
- * vanished again before it could be read (the caller retries). */
-static int create_device_key(const char *path, unsigned char key[DEVICE_KEY_LEN])
-{
-    char tmp[PATH_MAX];
-    if (sso_platform_path(tmp, sizeof(tmp), KEY_TEMP) != 0)
-        return SS_ERROR_IO;
-    if (RAND_bytes(key, DEVICE_KEY_LEN) != 1)
-        return SS_ERROR_CRYPTO;
-    int fd = mkostemp(tmp, O_CLOEXEC);
-    if (fd < 0) {
-        OPENSSL_cleanse(key, DEVICE_KEY_LEN);
-        return io_error(errno);
-    }
-    int ok =
-        fchmod(fd, FILE_MODE) == 0 && write_all(fd, key, DEVICE_KEY_LEN) == 0 && fsync(fd) == 0;
-    if (close(fd) != 0)
-        ok = 0;
-    int rc;
-    if (!ok)
-        rc = SS_ERROR_IO;
-    else if (link(tmp, path) == 0)
-        rc = SS_ERROR_NONE;
-    else if (errno == EEXIST)
-        rc = load_device_key(path, key);
+    if (err)
+        dlog_print(DLOG_ERROR, TAG, "%s '%s': %s %s: %s", c->op, c->item_id, what, c->path,
+                   strerror(err));
     else
-        rc = SS_ERROR_IO;
-    unlink(tmp);
-    if (rc != SS_ERROR_NONE)
-        OPENSSL_cleanse(key, DEVICE_KEY_LEN);
-    return rc;
+        dlog_print(DLOG_ERROR, TAG, "%s '%s': %s %s", c->op, c->item_id, what, c->path);
+    return SS_ERROR_SERVICE_UNAVAILABLE;
 }
 
-/* Loads the device key, creating it first when create is set. Without
- * create, a missing key is SS_ERROR_NO_ITEM. */
-static int device_key(int create, unsigned char key[DEVICE_KEY_LEN])
+/* Waits until fd is ready for events or the call's deadline passes. */
+static int wait_for(int fd, short events, const struct call *c)
+{
+    for (;;) {
+        long long left = c->deadline - now_ms();
+        if (left <= 0)
+            return -1;
+        struct pollfd pfd = {fd, events, 0};
+        int r = poll(&pfd, 1, left > INT_MAX ? INT_MAX : (int)left);
+        if (r > 0)
+            return 0;
+        if (r < 0 && errno != EINTR)
+            return -1;
+    }
+}
+
+/* 0 once everything is sent; -1 with errno (ETIMEDOUT past the deadline). A
+ * service that refuses a request early closes its end: EPIPE, after which
+ * its answer may still be read. */
+static int send_all(int fd, const unsigned char *p, size_t len, const struct call *c)
+{
+    while (len > 0) {
+        ssize_t n = send(fd, p, len, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n > 0) {
+            p += n;
+            len -= (size_t)n;
+            continue;
+        }
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            if (wait_for(fd, POLLOUT, c) != 0) {
+                errno = ETIMEDOUT;
+                return -1;
+            }
+            continue;
+        }
+        return -1;
+    }
+    return 0;
+}
+
+/* 0 once len bytes arrived; -1 with errno 0 on EOF, ETIMEDOUT past the
+ * deadline, or the error. */
+static int recv_all(int fd, unsigned char *p, size_t len, const struct call *c)
+{
+    while (len > 0) {
+        ssize_t n = recv(fd, p, len, MSG_DONTWAIT);
+        if (n > 0) {
+            p += n;
+            len -= (size_t)n;
+            continue;
+        }
+        if (n == 0) {
+            errno = 0;
+            return -1;
+        }
+        if (errno == EINTR)
+            continue;
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            if (wait_for(fd, POLLIN, c) != 0) {
+                errno = ETIMEDOUT;
+                return -1;
+            }
+            continue;
+        }
+        return -1;
+    }
+    return 0;
+}
+
+/* Connects within the deadline: a service whose queue is full makes
+ * connect() wait, for at most the socket's send time-out. */
+static int connect_service(struct call *c)
 {
     char path[PATH_MAX];
-    if (sso_platform_path(path, sizeof(path), KEY_FILE) != 0)
-        return SS_ERROR_IO;
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        int rc = load_device_key(path, key);
-        if (rc != SS_ERROR_NO_ITEM || !create)
-            return rc;
-        rc = create_device_key(path, key);
-        if (rc != SS_ERROR_NO_ITEM)
-            return rc;
+    if (sso_platform_path(path, sizeof(path), SS_WIRE_SOCKET) != 0 ||
+        strlen(path) >= sizeof(c->path)) {
+        /* A Unix socket's path has room for 107 bytes. */
+        dlog_print(DLOG_ERROR, TAG, "%s '%s': the storage socket's path under %s is too long",
+                   c->op, c->item_id, sso_platform_root());
+        return -1;
     }
-    return SS_ERROR_CRYPTO;
+    memcpy(c->path, path, strlen(path) + 1);
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        unavailable(c, "no socket for", errno);
+        return -1;
+    }
+    struct timeval tv = {c->timeout / 1000, (c->timeout % 1000) * 1000};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
+    struct sockaddr_un addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.sun_family = AF_UNIX;
+    memcpy(addr.sun_path, c->path, strlen(c->path) + 1);
+    while (connect(fd, (struct sockaddr *)&addr, sizeof(addr)) != 0) {
+        if (errno == EINTR && now_ms() < c->deadline)
+            continue;
+        int err = errno;
+        close(fd);
+        if (err == EAGAIN || err == EWOULDBLOCK || err == EINPROGRESS)
+            unavailable(c, "the storage service is too busy to take a connection at", 0);
+        else
+            unavailable(c, "no storage service at", err);
+        return -1;
+    }
+    return fd;
 }
 
-/* The key of one credential: HKDF-SHA256 over the device key with the
- * credential in the info, so every credential seals under its own key. */
-static int derive_item_key(const unsigned char device[DEVICE_KEY_LEN],
-                           const ss_credential_t *credential, unsigned char out[ITEM_KEY_LEN])
+/* One request and its answer. For a read, *buffer and *length receive the
+ * item (with a NUL byte after it) on success; nothing else is touched. */
+static int call_service(const char *op, uint32_t wire_op, const char *item_id,
+                        const ss_credential_t *credential, unsigned int flags,
+                        const unsigned char *data, size_t data_len, unsigned char **buffer,
+                        size_t *length)
 {
-    unsigned char info[sizeof(kdf_label) - 1 + 4 + 16];
-    size_t label_len = sizeof(kdf_label) - 1;
-    memcpy(info, kdf_label, label_len);
-    put_be(info + label_len, credential->module_id, 4);
-    put_be(info + label_len + 4, credential->uuid.word[0], 8);
-    put_be(info + label_len + 12, credential->uuid.word[1], 8);
+    struct call c;
+    c.op = op;
+    c.item_id = item_id;
+    c.timeout = timeout_ms();
+    c.deadline = now_ms() + c.timeout;
+    c.path[0] = '\0';
+    int fd = connect_service(&c);
+    if (fd < 0)
+        return SS_ERROR_SERVICE_UNAVAILABLE;
 
-    OSSL_PARAM params[] = {
-        OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, (char *)"SHA256", 0),
-        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_KEY, (void *)device, DEVICE_KEY_LEN),
-        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_SALT, (void *)kdf_salt,
-                                          sizeof(kdf_salt) - 1),
-        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_INFO, info, sizeof(info)),
-        OSSL_PARAM_construct_end(),
-    };
-    EVP_KDF *kdf = EVP_KDF_fetch(NULL, "HKDF", NULL);
-    EVP_KDF_CTX *ctx = kdf ? EVP_KDF_CTX_new(kdf) : NULL;
-    int ok = ctx && EVP_KDF_derive(ctx, out, ITEM_KEY_LEN, params) == 1;
-    EVP_KDF_CTX_free(ctx);
-    EVP_KDF_free(kdf);
-    if (!ok) {
-        OPENSSL_cleanse(out, ITEM_KEY_LEN);
-        return SS_ERROR_CRYPTO;
-    }
-    return SS_ERROR_NONE;
-}
+    struct ss_wire_request request;
+    memset(&request, 0, sizeof(request));
+    request.op = wire_op;
+    request.flags = flags;
+    request.module_id = credential->module_id;
+    request.uuid[0] = credential->uuid.word[0];
+    request.uuid[1] = credential->uuid.word[1];
+    request.item_len = (uint32_t)strlen(item_id);
+    request.data_len = (uint32_t)data_len;
+    unsigned char head[SS_WIRE_REQUEST_HEADER_LEN + SS_WIRE_MAX_ITEM_ID_LEN];
+    ss_wire_encode_request_header(&request, head);
+    memcpy(head + SS_WIRE_REQUEST_HEADER_LEN, item_id, request.item_len);
 
-/* Device key then credential key, wiping the device key at once. */
-static int credential_key(int create, const ss_credential_t *credential,
-                          unsigned char key[ITEM_KEY_LEN])
-{
-    unsigned char device[DEVICE_KEY_LEN];
-    int rc = device_key(create, device);
-    if (rc == SS_ERROR_NONE) {
-        rc = derive_item_key(device, credential, key);
-        OPENSSL_cleanse(device, sizeof(device));
-    }
-    return rc;
-}
-
-/* ---- sealing ---- */
-
-static size_t build_aad(unsigned char aad[MAX_AAD_LEN], const char *item_id, uint32_t module_id)
-{
-    size_t id_len = strlen(item_id);
-    memcpy(aad, item_magic, MAGIC_LEN);
-    put_be(aad + MAGIC_LEN, module_id, 4);
-    put_be(aad + MAGIC_LEN + 4, id_len, 2);
-    memcpy(aad + MAGIC_LEN + 6, item_id, id_len);
-    return MAGIC_LEN + 6 + id_len;
-}
-
-/* Seals data into a new file image: magic, nonce, ciphertext, tag. */
-static int seal(const unsigned char key[ITEM_KEY_LEN], const unsigned char *aad, size_t aad_len,
-                const unsigned char *data, size_t len, unsigned char **out, size_t *out_len)
-{
-    unsigned char *file = malloc(OVERHEAD + len);
-    if (!file)
-        return SS_ERROR_OUT_OF_MEMORY;
-    memcpy(file, item_magic, MAGIC_LEN);
-    unsigned char *nonce = file + MAGIC_LEN;
-    unsigned char *ct = file + HEADER_LEN;
-    EVP_CIPHER_CTX *ctx = NULL;
-    int n = 0;
-    int ok = RAND_bytes(nonce, NONCE_LEN) == 1 && (ctx = EVP_CIPHER_CTX_new()) != NULL &&
-             EVP_EncryptInit_ex(ctx, EVP_aes_256_gcm(), NULL, NULL, NULL) == 1 &&
-             EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_SET_IVLEN, NONCE_LEN, NULL) == 1 &&
-             EVP_EncryptInit_ex(ctx, NULL, NULL, key, nonce) == 1 &&
-             EVP_EncryptUpdate(ctx, NULL, &n, aad, (int)aad_len) == 1;
-    if (ok && len > 0)
-        ok = EVP_EncryptUpdate(ctx, ct, &n, data, (int)len) == 1 && (size_t)n == len;
-    ok = ok && EVP_EncryptFinal_ex(ctx, ct + len, &n) == 1 && n == 0 &&
-         EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_GET_TAG, TAG_LEN, ct + len) == 1;
-    EVP_CIPHER_CTX_free(ctx);
-    if (!ok) {
-        OPENSSL_cleanse(file, OVERHEAD + len);
-        free(file);
-        return SS_ERROR_CRYPTO;
-    }
-    *out = file;
-    *out_len = OVERHEAD + len;
-    return SS_ERROR_NONE;
-}
-
-/* Cheap structural checks before any key is touched. */
-static int check_sealed(const unsigned char *file, size_t len)
-{
-    if (len < OVERHEAD || memcmp(file, item_magic, MAGIC_LEN) != 0)
-        return SS_ERROR_AUTHENTICATION;
-    return SS_ERROR_NONE;
-}
-
-/* Authenticates and decrypts a file image. With out (room for the plaintext)
- * the plaintext lands there; without, it goes through a scratch buffer and is
- * dropped (validation). On any failure out is wiped: no partial plaintext. */
-static int unseal(const unsigned char key[ITEM_KEY_LEN], const unsigned char *aad, size_t aad_len,
-                  const unsigned char *file, size_t len, unsigned char *out)
-{
-    const unsigned char *nonce = file + MAGIC_LEN;
-    const unsigned char *ct = file + HEADER_LEN;
-    size_t ct_len = len - OVERHEAD;
-    unsigned char tag[TAG_LEN];
-    memcpy(tag, ct + ct_len, TAG_LEN);
-    unsigned char scratch[4096];
-    int n = 0;
-    EVP_CIPHER_CTX *ctx = EVP_CIPHER_CTX_new();
-    int ok = ctx && EVP_DecryptInit_ex(ctx, EVP_aes_256_gcm(), NULL, NULL, NULL) == 1 &&
-             EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_SET_IVLEN, NONCE_LEN, NULL) == 1 &&
-             EVP_DecryptInit_ex(ctx, NULL, NULL, key, nonce) == 1 &&
-             EVP_DecryptUpdate(ctx, NULL, &n, aad, (int)aad_len) == 1;
-    if (!ok) {
-        EVP_CIPHER_CTX_free(ctx);
-        return SS_ERROR_CRYPTO;
-    }
-    for (size_t done = 0; ok && done < ct_len;) {
-        size_t chunk = ct_len - done;
-        if (!out && chunk > sizeof(scratch))
-            chunk = sizeof(scratch);
-        unsigned char *dst = out ? out + done : scratch;
-        ok = EVP_DecryptUpdate(ctx, dst, &n, ct + done, (int)chunk) == 1 && (size_t)n == chunk;
-        done += chunk;
-    }
-    int rc = SS_ERROR_CRYPTO;
-    if (ok) {
-        rc = EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_SET_TAG, TAG_LEN, tag) == 1 &&
-                     EVP_DecryptFinal_ex(ctx, scratch, &n) == 1
-                 ? SS_ERROR_NONE
-                 : SS_ERROR_AUTHENTICATION;
-    }
-    EVP_CIPHER_CTX_free(ctx);
-    OPENSSL_cleanse(scratch, sizeof(scratch));
-    if (rc != SS_ERROR_NONE && out)
-        OPENSSL_cleanse(out, ct_len);
-    return rc;
-}
-
-/* ---- item operations ---- */
-
-static int read_error(int err)
-{
-    switch (err) {
-    case ENOENT:
-        return SS_ERROR_NO_ITEM;
-    case EFBIG:
-        /* Larger than any item this library writes. */
-        return SS_ERROR_AUTHENTICATION;
-    case ENOMEM:
-        return SS_ERROR_OUT_OF_MEMORY;
-    default:
-        return SS_ERROR_IO;
-    }
-}
-
-/* Reads and authenticates an item; hands the plaintext out only when buffer
- * is set. */
-static int open_item(const char *item_id, const ss_credential_t *credential, unsigned char **buffer,
-                     size_t *length)
-{
-    char path[PATH_MAX];
-    int rc = item_path(item_id, path, sizeof(path));
-    if (rc != SS_ERROR_NONE)
-        return rc;
-    char *file = NULL;
-    size_t file_len = 0;
-    if (sso_platform_read_file(path, MAX_FILE_LEN, &file, &file_len) != 0)
-        return read_error(errno);
-    const unsigned char *image = (const unsigned char *)file;
-    rc = check_sealed(image, file_len);
-
-    unsigned char key[ITEM_KEY_LEN];
-    if (rc == SS_ERROR_NONE) {
-        rc = credential_key(0, credential, key);
-        if (rc == SS_ERROR_NO_ITEM)
-            rc = SS_ERROR_CRYPTO; /* an item without a device key cannot be opened */
-    }
+    int rc = SS_ERROR_SERVICE_UNAVAILABLE;
     unsigned char *plain = NULL;
-    size_t plain_len = rc == SS_ERROR_NONE ? file_len - OVERHEAD : 0;
-    if (rc == SS_ERROR_NONE && buffer) {
-        plain = malloc(plain_len + 1);
-        if (!plain)
+    uint32_t plain_len = 0;
+    if ((send_all(fd, head, SS_WIRE_REQUEST_HEADER_LEN + request.item_len, &c) != 0 ||
+         (data_len > 0 && send_all(fd, data, data_len, &c) != 0)) &&
+        errno != EPIPE && errno != ECONNRESET) {
+        unavailable(&c, errno == ETIMEDOUT ? "no answer in time from" : "lost", errno);
+        goto out;
+    }
+    /* The writing half is done either way; a service that stopped reading
+     * early still answers why. */
+    unsigned char reply[SS_WIRE_REPLY_HEADER_LEN];
+    if (recv_all(fd, reply, sizeof(reply), &c) != 0) {
+        if (errno == ETIMEDOUT)
+            unavailable(&c, "no answer in time from", 0);
+        else
+            unavailable(&c, "no answer from", errno);
+        goto out;
+    }
+    int32_t status = 0;
+    if (ss_wire_decode_reply_header(reply, sizeof(reply), &status, &plain_len) != SS_ERROR_NONE ||
+        (plain_len > 0 && wire_op != SS_WIRE_OP_READ)) {
+        unavailable(&c, "a garbled answer from", 0);
+        goto out;
+    }
+    if (status != SS_ERROR_NONE) {
+        rc = status;
+        goto out;
+    }
+    if (wire_op == SS_WIRE_OP_READ) {
+        plain = malloc((size_t)plain_len + 1);
+        if (!plain) {
             rc = SS_ERROR_OUT_OF_MEMORY;
-    }
-    if (rc == SS_ERROR_NONE) {
-        unsigned char aad[MAX_AAD_LEN];
-        size_t aad_len = build_aad(aad, item_id, credential->module_id);
-        rc = unseal(key, aad, aad_len, image, file_len, plain);
-    }
-    OPENSSL_cleanse(key, sizeof(key));
-    free(file);
-    if (rc != SS_ERROR_NONE) {
-        free(plain); /* already wiped by unseal */
-        return rc;
-    }
-    if (buffer) {
+            goto out;
+        }
+        if (recv_all(fd, plain, plain_len, &c) != 0) {
+            unavailable(&c, errno == ETIMEDOUT ? "no answer in time from" : "a cut answer from", 0);
+            explicit_bzero(plain, plain_len);
+            free(plain);
+            plain = NULL;
+            goto out;
+        }
         plain[plain_len] = '\0';
         *buffer = plain;
         *length = plain_len;
     }
-    return SS_ERROR_NONE;
+    rc = SS_ERROR_NONE;
+out:
+    close(fd);
+    return rc;
 }
+
+/* ---- the calls ---- */
 
 SSO_PLATFORM_EXPORT int ss_init_credential(ss_credential_t *credential, uint32_t module_id,
                                            const ss_uuid_t *uuid, unsigned int flags)
@@ -492,7 +313,8 @@ SSO_PLATFORM_EXPORT int ss_validate(const char *item_id, const ss_credential_t *
         return rc;
     if (!(flags & SS_FLAG_READ))
         return SS_ERROR_INVALID_PARAMETER;
-    return open_item(item_id, credential, NULL, NULL);
+    return call_service("validate", SS_WIRE_OP_VALIDATE, item_id, credential, flags, NULL, 0, NULL,
+                        NULL);
 }
 
 SSO_PLATFORM_EXPORT int ss_read(unsigned char **buffer, size_t *length, const char *owner,
@@ -507,7 +329,8 @@ SSO_PLATFORM_EXPORT int ss_read(unsigned char **buffer, size_t *length, const ch
         return rc;
     if (!(flags & SS_FLAG_READ))
         return SS_ERROR_INVALID_PARAMETER;
-    return open_item(item_id, credential, buffer, length);
+    return call_service("read", SS_WIRE_OP_READ, item_id, credential, flags, NULL, 0, buffer,
+                        length);
 }
 
 SSO_PLATFORM_EXPORT void ss_free_buffer(unsigned char *buffer)
@@ -515,7 +338,7 @@ SSO_PLATFORM_EXPORT void ss_free_buffer(unsigned char *buffer)
     if (!buffer)
         return;
     /* The buffer held a secret; the allocator knows how large it is. */
-    OPENSSL_cleanse(buffer, malloc_usable_size(buffer));
+    explicit_bzero(buffer, malloc_usable_size(buffer));
     free(buffer);
 }
 
@@ -529,29 +352,8 @@ SSO_PLATFORM_EXPORT int ss_write(const char *item_id, const unsigned char *data,
         return rc;
     if (length > SS_MAX_ITEM_SIZE)
         return SS_ERROR_TOO_LARGE;
-
-    char path[PATH_MAX];
-    rc = item_path(item_id, path, sizeof(path));
-    if (rc == SS_ERROR_NONE)
-        rc = prepare_store();
-    unsigned char key[ITEM_KEY_LEN];
-    if (rc == SS_ERROR_NONE)
-        rc = credential_key(1, credential, key);
-    if (rc != SS_ERROR_NONE)
-        return rc;
-
-    unsigned char aad[MAX_AAD_LEN];
-    size_t aad_len = build_aad(aad, item_id, credential->module_id);
-    unsigned char *file = NULL;
-    size_t file_len = 0;
-    rc = seal(key, aad, aad_len, data, length, &file, &file_len);
-    OPENSSL_cleanse(key, sizeof(key));
-    if (rc != SS_ERROR_NONE)
-        return rc;
-    if (sso_platform_write_atomic(path, file, file_len, FILE_MODE) != 0)
-        rc = io_error(errno);
-    free(file);
-    return rc;
+    return call_service("write", SS_WIRE_OP_WRITE, item_id, credential, flags, data, length, NULL,
+                        NULL);
 }
 
 SSO_PLATFORM_EXPORT int ss_delete(const char *item_id, const ss_credential_t *credential,
@@ -560,14 +362,6 @@ SSO_PLATFORM_EXPORT int ss_delete(const char *item_id, const ss_credential_t *cr
     int rc = check_common(item_id, credential, flags, WRITE_FLAGS);
     if (rc != SS_ERROR_NONE)
         return rc;
-    char path[PATH_MAX];
-    rc = item_path(item_id, path, sizeof(path));
-    if (rc != SS_ERROR_NONE)
-        return rc;
-    /* Like a write, a delete goes by item id alone: the store is the
-     * device's, and an item that no longer authenticates must stay
-     * removable. */
-    if (unlink(path) != 0)
-        return errno == ENOENT ? SS_ERROR_NO_ITEM : io_error(errno);
-    return SS_ERROR_NONE;
+    return call_service("delete", SS_WIRE_OP_DELETE, item_id, credential, flags, NULL, 0, NULL,
+                        NULL);
 }

@@ -10,6 +10,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/inotify.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include "sso_platform_common.h"
@@ -32,6 +33,7 @@
 #define MAX_STRING_LEN (16u * 1024u * 1024u)
 #define MAX_FILE_LEN (MAX_STRING_LEN + 2u)
 #define FILE_MODE 0644
+#define PRIVATE_FILE_MODE 0640
 #define DIR_MODE 0755
 
 #define WATCH_MASK                                                                                 \
@@ -53,6 +55,23 @@ struct value {
 };
 
 /* ---- key names ---- */
+
+/* Keys whose values identify the account holder: readable only by the writer
+ * and the group of the settings directory (see vconf.h). */
+static const char *const private_keys[] = {
+    "memory/sso/prev_login_guid",
+    "memory/sso/prev_login_id",
+    "memory/sso/event_extra",
+    "db/sso/display_name",
+};
+
+static mode_t key_mode(const char *key)
+{
+    for (size_t i = 0; i < sizeof(private_keys) / sizeof(private_keys[0]); ++i)
+        if (strcmp(key, private_keys[i]) == 0)
+            return PRIVATE_FILE_MODE;
+    return FILE_MODE;
+}
 
 /* Returns VCONF_OK, VCONF_ERROR for a null key or VCONF_ERROR_WRONG_PREFIX for
  * one that cannot name a setting. */
@@ -271,7 +290,8 @@ static int write_key(const char *key, int type, const char *content, size_t len)
         return rc;
     if (existing != VCONF_TYPE_NONE && existing != type)
         return VCONF_ERROR_WRONG_TYPE;
-    if (sso_platform_write_atomic(path, content, len, FILE_MODE) == 0)
+    const mode_t mode = key_mode(key);
+    if (sso_platform_write_atomic(path, content, len, mode) == 0)
         return VCONF_OK;
     if (errno != ENOENT)
         return write_error(errno);
@@ -281,7 +301,7 @@ static int write_key(const char *key, int type, const char *content, size_t len)
         return VCONF_ERROR;
     if (sso_platform_mkdirs(dir, DIR_MODE) != 0)
         return write_error(errno);
-    if (sso_platform_write_atomic(path, content, len, FILE_MODE) != 0)
+    if (sso_platform_write_atomic(path, content, len, mode) != 0)
         return write_error(errno);
     return VCONF_OK;
 }

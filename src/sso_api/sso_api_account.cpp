@@ -29,9 +29,21 @@ bool IsSignedIn()
     if (result == -1 || state != SSO_LOGEDIN) {
         SSO_LOGE("result [%d], Login State [%d]. Return (%s)", result, static_cast<int>(state),
                  "Not login state");
+        // A state that could not be read keeps the reader's cause.
+        if (result == 0)
+            SSOAPIError::Set(SSO_ERROR_NOT_SIGNED_IN);
         return false;
     }
     return true;
+}
+
+// -1 for a value the active account lacks: the account data could not be
+// read (recorded by the read), or it does not hold the value (cause).
+int MissingFromTheAccount(sso_error_e cause)
+{
+    if (SSOAPIError::Last() == SSO_ERROR_NONE)
+        SSOAPIError::Set(cause);
+    return -1;
 }
 
 // A calloc'ed copy (length + 1, zeroed) the caller frees.
@@ -51,12 +63,15 @@ SSO_API int sso_get_login_state(sso_login_state *state)
 try {
     if (state == nullptr) {
         SSO_LOG_CHECK_NULL("state is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     *state = SSO_NOT_LOGIN;
     int value = 0;
     if (!ICVConf::GetLoginState(value)) {
         SSO_LOGE("Failed to ICVConf::GetLoginState()");
+        // A state the service never wrote: nobody has signed in.
+        if (SSOAPIError::Last() == SSO_ERROR_NOT_FOUND)
+            SSOAPIError::Set(SSO_ERROR_NOT_SIGNED_IN);
         return -1;
     }
     // Any stored value other than 1 reads as signed out.
@@ -69,7 +84,7 @@ SSO_API int sso_get_account_number(int *count)
 try {
     if (count == nullptr) {
         SSO_LOG_CHECK_NULL("count is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     int value = 0;
     if (!ICVConf::GetAccountCount(value)) {
@@ -88,23 +103,24 @@ try {
     SSO_LOG_START();
     if (guid == nullptr) {
         SSO_LOG_CHECK_NULL("guid is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (!IsSignedIn())
         return -1;
     sso_accounts_info info;
+    SSOAPIError::Set(SSO_ERROR_NONE);
     if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
         SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
         return -1;
     }
     if (info.strLoginGUID.empty()) {
         SSO_LOGE("SSO not login, please login first.");
-        return -1;
+        return MissingFromTheAccount(SSO_ERROR_NOT_SIGNED_IN);
     }
     char *buffer = CopyOut(info.strLoginGUID);
     if (buffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to malloc()");
-        return -101;
+        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -101);
     }
     *guid = buffer;
     SSO_LOG_DEVEL("guid : %s", buffer);
@@ -118,23 +134,24 @@ try {
     SSO_LOG_START();
     if (uid == nullptr) {
         SSO_LOG_CHECK_NULL("uid is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (!IsSignedIn())
         return -1;
     sso_accounts_info info;
+    SSOAPIError::Set(SSO_ERROR_NONE);
     if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
         SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
         return -1;
     }
     if (info.strLoginUID.empty()) {
         SSO_LOGE("SSO not login, please login first.");
-        return -1;
+        return MissingFromTheAccount(SSO_ERROR_NOT_SIGNED_IN);
     }
     char *buffer = CopyOut(info.strLoginUID);
     if (buffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to malloc()");
-        return -1;
+        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);
     }
     *uid = buffer;
     SSO_LOG_DEVEL("uid value is %s", buffer);
@@ -148,24 +165,25 @@ try {
     SSO_LOG_START();
     if (auth_token == nullptr) {
         SSO_LOG_CHECK_NULL("auth_token is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (!IsSignedIn())
         return -1;
     sso_accounts_info info;
+    SSOAPIError::Set(SSO_ERROR_NONE);
     if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
         SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
         return -1;
     }
     if (info.strAccountAuth.empty()) {
         SSO_LOGE("SSO not login, please login first.");
-        return -1;
+        return MissingFromTheAccount(SSO_ERROR_NOT_SIGNED_IN);
     }
     // The auth token is never logged, not even on a debug device.
     char *buffer = CopyOut(info.strAccountAuth);
     if (buffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to malloc()");
-        return -101;
+        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -101);
     }
     *auth_token = buffer;
     SSO_LOG_END();
@@ -178,23 +196,24 @@ try {
     SSO_LOG_START();
     if (device_id == nullptr) {
         SSO_LOG_CHECK_NULL("device_id is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (!IsSignedIn())
         return -1;
     sso_accounts_info info;
+    SSOAPIError::Set(SSO_ERROR_NONE);
     if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
         SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
         return -1;
     }
     if (info.userDeviceID.empty()) {
         SSO_LOGE("userDeviceID is empty");
-        return -1;
+        return MissingFromTheAccount(SSO_ERROR_NOT_FOUND);
     }
     char *buffer = CopyOut(info.userDeviceID);
     if (buffer == nullptr) {
         SSO_LOGE("Failed to malloc(). len(%d)", static_cast<int>(info.userDeviceID.size()));
-        return -1;
+        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);
     }
     *device_id = buffer;
     SSO_LOG_DEVEL("device_id : %s", buffer);
@@ -208,11 +227,12 @@ try {
     SSO_LOG_START();
     if (login_info == nullptr) {
         SSO_LOGE("the input param is nullptr, please check.");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (!IsSignedIn())
         return -1;
     sso_accounts_info info;
+    SSOAPIError::Set(SSO_ERROR_NONE);
     if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
         SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
         return -1;
@@ -236,7 +256,7 @@ try {
     SSO_LOG_START();
     if (user_id == nullptr) {
         SSO_LOG_CHECK_NULL("user_id is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (!IsSignedIn())
         return -1;
@@ -249,7 +269,7 @@ try {
     char *buffer = CopyOut(info.login_id);
     if (buffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to malloc()");
-        return -1;
+        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);
     }
     *user_id = buffer;
     SSO_LOGP("User id: %s", buffer);
@@ -263,7 +283,7 @@ try {
     SSO_LOG_START();
     if (json == nullptr) {
         SSO_LOG_CHECK_NULL("json is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (!IsSignedIn())
         return -1;
@@ -274,7 +294,7 @@ try {
     int result = 0;
     if (!SSOAPIClientUtil::GetJsonStringLoginInfo(info, json)) {
         SSO_LOGE("Failed to SSOAPIClientUtil::GetJsonStringLoginInfo()");
-        result = -1;
+        result = sso_private_fail(SSO_ERROR_INTERNAL, -1);
     }
     SSO_LOG_END_F("ssoResult: %d", result);
     return result;
@@ -286,13 +306,13 @@ try {
     SSO_LOG_START();
     if (accounts == nullptr) {
         SSO_LOG_CHECK_NULL("accounts is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     CSSOSSData *cache =
         SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSSData>::GetInstance() : nullptr;
     if (cache == nullptr) {
         SSO_LOG_CHECK_NULL("pSSDataInstance is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
     }
     // No login gate: the document is handed out whatever the state. A failed
     // read still hands out an (empty) text, which the caller frees.
@@ -300,12 +320,12 @@ try {
     std::string text;
     if (!cache->GetAccountData(text)) {
         SSO_LOGE("Failed to GetAccountData()");
-        result = -1;
+        result = sso_private_fail(SSO_ERROR_STORAGE_UNREADABLE, -1);
     }
     char *buffer = CopyOut(text);
     if (buffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to malloc()");
-        return -1;
+        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);
     }
     *accounts = buffer;
     SSO_LOG_END_F("ssoResult: %d", result);
@@ -317,7 +337,7 @@ SSO_API int sso_get_popup_state(int *state)
 try {
     if (state == nullptr) {
         SSO_LOGE("the input param is nullptr, please check.");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     *state = 0;
     int value = 0;
@@ -334,12 +354,12 @@ SSO_API int sso_get_account_ui_application_package_id(char **package_id)
 try {
     if (package_id == nullptr) {
         SSO_LOG_CHECK_NULL("package_id is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     char *buffer = CopyOut(kAccountUiAppId);
     if (buffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to malloc()");
-        return -1;
+        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);
     }
     *package_id = buffer;
     return 0;

@@ -72,7 +72,7 @@ bool IsOutstanding(const char *methodName, gint64 callback, gint64 userData)
     if (transport != nullptr && transport->Requests().Complete(methodName, callback, userData))
         return true;
     SSO_LOGE("[%s] answers no request of this process: dropped", methodName);
-    return false;
+    return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, false);
 }
 
 } // namespace
@@ -88,7 +88,7 @@ bool SSORequestFrame::Open()
 {
     if (m_type == nullptr) {
         SSO_LOGE("no request is known by this name");
-        return false;
+        return sso_private_fail(SSO_ERROR_INTERNAL, false);
     }
     const char *method = m_type->serverMethod;
     // The first transport of the process is created and connected here, which
@@ -97,7 +97,7 @@ bool SSORequestFrame::Open()
         SSOAPIUtil::IsClientAlive() ? SSOAPISingleton<CSSOSvcGdbus>::GetInstance() : nullptr;
     if (m_transport == nullptr) {
         SSO_LOG_CHECK_NULL("pDBusInstance is null");
-        return false;
+        return sso_private_fail(SSO_ERROR_UNLOADING, false);
     }
     m_transport->RegisterCallback(sso_handle_api_response, nullptr);
     if (!m_transport->EnsureLink(m_arrival)) {
@@ -106,8 +106,10 @@ bool SSORequestFrame::Open()
         SSO_LOG_END_F("pMethodName[%s] sso_result[%d] result[%d]", method, -1, -1);
         return false;
     }
-    // Only now: the id of the link that will carry the request.
+    // Only now: the id of the link that will carry the request, and which
+    // link that is (read first: a rebuild in between then shows at the send).
     m_objectName = m_transport->objectName();
+    m_link = m_transport->linkGeneration();
     m_requestId = m_transport->proxyMonitorThreadId();
     if (m_type->form == SSORequestForm::Async)
         m_aeIndex = sso_private_take_event_index();
@@ -167,14 +169,14 @@ int SSORequestFrame::Send(std::initializer_list<GVariant *> fields, gint64 callb
     const std::string shape =
         std::string("(s") + m_type->fields + "x" + m_type->afterCallback + "xxis)";
     if (!HasShape(tuple, shape, m_type->serverMethod))
-        return -1;
+        return sso_private_fail(SSO_ERROR_INTERNAL, -1);
 
     // Recorded before it is sent: the result may come before the answer.
     SSOAPIRequestRegistry::Ticket ticket = 0;
     if (m_type->delivery != nullptr && callback != 0)
         ticket = m_transport->Requests().Add(m_type->delivery, callback, userData);
     GVariant *reply = nullptr;
-    int result = sso_private_request_method(m_type->serverMethod, tuple, &reply);
+    int result = sso_private_request_method(m_type->serverMethod, tuple, &reply, m_link);
     if (result != 0 && ticket != 0)
         m_transport->Requests().Remove(ticket);
     return result;
@@ -189,9 +191,9 @@ int SSORequestFrame::SendPlain(std::initializer_list<GVariant *> fields)
     GVariant *tuple = Tuple(
         {{g_variant_new_int64(m_requestId), g_variant_new_string(m_type->serverMethod)}, fields});
     if (!HasShape(tuple, std::string("(sxs") + m_type->fields + ")", m_type->serverMethod))
-        return -1;
+        return sso_private_fail(SSO_ERROR_INTERNAL, -1);
     GVariant *reply = nullptr;
-    return sso_private_request_method(m_type->serverMethod, tuple, &reply);
+    return sso_private_request_method(m_type->serverMethod, tuple, &reply, m_link);
 }
 
 bool SSORequestFrame::ReadData(std::initializer_list<GVariant *> fields, std::string &out,
@@ -207,10 +209,11 @@ bool SSORequestFrame::ReadData(std::initializer_list<GVariant *> fields, std::st
     if (!HasShape(tuple, std::string("(sxs") + m_type->fields + ")", m_type->serverMethod))
         return false;
     GVariant *reply = nullptr;
-    bool ok = sso_private_call_dbus_method_to_server(m_type->serverMethod, tuple, &reply);
+    bool ok = sso_private_call_dbus_method_to_server(m_type->serverMethod, tuple, &reply, m_link);
     if (ok) {
         if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(s)"))) {
             SSO_LOGE("%s", nullMessage);
+            SSOAPIError::Set(SSO_ERROR_BUS_ERROR);
             ok = false;
         } else {
             const gchar *text = nullptr;
@@ -224,7 +227,7 @@ bool SSORequestFrame::ReadData(std::initializer_list<GVariant *> fields, std::st
 }
 
 bool sso_private_call_dbus_method_to_server(std::string methodName, GVariant *parameters,
-                                            GVariant **reply)
+                                            GVariant **reply, uint64_t link)
 {
     SSO_LOG_START();
     SSO_LOGE("---> methodName [%s]", methodName.c_str());
@@ -235,12 +238,13 @@ bool sso_private_call_dbus_method_to_server(std::string methodName, GVariant *pa
     if (transport == nullptr) {
         SSO_LOG_CHECK_NULL("pDBusInstance is null");
         DropParameters(parameters);
-        return false;
+        return sso_private_fail(SSO_ERROR_UNLOADING, false);
     }
     // Cheap after the first time: only the first registration takes effect,
     // and it is in place before the first result can arrive.
     transport->RegisterCallback(sso_handle_api_response, nullptr);
-    if (!transport->CallMethodToServer(methodName, parameters, reply, SSO_REQUEST_TIMEOUT_MS)) {
+    if (!transport->CallMethodToServer(methodName, parameters, reply, SSO_REQUEST_TIMEOUT_MS,
+                                       link)) {
         SSO_LOGE("Failed to CallMethodToServer(). methodName [%s]", methodName.c_str());
         return false;
     }
@@ -248,7 +252,8 @@ bool sso_private_call_dbus_method_to_server(std::string methodName, GVariant *pa
     return true;
 }
 
-int sso_private_request_method(const char *methodName, GVariant *parameters, GVariant **reply)
+int sso_private_request_method(const char *methodName, GVariant *parameters, GVariant **reply,
+                               uint64_t link)
 {
     // The caller may wait here for the service: an unload waits for it.
     SSOAPIBusyScope busy;
@@ -259,13 +264,13 @@ int sso_private_request_method(const char *methodName, GVariant *parameters, GVa
     if (methodName == nullptr) {
         SSO_LOG_CHECK_NULL("pMethodName is null");
         DropParameters(parameters);
-        return -1;
+        return sso_private_fail(SSO_ERROR_INTERNAL, -1);
     }
     SSO_LOG_START_F("pMethodName [%s]", methodName);
 
     int ssoResult = -1;
     int result = -1;
-    if (!sso_private_call_dbus_method_to_server(methodName, parameters, reply)) {
+    if (!sso_private_call_dbus_method_to_server(methodName, parameters, reply, link)) {
         if (*reply != nullptr) {
             g_variant_unref(*reply);
             *reply = nullptr;
@@ -278,10 +283,12 @@ int sso_private_request_method(const char *methodName, GVariant *parameters, GVa
             g_variant_unref(*reply);
             *reply = nullptr;
         }
-        if (ssoResult != 1)
+        if (ssoResult != 1) {
             SSO_LOGE("result(%d) is not 1", ssoResult);
-        else
+            SSOAPIError::SetRefused(ssoResult);
+        } else {
             result = 0;
+        }
     }
     SSO_LOG_END_F("pMethodName[%s] sso_result[%d] result[%d]", methodName, result, ssoResult);
     return result;
@@ -293,7 +300,7 @@ bool sso_private_are_texts_utf8(
     for (const auto &named : namedTexts) {
         if (named.second != nullptr && !g_utf8_validate(named.second, -1, nullptr)) {
             SSO_LOGE("%s is not UTF-8 text", named.first);
-            return false;
+            return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, false);
         }
     }
     return true;
@@ -469,7 +476,7 @@ SSO_API int get_size_of_sso_login_info_s(void)
 SSO_API int sso_get_term_state(const char *term_id)
 {
     SSO_LOG_START_F("term_id [%s]", term_id != nullptr ? term_id : "(null)");
-    return -1;
+    return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
 }
 
 SSO_API int sso_check_alive(void)
@@ -728,7 +735,7 @@ try {
         s_login_state_changed_callback = nullptr;
         s_login_state_changed_cb_user_data = nullptr;
         SSO_LOGE("Can't subcribe login state changed callback.");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_LOGY("Update login state changed callback and user data");
     s_login_state_changed_callback = callback;

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "SSOAPIClientLifeCycle.h"
+#include "SSOAPIError.h"
 #include "SSORequestTable.h"
 #include "sso_bus_connection.h"
 #include "sso_log.h"
@@ -72,6 +73,7 @@ private:
     CSSOSvcGdbus *m_transport = nullptr;
     bool m_open = false;
     std::string m_objectName;
+    uint64_t m_link = 0; // the link the request id belongs to
     long long m_requestId = 0;
     int32_t m_aeIndex = 0;
 };
@@ -92,13 +94,15 @@ template <typename P> inline gint64 Value(P pointer)
 
 // Sends one request: 0 when the service accepted it (answered "(i)" with 1),
 // -1 otherwise. parameters is a floating tuple, consumed. *reply is always
-// null on return. methodName must not be null.
-int sso_private_request_method(const char *methodName, GVariant *parameters, GVariant **reply);
+// null on return. methodName must not be null. link: as for
+// CSSOSvcGdbus::CallMethodToServer (0: whichever link is up).
+int sso_private_request_method(const char *methodName, GVariant *parameters, GVariant **reply,
+                               uint64_t link = 0);
 
 // Makes sure the transport exists and the dispatcher is registered, then calls
 // the service with the 5000 ms time-out. On true, *reply holds the reply.
 bool sso_private_call_dbus_method_to_server(std::string methodName, GVariant *parameters,
-                                            GVariant **reply);
+                                            GVariant **reply, uint64_t link = 0);
 
 // The one handler of calls the service makes on the account client object.
 // Runs on the "SSOProxyMonitor" thread.
@@ -183,6 +187,9 @@ template <typename P> inline long long sso_private_pointer_log(P pointer)
         if (sso_login_result_ == -1 || sso_login_state_ != SSO_LOGEDIN) {                          \
             SSO_LOGE("result [%d], Login State [%d]. Return (%s)", sso_login_result_,              \
                      static_cast<int>(sso_login_state_), "Not login state");                       \
+            /* A state that could not be read keeps the reader's cause. */                         \
+            if (sso_login_result_ == 0)                                                            \
+                SSOAPIError::Set(SSO_ERROR_NOT_SIGNED_IN);                                         \
             return (failure);                                                                      \
         }                                                                                          \
     } while (0)

@@ -64,11 +64,11 @@ int sso_private_request_switch_account_by_id_or_guid(const char *account_id, con
         return -1;
     if (account_id == nullptr && guid == nullptr) {
         SSO_LOGE("account_id and account_guid are null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("switch_account_cb is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     // The account id wins when both are given.
     std::string accountInfo;
@@ -84,7 +84,7 @@ int sso_private_request_switch_account_by_id_or_guid(const char *account_id, con
     }
     if (accountInfo.empty()) {
         SSO_LOGE("accountInfo is empty");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     // Unlike the other requests, an empty extra also counts as absent.
     std::string paramExtra = (extra == nullptr || extra[0] == '\0') ? "HAS_NO_VALUE" : extra;
@@ -119,7 +119,7 @@ try {
         return -1;
     if (app_id == nullptr || secret_key == nullptr || callback == nullptr) {
         SSO_LOGE("app_id ,secret_key or request_access_token_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
@@ -160,7 +160,7 @@ try {
         return -1;
     if (app_id == nullptr || secret_key == nullptr || auth_code == nullptr || callback == nullptr) {
         SSO_LOGE("app_id ,secret_key or auth_code or request_access_token_cb is NULL");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
@@ -190,7 +190,7 @@ try {
         return -1;
     if (app_id == nullptr || callback == nullptr) {
         SSO_LOGE("app_id or request_auth_code_cb is NULL");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
@@ -215,7 +215,7 @@ try {
         return -1;
     if (app_id == nullptr || callback == nullptr) {
         SSO_LOGE("app_id or request_authcode_cb is NULL");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
@@ -245,7 +245,7 @@ try {
         return -1;
     if (app_id == nullptr || callback == nullptr) {
         SSO_LOGE("app_id or request_device_authcode_cb is NULL");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     // A device code needs nobody signed in.
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
@@ -275,7 +275,7 @@ try {
         return -1;
     if (app_id == nullptr || callback == nullptr) {
         SSO_LOGE("app_id or request_auth_code_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
@@ -301,7 +301,7 @@ try {
         return -1;
     if (account_id == nullptr || app_id == nullptr || passwd == nullptr || callback == nullptr) {
         SSO_LOGE("account_id or app_id or passwd or request_auth_code_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
 
     SSORequestFrame frame(__func__);
@@ -328,7 +328,7 @@ try {
         return -1;
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("request_auth_code_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
 
     SSORequestFrame frame(__func__);
@@ -359,11 +359,11 @@ try {
         return -1;
     if (SSOAPISystemInfo::IsHotelModeSupported()) {
         SSO_LOGE("Hotel TV is not supporting easysetup");
-        return -1;
+        return sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
     }
     if (authcode == nullptr || userid == nullptr) {
         SSO_LOGE("NULL == authcode || NULL == userid");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     int iRet = SSOAPIClientUtil::IsAddAccountAvailable(userid);
     if (iRet != 0) {
@@ -409,11 +409,11 @@ try {
         return -1;
     if (SSOAPISystemInfo::IsHotelModeSupported()) {
         SSO_LOGE("Hotel TV is not supporting easysetup");
-        return -1;
+        return sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
     }
     if (nullptr == userid || nullptr == authcode) {
         SSO_LOGE("nullptr == userid || nullptr == authcode");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     int iRet = SSOAPIClientUtil::IsAddAccountAvailable(userid);
     if (iRet != 0) {
@@ -446,11 +446,11 @@ try {
         return -1;
     if (SSOAPISystemInfo::IsHotelModeSupported()) {
         SSO_LOGE("Hotel TV is not supporting easysetup");
-        return -1;
+        return sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
     }
     if (nullptr == userid || nullptr == passwd) {
         SSO_LOGE("nullptr == userid || nullptr == passwd");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     int iRet = SSOAPIClientUtil::IsAddAccountAvailable(userid);
     if (iRet != 0) {
@@ -478,7 +478,7 @@ try {
     SSO_LOG_START_F("'sso_generate_token_with_authcode() API was deprecated. Please, use "
                     "sso_generate_token_with_authcode_dsc() or "
                     "sso_generate_token_with_authcode_dsc_noti()");
-    return -1;
+    return sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
 }
 SSO_API_CATCH(-1)
 
@@ -494,13 +494,13 @@ try {
         return -1;
     if (callback == nullptr || authcode == nullptr || account_id == nullptr) {
         SSO_LOGE("account_id or register_account_cb is NULL");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     // The DSC travels as given, without the "HAS_NO_VALUE" stand-in, and a
     // tuple cannot carry a null string: refuse it before anything is taken.
     if (dsc == nullptr) {
         SSO_LOG_CHECK_NULL("dsc is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     int iRet = SSOAPIClientUtil::IsAddAccountAvailable(account_id);
     if (iRet != 0) {
@@ -532,7 +532,7 @@ try {
         return -1;
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("perform_logout_cb is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
@@ -555,7 +555,7 @@ try {
         return -1;
     if (passwd == nullptr || callback == nullptr) {
         SSO_LOGE(" passwd or verify_password_cb is NULL");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
@@ -575,7 +575,7 @@ try {
     SSO_LOG_START();
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("request_account_list_cb is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
 
@@ -598,7 +598,7 @@ try {
         return -1;
     if (account_id == nullptr || password == nullptr || callback == nullptr) {
         SSO_LOGE("account_id || password || callback is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
 
     SSORequestFrame frame(__func__);
@@ -619,7 +619,7 @@ try {
         return -1;
     if (email == nullptr || callback == nullptr) {
         SSO_LOGE(" email or reset_passwd_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
 
@@ -664,12 +664,12 @@ try {
         return -1;
     if (account_id == nullptr || callback == nullptr || usertoken == nullptr) {
         SSO_LOGE("account_id or switch_account_cb or usertoken is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     std::string accountId = account_id;
     if (accountId.empty()) {
         SSO_LOGE("account_id or switch_account_cb or usertoken is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
 
     SSORequestFrame frame(__func__);

@@ -88,7 +88,7 @@ try {
         return -1;
     if (app_id == nullptr || callback == nullptr) {
         SSO_LOGE("app_id or request_auth_code_cb");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     _SSOAPIReqAuthCodeWithDSCData data;
     FillCommon(data, kWithDsc, app_id, scope, dsc, response_type, callback, user_data);
@@ -111,7 +111,7 @@ try {
         return -1;
     if (app_id == nullptr || callback == nullptr || code_challenge == nullptr) {
         SSO_LOGE("app_id or request_auth_code_cb or code_challenge is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     _SSOAPIReqAuthCodeWithDSCData data;
     FillCommon(data, kWithChallenge, app_id, scope, dsc, response_type, callback, user_data);
@@ -135,7 +135,7 @@ try {
         return -1;
     if (app_id == nullptr || callback == nullptr || code_verifier == nullptr) {
         SSO_LOGE("app_id or request_auth_code_cb or code_verifier is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     _SSOAPIReqAuthCodeWithDSCData data;
     FillCommon(data, kWithVerifier, app_id, scope, dsc, response_type, callback, user_data);

@@ -81,12 +81,12 @@ int sso_private_request_partner_auth_info(const char *authKey, const char *authV
     SSO_LOG_START();
     if (authKey == nullptr || method == nullptr || callback == nullptr) {
         SSO_LOGE("pAauthKey or pMethod or pCallback is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     // Not a mandatory argument, but a tuple cannot carry a null string.
     if (authValue == nullptr) {
         SSO_LOG_CHECK_NULL("pAuthValue is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSORequestFrame frame(__func__);
     if (!frame.Open())
@@ -109,7 +109,7 @@ try {
     SSO_LOG_START();
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("get_user_info_common_cb is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
     SSORequestFrame frame("sso_get_user_info_v4");
@@ -127,7 +127,7 @@ try {
     SSO_LOG_START();
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("get_user_info_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
     SSORequestFrame frame("sso_get_user_info");
@@ -145,7 +145,7 @@ try {
     SSO_LOG_START();
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("sso_identify_current_user_info_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     // Identity verification serves a device nobody has signed in to yet.
     SSORequestFrame frame("sso_identify_current_user_info");
@@ -163,7 +163,7 @@ try {
     SSO_LOG_START();
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("get_namecheck_auth_info_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
     SSORequestFrame frame("sso_get_namecheck_auth_info");
@@ -181,7 +181,7 @@ try {
     SSO_LOG_START();
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("callback is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSORequestFrame frame("sso_get_dynamic_my_account_list");
     if (!frame.Open())
@@ -202,7 +202,7 @@ try {
         return -1;
     if (app_id == nullptr || access_token == nullptr || callback == nullptr) {
         SSO_LOGE("app_id, access_token or get_user_family_group_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
@@ -230,7 +230,7 @@ try {
     if (app_id == nullptr || access_token == nullptr || group_id == nullptr ||
         callback == nullptr) {
         SSO_LOGE("app_id, access_token, group_id or get_user_group_users_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
@@ -271,28 +271,28 @@ SSO_API_CATCH(-1)
 SSO_API int sso_get_partner_auth_info(const char *, sso_response_data_cb, void *)
 try {
     SSO_LOGE("'sso_get_partner_auth_info' API has been deprecated.");
-    return -1;
+    return sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
 }
 SSO_API_CATCH(-1)
 
 SSO_API int sso_save_partner_auth_info(const char *, const char *, sso_response_data_cb, void *)
 try {
     SSO_LOGE("'sso_save_partner_auth_info' API has been deprecated.");
-    return -1;
+    return sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
 }
 SSO_API_CATCH(-1)
 
 SSO_API int sso_clear_partner_auth_info(const char *, sso_response_data_cb, void *)
 try {
     SSO_LOGE("'sso_clear_partner_auth_info' API has been deprecated.");
-    return -1;
+    return sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
 }
 SSO_API_CATCH(-1)
 
 SSO_API int sso_get_cp_account_info(const char *, char **)
 try {
     SSO_LOG_START();
-    return -1;
+    return sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
 }
 SSO_API_CATCH(-1)
 

@@ -118,11 +118,13 @@ try {
             SSO_LOGE("SSOAPIClientLifeCycle is deleted");
         } else {
             SSO_LOGD("[START] s_account_action_finished_cb. replyResult [%d]", replyResult);
-            // Cleared before the call, so a callback that starts a new request
-            // keeps that request's callback.
-            sso_account_ui_result_cb callback = s_account_action_finished_cb.exchange(nullptr);
+            // Cleared after its one call: a request the callback itself makes
+            // fills the slot first and is cleared with it, so that request is
+            // never called back.
+            sso_account_ui_result_cb callback = s_account_action_finished_cb.load();
             if (callback != nullptr)
                 callback(userData, replyResult, const_cast<char *>(replyData.c_str()));
+            s_account_action_finished_cb.store(nullptr);
             SSO_LOGD("[END] s_account_action_finished_cb. replyResult [%d]", replyResult);
         }
     }
@@ -140,11 +142,11 @@ int sso_private_request_account_action(const char *appId, const char *accountId,
     SSO_LOG_START();
     if (accountId == nullptr || callback == nullptr || action == nullptr) {
         SSO_LOGE("accountid or account_action_cb or account_action is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (!sso_private_is_login_state_login()) {
         SSO_LOGE("NOT Login State");
-        return -1;
+        return sso_private_fail(SSO_ERROR_NOT_SIGNED_IN, -1);
     }
 
     const std::string strAppId = appId != nullptr ? appId : kAccountPinAppId;
@@ -182,11 +184,12 @@ int sso_private_request_account_action(const char *appId, const char *accountId,
     // through its callback.
     SSO_LOGE("retValue is SSO_FALSE");
     SSO_LOGD("[START] s_account_action_finished_cb. result [-1]");
-    sso_account_ui_result_cb pending = s_account_action_finished_cb.exchange(nullptr);
+    sso_account_ui_result_cb pending = s_account_action_finished_cb.load();
     if (pending != nullptr)
         pending(userData, -1, const_cast<char *>(""));
+    s_account_action_finished_cb.store(nullptr);
     SSO_LOGD("[END] s_account_action_finished_cb. result [-1]");
-    return -1;
+    return sso_private_fail(SSO_ERROR_LAUNCH_FAILED, -1);
 }
 
 extern "C" {
@@ -197,7 +200,7 @@ try {
     SSO_LOG_START_F("type [%d]", type);
     if (caller_id == nullptr || callback == nullptr) {
         SSO_LOGE("the input param is nullptr, please check first");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     // The login state is not consulted: the account pages include sign-in.
     sso_private_arm_view_state_callback(callback, user_data);
@@ -226,7 +229,7 @@ try {
     if (app_control_create(&handle) != APP_CONTROL_ERROR_NONE) {
         SSO_LOGE("create app_control handle failed.");
         SSO_LOG_END();
-        return 1;
+        return sso_private_fail(SSO_ERROR_LAUNCH_FAILED, 1);
     }
     int retPage = app_control_add_extra_data(handle, "page", page);
     int retData = app_control_add_extra_data(handle, "data", dataText.c_str());
@@ -267,7 +270,7 @@ try {
         if (ret != APP_CONTROL_ERROR_NONE) {
             SSO_LOGE("Failed to launch [%s], result is [%d]", kAccountAppId, ret);
             sso_private_disarm_view_state_callback();
-            return 1;
+            return sso_private_fail(SSO_ERROR_LAUNCH_FAILED, 1);
         }
         SSO_LOGY("Succeeded to launch [%s]", kAccountAppId);
         // Stays armed: a later close of the account view fires it once more.
@@ -283,7 +286,7 @@ try {
     int ret = app_control_send_launch_request(handle, nullptr, nullptr);
     if (ret != APP_CONTROL_ERROR_NONE) {
         SSO_LOGE("Failed to launch [%s], result is [%d]", kAccountAppId, ret);
-        result = 1;
+        result = sso_private_fail(SSO_ERROR_LAUNCH_FAILED, 1);
         sso_private_disarm_view_state_callback();
     } else {
         SSO_LOGY("Succeeded to launch [%s]", kAccountAppId);
@@ -300,7 +303,7 @@ try {
     (void)reserved;
     if (window == nullptr || caller_id == nullptr || callback == nullptr) {
         SSO_LOGE("one of the input param is nullptr, please check first");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     return sso_show(7, nullptr, caller_id, callback, user_data);
 }
@@ -312,7 +315,7 @@ SSO_API int sso_show_with_transparent_win(int type, const char *caller_id,
 try {
     if (caller_id == nullptr || callback == nullptr) {
         SSO_LOGE("the input param is nullptr, please check first");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     std::string data;
     if (transparent) {

@@ -44,28 +44,28 @@ try {
         return -1;
     if (app_id == nullptr) {
         SSO_LOG_CHECK_NULL("app_id is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (packagename == nullptr) {
         SSO_LOG_CHECK_NULL("packagename is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (signature == nullptr) {
         SSO_LOG_CHECK_NULL("signature is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("request_whitelist_accesstoken_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
     if (pCallerInfoInstance == nullptr) {
         SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
     }
     if (!pCallerInfoInstance->CheckCaller(kCheckCallerPackage, packagename)) {
         SSO_LOGE("not allowed with this package name (%s)", packagename);
-        return -1;
+        return sso_private_fail(SSO_ERROR_NOT_ALLOWED, -1);
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
@@ -94,16 +94,16 @@ try {
     SSO_LOG_START();
     if (app_id == nullptr) {
         SSO_LOG_CHECK_NULL("app_id is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (callback == nullptr) {
         SSO_LOG_CHECK_NULL("request_whitelist_accesstoken_cb is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
     if (pCallerInfoInstance == nullptr) {
         SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
     }
     std::string packageId = pCallerInfoInstance->GetPackageID();
     std::string signature = pCallerInfoInstance->GetSignature(true);
@@ -131,22 +131,22 @@ try {
     SSO_LOG_START();
     if (app_id == nullptr) {
         SSO_LOG_CHECK_NULL("app_id is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (packagename == nullptr) {
         SSO_LOG_CHECK_NULL("packagename is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     // Purely local: no liveness check, the login state comes first.
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
     CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
     if (pCallerInfoInstance == nullptr) {
         SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
     }
     if (!pCallerInfoInstance->CheckCaller(kCheckCallerPackage, packagename)) {
         SSO_LOGE("not allowed with this package name (%s)", packagename);
-        return -1;
+        return sso_private_fail(SSO_ERROR_NOT_ALLOWED, -1);
     }
     char *guidBuffer = nullptr;
     if (sso_get_guid(&guidBuffer) != 0 || guidBuffer == nullptr) {
@@ -161,7 +161,7 @@ try {
     CSSOSSData *pSSDataInstance = SSOAPISingleton<CSSOSSData>::GetInstance();
     if (pSSDataInstance == nullptr) {
         SSO_LOG_CHECK_NULL("pSSDataInstance is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
     }
     std::string value;
     if (!pSSDataInstance->ExtractApplicationData(packagename, guid, dataKey, value)) {
@@ -172,14 +172,14 @@ try {
     char *buffer = static_cast<char *>(calloc(size, 1));
     if (buffer == nullptr) {
         SSO_LOGE("malloc() failed!");
-        return -1;
+        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);
     }
     snprintf(buffer, size, "%s", value.c_str());
     if (access_token == nullptr) {
         // Nowhere to hand the copy to: nothing stays allocated.
         free(buffer);
         SSO_LOG_CHECK_NULL("access_token is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     *access_token = buffer;
     SSO_LOG_DEVEL("access_token = %s", buffer);
@@ -193,12 +193,12 @@ try {
     SSO_LOG_START();
     if (app_id == nullptr) {
         SSO_LOG_CHECK_NULL("app_id is nullptr");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
     if (pCallerInfoInstance == nullptr) {
         SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
     }
     std::string packageId = pCallerInfoInstance->GetPackageID();
     return sso_api_get_whitelist_accesstoken(app_id, packageId.c_str(), access_token);

@@ -28,9 +28,15 @@ constexpr ErrcInfo kErrc[] = {
     {errc::not_allowed, "not_allowed", "the application may not make this call"},
     {errc::storage_unreadable, "storage_unreadable", "the account data cannot be read"},
     {errc::account_limit, "account_limit", "the device holds six accounts already"},
+    {errc::client_name_taken, "client_name_taken",
+     "another process holds this process's client bus name"},
+    {errc::bus_error, "bus_error", "the call on the bus failed"},
+    {errc::not_supported, "not_supported", "not supported (retired, or not on this product)"},
     {errc::out_of_memory, "out_of_memory", "a text could not be allocated"},
-    {errc::failed, "failed", "the call failed"},
     {errc::launch_failed, "launch_failed", "the account UI could not be launched"},
+    {errc::not_found, "not_found", "the value asked for is not stored"},
+    {errc::internal, "internal", "an unexpected failure inside the library"},
+    {errc::failed, "failed", "the call failed"},
     {errc::deadline_exceeded, "deadline_exceeded", "the deadline passed before the result came"},
     {errc::cancelled, "cancelled", "the request was cancelled"},
     {errc::superseded, "superseded", "a newer account page replaced this one"},
@@ -111,10 +117,9 @@ const char *name(errc e) noexcept
     return info != nullptr ? info->name : "unknown";
 }
 
-const char *service_result_name(int) noexcept
+const char *service_result_name(int code) noexcept
 {
-    // The C library names no result codes of the service yet.
-    return nullptr;
+    return sso_service_result_name(code);
 }
 
 Error::Error(std::error_code ec) : std::system_error(ec) {}
@@ -123,8 +128,15 @@ namespace detail {
 
 std::error_code failure_after(int rc) noexcept
 {
-    // The return codes the C functions document besides -1; -1 itself says
-    // only that the call failed.
+    // Read at once, on the thread of the failed call: the C library's own
+    // cause, whose numbers errc shares. A refusal carries the service's
+    // answer as a code of the service's category.
+    const sso_error_e cause = sso_last_error();
+    if (cause == SSO_ERROR_SERVICE_REFUSED && sso_last_service_answer() != 0)
+        return std::error_code(sso_last_service_answer(), service_category());
+    if (cause != SSO_ERROR_NONE && Find(static_cast<int>(cause)) != nullptr)
+        return make_error_code(static_cast<errc>(cause));
+    // No cause recorded: what the return value says.
     switch (rc) {
     case -100:
         return make_error_code(errc::account_limit);

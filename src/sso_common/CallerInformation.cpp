@@ -1,9 +1,6 @@
 #include "CallerInformation.h"
 
 #include <app_common.h>
-#include <openssl/bio.h>
-#include <openssl/evp.h>
-#include <openssl/x509.h>
 #include <sso_api/sso_api.h>
 
 #include <cstdio>
@@ -13,6 +10,7 @@
 #include <stdexcept>
 
 #include "SSOAPIUtil.h"
+#include "SSOCrypto.h"
 #include "sso_api_guard.h"
 #include "sso_log.h"
 
@@ -223,28 +221,34 @@ bool CCallerInformation::m_DecodeCertificate(const char *text, size_t length,
         SSO_LOG_CHECK_NULL("Failed to calloc()");
         return false;
     }
-    BIO *source = BIO_new_mem_buf(text, static_cast<int>(length));
+    const SSOCryptoApi *crypto = SSOCrypto();
+    if (crypto == nullptr) {
+        SSO_LOG_CHECK_NULL("Failed to load libcrypto");
+        free(buffer);
+        return false;
+    }
+    BIO *source = crypto->BIO_new_mem_buf(text, static_cast<int>(length));
     if (source == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to BIO_new_mem_buf()");
         free(buffer);
         return false;
     }
-    BIO *base64 = BIO_new(BIO_f_base64());
+    BIO *base64 = crypto->BIO_new(crypto->BIO_f_base64());
     if (base64 == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to BIO_new()");
-        BIO_free_all(source);
+        crypto->BIO_free_all(source);
         free(buffer);
         return false;
     }
     // The registry stores the text on one line.
-    BIO_set_flags(base64, BIO_FLAGS_BASE64_NO_NL);
-    BIO *chain = BIO_push(base64, source);
-    int decodedSize = BIO_read(chain, buffer, static_cast<int>(length));
+    crypto->BIO_set_flags(base64, BIO_FLAGS_BASE64_NO_NL);
+    BIO *chain = crypto->BIO_push(base64, source);
+    int decodedSize = crypto->BIO_read(chain, buffer, static_cast<int>(length));
     SSO_LOGY("decoded size = %d", decodedSize);
     *decodedLength = decodedSize < 0 ? 0 : decodedSize;
     *decoded = buffer;
     SSO_LOGD("[END] decodedSize = %d", *decodedLength);
-    BIO_free_all(chain);
+    crypto->BIO_free_all(chain);
     return true;
 }
 
@@ -262,8 +266,10 @@ std::string CCallerInformation::m_GetPackageSignature(bool useSha256)
         SSO_LOGE("Failed to m_DecodeCertificate()");
         return std::string();
     }
+    // m_DecodeCertificate succeeded, so libcrypto is loaded.
+    const SSOCryptoApi *crypto = SSOCrypto();
     const unsigned char *cursor = der;
-    X509 *x509 = d2i_X509(nullptr, &cursor, derLength);
+    X509 *x509 = crypto->d2i_X509(nullptr, &cursor, derLength);
     free(der);
     if (x509 == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to d2i_X509()");
@@ -271,8 +277,8 @@ std::string CCallerInformation::m_GetPackageSignature(bool useSha256)
     }
 
     std::string signature;
-    X509_PUBKEY *publicKey = X509_get_X509_PUBKEY(x509);
-    int keyLength = i2d_X509_PUBKEY(publicKey, nullptr);
+    X509_PUBKEY *publicKey = crypto->X509_get_X509_PUBKEY(x509);
+    int keyLength = crypto->i2d_X509_PUBKEY(publicKey, nullptr);
     unsigned char *keyDer = nullptr;
     if (keyLength < 1) {
         SSO_LOGE("Failed to i2d_X509_PUBKEY()");
@@ -280,11 +286,12 @@ std::string CCallerInformation::m_GetPackageSignature(bool useSha256)
         SSO_LOG_CHECK_NULL("Failed to scopedDerPubkey()");
     } else {
         unsigned char *out = keyDer;
-        i2d_X509_PUBKEY(publicKey, &out);
+        crypto->i2d_X509_PUBKEY(publicKey, &out);
         unsigned char digest[EVP_MAX_MD_SIZE] = {0};
         unsigned int length = 0;
-        if (EVP_Digest(keyDer, static_cast<size_t>(keyLength), digest, &length,
-                       useSha256 ? EVP_sha256() : EVP_sha1(), nullptr) != 1) {
+        if (crypto->EVP_Digest(keyDer, static_cast<size_t>(keyLength), digest, &length,
+                               useSha256 ? crypto->EVP_sha256() : crypto->EVP_sha1(),
+                               nullptr) != 1) {
             SSO_LOGE("Failed to EVP_Digest()");
         } else {
             SSO_LOGY("length = [%d]", static_cast<int>(digestLength));
@@ -296,7 +303,7 @@ std::string CCallerInformation::m_GetPackageSignature(bool useSha256)
         }
     }
     free(keyDer);
-    X509_free(x509);
+    crypto->X509_free(x509);
     return signature;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "SSOAPIError.h"
 #include "sso_log.h"
 
 // The two wordings of a failed read ("value key" and "value. key") and the
@@ -48,52 +49,65 @@ bool ICVConf::SetAppLaunchedID(const char *id)
 
 namespace {
 
-// The pattern of every int accessor that reports a failure value.
-bool GetIntWithFailureValue(const char *key, int &value, int failureValue)
+// A read that failed: a key nobody wrote, or a store that cannot be read.
+void RecordReadFailure(int code)
 {
-    SSO_LOG_START();
+    SSOAPIError::Set(code == VCONF_ERROR_FILE_NO_ENT ? SSO_ERROR_NOT_FOUND
+                                                     : SSO_ERROR_STORAGE_UNREADABLE);
+}
+
+// The helpers write their lines under the name of the accessor that called
+// them: each key's lines are found by its accessor.
+
+// The pattern of every int accessor that reports a failure value.
+bool GetIntWithFailureValue(const char *accessor, const char *key, int &value, int failureValue)
+{
+    SSO_LOGD_FOR(accessor, "[START] ");
     int read = 0;
-    if (vconf_get_int(key, &read) != 0) {
+    int code = vconf_get_int(key, &read);
+    if (code != 0) {
+        RecordReadFailure(code);
         value = failureValue;
-        SSO_LOGE("Failed to get vconf value. key=(%s)", key);
+        SSO_LOGE_FOR(accessor, "Failed to get vconf value. key=(%s)", key);
         return false;
     }
     value = read;
-    SSO_LOG_END_F("key(%s) value(%d)", key, value);
+    SSO_LOGD_FOR(accessor, "[END] key(%s) value(%d)", key, value);
     return true;
 }
 
 // Keys that carry a GUID show their value only on a device with the debug
 // marker.
-bool GetString(const char *key, std::string &value, bool identifying = false)
+bool GetString(const char *accessor, const char *key, std::string &value, bool identifying = false)
 {
-    SSO_LOG_START();
+    SSO_LOGD_FOR(accessor, "[START] ");
     char *text = vconf_get_str(key);
     if (text == nullptr) {
-        SSO_LOGE("Failed to get vconf value. key=(%s)", key);
+        SSOAPIError::Set(SSO_ERROR_NOT_FOUND);
+        SSO_LOGE_FOR(accessor, "Failed to get vconf value. key=(%s)", key);
         return false;
     }
     value = text;
     free(text);
     if (!identifying)
-        SSO_LOG_END_F("key(%s) value(%s)", key, value.c_str());
+        SSO_LOGD_FOR(accessor, "[END] key(%s) value(%s)", key, value.c_str());
     else if (sso_log_detail::IsDevelMode())
-        SSO_LOG_END_F("[DEVEL] key(%s) value(%s)", key, value.c_str());
+        SSO_LOGD_FOR(accessor, "[END] [DEVEL] key(%s) value(%s)", key, value.c_str());
     else
-        SSO_LOG_END_F("key(%s) value(%s)", key, "<hidden>");
+        SSO_LOGD_FOR(accessor, "[END] key(%s) value(%s)", key, "<hidden>");
     return true;
 }
 
-std::string GetCountryCode(const char *key)
+std::string GetCountryCode(const char *accessor, const char *key)
 {
-    SSO_LOG_START();
+    SSO_LOGD_FOR(accessor, "[START] ");
     std::string code;
     char *text = vconf_get_str(key);
     if (text != nullptr) {
         code = text;
         free(text);
     }
-    SSO_LOG_END_F("key(%s) value(%s)", key, code.c_str());
+    SSO_LOGD_FOR(accessor, "[END] key(%s) value(%s)", key, code.c_str());
     return code;
 }
 
@@ -101,7 +115,7 @@ std::string GetCountryCode(const char *key)
 
 bool ICVConf::GetPublicDataVer(int &value)
 {
-    return GetIntWithFailureValue(VCONF_PUBLIC_DATA_VER, value, -1);
+    return GetIntWithFailureValue(__func__, VCONF_PUBLIC_DATA_VER, value, -1);
 }
 
 bool ICVConf::GetComssEnforceLoginValue(int &value)
@@ -128,12 +142,12 @@ bool ICVConf::GetRMDisableEnforceLoginValue(bool &value)
 
 std::string ICVConf::GetUCCodeAlpha2()
 {
-    return GetCountryCode(VCONF_UC_CODE_ALPHA2);
+    return GetCountryCode(__func__, VCONF_UC_CODE_ALPHA2);
 }
 
 std::string ICVConf::GetUCCodeAlpha3()
 {
-    return GetCountryCode(VCONF_UC_CODE_ALPHA3);
+    return GetCountryCode(__func__, VCONF_UC_CODE_ALPHA3);
 }
 
 bool ICVConf::GetTempLogoutStatus(int &value)
@@ -151,35 +165,35 @@ bool ICVConf::GetTempLogoutStatus(int &value)
 
 bool ICVConf::GetLoginState(int &value)
 {
-    return GetIntWithFailureValue(VCONF_LOGIN_STATE, value, 0);
+    return GetIntWithFailureValue(__func__, VCONF_LOGIN_STATE, value, 0);
 }
 
 bool ICVConf::GetViewState(int &value)
 {
-    return GetIntWithFailureValue(VCONF_VIEW_STATE, value, 0);
+    return GetIntWithFailureValue(__func__, VCONF_VIEW_STATE, value, 0);
 }
 
 bool ICVConf::GetAccountCount(int &value)
 {
-    return GetIntWithFailureValue(VCONF_ACCOUNT_COUNT, value, 0);
+    return GetIntWithFailureValue(__func__, VCONF_ACCOUNT_COUNT, value, 0);
 }
 
 bool ICVConf::GetAccountDisplayName(std::string &value)
 {
-    return GetString(VCONF_DISPLAY_NAME, value);
+    return GetString(__func__, VCONF_DISPLAY_NAME, value);
 }
 
 bool ICVConf::GetAccountEventExtra(std::string &value)
 {
-    return GetString(VCONF_ACCOUNT_EVENT_EXTRA, value, true);
+    return GetString(__func__, VCONF_ACCOUNT_EVENT_EXTRA, value, true);
 }
 
 bool ICVConf::GetPreviousLoginId(std::string &value)
 {
-    return GetString(VCONF_PREV_LOGIN_ID, value);
+    return GetString(__func__, VCONF_PREV_LOGIN_ID, value);
 }
 
 bool ICVConf::GetPreviousLoginGuid(std::string &value)
 {
-    return GetString(VCONF_PREV_LOGIN_GUID, value, true);
+    return GetString(__func__, VCONF_PREV_LOGIN_GUID, value, true);
 }

@@ -13,5 +13,5 @@ SSOAPIAutoLock::~SSOAPIAutoLock()
     if (pMutex != nullptr)
         pthread_mutex_unlock(pMutex);
     else
-        SSO_LOGE("pMutex is nullptr");
+        SSO_LOGE_AT(sso_log_lines::kAutoLockNoMutex, "pMutex is nullptr");
 }

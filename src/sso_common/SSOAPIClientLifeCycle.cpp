@@ -78,7 +78,7 @@ bool SSOAPIBusyScope::WaitUntilNoneOpen(void (*release)(), std::chrono::millisec
 
 SSOAPIClientLifeCycle::SSOAPIClientLifeCycle()
 {
-    SSO_LOG_START();
+    SSO_LOGD_AT(sso_log_lines::kLifeCycleStart, "[START] ");
     SSOAPIUtil::SetClientToAlive();
     // Removed again by the C library when this library is unloaded.
     pthread_atfork(CSSOBusConnection::PrepareFork, CSSOBusConnection::ParentAfterFork,
@@ -88,7 +88,8 @@ SSOAPIClientLifeCycle::SSOAPIClientLifeCycle()
     // document runs here too.
     if (SSOAPIUtil::IsClientAlive())
         (void)SSOAPISingleton<CSSOSSData>::GetInstance();
-    SSO_LOGW_G("m_appId[%s] Alive[%d]", m_appId.c_str(), SSOAPIUtil::IsClientAlive() ? 1 : 0);
+    SSO_LOGW_G_AT(sso_log_lines::kLifeCycleAlive, "m_appId[%s] Alive[%d]", m_appId.c_str(),
+                  SSOAPIUtil::IsClientAlive() ? 1 : 0);
 }
 
 SSOAPIClientLifeCycle::~SSOAPIClientLifeCycle()
@@ -96,7 +97,8 @@ SSOAPIClientLifeCycle::~SSOAPIClientLifeCycle()
     // Runs at unload or exit: nothing here may throw.
     try {
         SSOAPIUtil::SetClientToTerminated();
-        SSO_LOGW_G("m_appId[%s] Alive[%d]", m_appId.c_str(), SSOAPIUtil::IsClientAlive() ? 1 : 0);
+        SSO_LOGW_G_AT(sso_log_lines::kLifeCycleTerminated, "m_appId[%s] Alive[%d]", m_appId.c_str(),
+                      SSOAPIUtil::IsClientAlive() ? 1 : 0);
         // Threads blocked in the library leave it before its objects, and
         // at unload its code, go away.
         if (!SSOAPIBusyScope::WaitUntilNoneOpen(ReleaseBlockedCallers, kBusyWait))
@@ -109,7 +111,7 @@ SSOAPIClientLifeCycle::~SSOAPIClientLifeCycle()
         SSOAPISingleton<CSSOSvcGdbus>::RemoveInstance();
         SSOAPISingleton<CCallerInformation>::RemoveInstance();
         SSOAPISingleton<CSSOSSData>::RemoveInstance();
-        SSO_LOG_END();
+        SSO_LOGD_AT(sso_log_lines::kLifeCycleEnd, "[END] ");
     } catch (...) {
         // A failed lock of the alive flag; the process is going away anyway.
     }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ICVConf.h"
+#include "SSOAPIError.h"
 #include "SSOAPIClientLifeCycle.h"
 #include "SSOAPIUtil.h"
 #include "sso_api_proxy.h"
@@ -230,6 +231,7 @@ bool SSOAPIClientUtil::GetAccountsInfo(sso_accounts_info &out)
     CSSOSSData *cache = DataCache();
     if (cache == nullptr) {
         SSO_LOG_CHECK_NULL("pSSDataInstance is null");
+        SSOAPIError::Set(SSO_ERROR_UNLOADING);
         return false;
     }
     out = cache->GetAccountsInfo();
@@ -255,7 +257,7 @@ int SSOAPIClientUtil::IsAddAccountAvailable(const char *loginId)
 {
     if (DataCache() == nullptr) {
         SSO_LOG_CHECK_NULL("pSSDataInstance is null");
-        return -1;
+        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
     }
     sso_accounts_info info;
     if (!GetAccountsInfo(info)) {
@@ -275,7 +277,7 @@ int SSOAPIClientUtil::IsAddAccountAvailable(const char *loginId)
         return 0;
     }
     SSO_LOGE("It exceeded the maximum number of accounts(%d)", kMaxAccounts);
-    return kAddAccountLimitReached;
+    return sso_private_fail(SSO_ERROR_ACCOUNT_LIMIT, kAddAccountLimitReached);
 }
 
 bool SSOAPIClientUtil::m_GetJsonObjectFromString(std::string &text, Json::Value &out)

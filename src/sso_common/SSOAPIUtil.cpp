@@ -39,7 +39,7 @@ void SSOAPIUtil::SetClientToAlive()
 {
     LockOrThrow(&m_mutexClientAlive);
     m_bClientAlive = true;
-    SSO_LOGY("m_bClientAlive [%d]", 1);
+    SSO_LOGY_AT(sso_log_lines::kSetClientToAlive, "m_bClientAlive [%d]", 1);
     pthread_mutex_unlock(&m_mutexClientAlive);
 }
 
@@ -47,7 +47,7 @@ void SSOAPIUtil::SetClientToTerminated()
 {
     LockOrThrow(&m_mutexClientAlive);
     m_bClientAlive = false;
-    SSO_LOGY("m_bClientAlive [%d]", 0);
+    SSO_LOGY_AT(sso_log_lines::kSetClientToTerminated, "m_bClientAlive [%d]", 0);
     pthread_mutex_unlock(&m_mutexClientAlive);
 }
 
@@ -55,7 +55,7 @@ bool SSOAPIUtil::IsClientAlive()
 {
     LockOrThrow(&m_mutexClientAlive);
     bool alive = m_bClientAlive;
-    SSO_LOGY("m_bClientAlive [%d]", alive ? 1 : 0);
+    SSO_LOGY_AT(sso_log_lines::kIsClientAlive, "m_bClientAlive [%d]", alive ? 1 : 0);
     pthread_mutex_unlock(&m_mutexClientAlive);
     return alive;
 }

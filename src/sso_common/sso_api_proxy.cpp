@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "SSOAPIAutoLock.h"
+#include "SSOAPIError.h"
 #include "SSOAPIUtil.h"
 #include "sso_log.h"
 
@@ -56,13 +57,41 @@ void InitMonotonicCond(pthread_cond_t *cond)
     pthread_condattr_destroy(&attr);
 }
 
+#if defined(__SANITIZE_THREAD__)
+#define SSO_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define SSO_THREAD_SANITIZER 1
+#endif
+#endif
+
+// Locks mutex unless the deadline passes first.
+bool LockBefore(pthread_mutex_t *mutex, SSOClock::time_point deadline)
+{
+#if defined(SSO_THREAD_SANITIZER)
+    // ThreadSanitizer does not know pthread_mutex_clocklock: it would see
+    // every unlock as one of a mutex nobody locked, and lose what the lock
+    // orders. Its build waits by the wall clock instead.
+    struct timespec ts;
+    clock_gettime(CLOCK_REALTIME, &ts);
+    auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::max(deadline - SSOClock::now(), SSOClock::duration::zero()));
+    long long nanos = static_cast<long long>(ts.tv_nsec) + left.count() % 1000000000;
+    ts.tv_sec += static_cast<time_t>(left.count() / 1000000000 + nanos / 1000000000);
+    ts.tv_nsec = static_cast<long>(nanos % 1000000000);
+    return pthread_mutex_timedlock(mutex, &ts) == 0;
+#else
+    struct timespec ts = MonotonicTimespec(deadline);
+    return pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &ts) == 0;
+#endif
+}
+
 // m_mutexProxy, waited for no longer than a deadline.
 class TimedProxyLock {
 public:
-    TimedProxyLock(pthread_mutex_t *mutex, SSOClock::time_point deadline) : m_mutex(mutex)
+    TimedProxyLock(pthread_mutex_t *mutex, SSOClock::time_point deadline)
+        : m_mutex(mutex), m_locked(LockBefore(mutex, deadline))
     {
-        struct timespec ts = MonotonicTimespec(deadline);
-        m_locked = pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &ts) == 0;
     }
     ~TimedProxyLock()
     {
@@ -177,29 +206,30 @@ std::shared_ptr<CSSOBusConnection> CSSOSvcGdbus::connection()
 
 // Brings the link up if it is down; all of it under m_mutexProxy, which a
 // thread waits for no longer than its own set-up allowance. With connection,
-// also hands out a reference of the caller's own to the connection.
+// also hands out a reference of the caller's own to the connection, and with
+// generation the number of that link.
 bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
-                              std::shared_ptr<CSSOBusConnection> *connection)
+                              std::shared_ptr<CSSOBusConnection> *connection, uint64_t *generation)
 {
     const SSOClock::time_point deadline = arrival + std::chrono::seconds(kSetUpSeconds);
     TimedProxyLock lock(&m_mutexProxy, deadline);
     if (!lock.locked()) {
         SSO_LOGE("The link's set-up by another thread did not end within %d s", kSetUpSeconds);
-        return false;
+        return sso_private_fail(SSO_ERROR_TIMED_OUT, false);
     }
     if (m_IsGivenProxy())
-        return false;
+        return sso_private_fail(SSO_ERROR_LINK_GIVEN_UP, false);
     if (m_introspectionXml.empty()) {
         SSO_LOGE("m_introspectionXml is empty.");
-        return false;
+        return sso_private_fail(SSO_ERROR_INTERNAL, false);
     }
     if (m_interfaceVTable.method_call == nullptr) {
         SSO_LOGE("m_interfaceVTable.method_call is empty.");
-        return false;
+        return sso_private_fail(SSO_ERROR_INTERNAL, false);
     }
     if (m_processId <= 0) {
         SSO_LOGE("m_processId is '<= 0'");
-        return false;
+        return sso_private_fail(SSO_ERROR_INTERNAL, false);
     }
 
     if (m_bProxyMonitorCreated && m_pConnectionToServer != nullptr) {
@@ -207,13 +237,15 @@ bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
             SSO_LOG_END_F("m_pConnectionToServer is already connected");
             if (connection != nullptr)
                 *connection = m_pConnectionToServer;
+            if (generation != nullptr)
+                *generation = m_linkGeneration.load();
             return true;
         }
         // Found lazily, at the next call: rebuild both directions.
         SSO_LOGE("m_pConnectionToServer is disconnected. Try to clean up and connect again.");
         if (pthread_equal(pthread_self(), static_cast<pthread_t>(m_proxyMonitorThreadId.load()))) {
             SSO_LOGE("The link cannot be rebuilt from its own monitor thread");
-            return false;
+            return sso_private_fail(SSO_ERROR_NO_BUS, false);
         }
         m_ReleaseConnectionToServer();
         m_DestroyProxyMonitor();
@@ -222,11 +254,11 @@ bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
     // A set-up that failed after this request began was this request's try.
     if (!m_bLastSetUpOk && m_lastSetUpEnd >= arrival) {
         SSO_LOGE("The link's set-up failed while this request waited for it; not tried again");
-        return false;
+        return sso_private_fail(m_lastSetUpError, false);
     }
     if (g_cancellable_is_cancelled(m_pCallCancellable)) {
         SSO_LOGE("The link is being torn down");
-        return false;
+        return sso_private_fail(SSO_ERROR_UNLOADING, false);
     }
 
     bool ok = false;
@@ -238,11 +270,16 @@ bool CSSOSvcGdbus::m_GetProxy(SSOClock::time_point arrival,
         m_DestroyProxyMonitor();
     } else {
         ok = true;
+        m_linkGeneration.fetch_add(1, std::memory_order_acq_rel);
         if (connection != nullptr)
             *connection = m_pConnectionToServer;
+        if (generation != nullptr)
+            *generation = m_linkGeneration.load();
     }
     m_lastSetUpEnd = SSOClock::now();
     m_bLastSetUpOk = ok;
+    // Threads that waited for this attempt fail with its cause.
+    m_lastSetUpError = ok ? SSO_ERROR_NONE : SSOAPIError::Last();
     return ok;
 }
 
@@ -264,6 +301,7 @@ bool CSSOSvcGdbus::m_GetConnectionToServer(SSOClock::time_point deadline)
     if (connection == nullptr) {
         SSO_LOGE("g_bus_get_sync() return error. %s, detail[message:%s, code:%d]",
                  EncodedError(error).c_str(), error->message, error->code);
+        SSOAPIError::Set(SSOAPIError::FromBusError(error));
         g_error_free(error);
         return false;
     }
@@ -338,7 +376,7 @@ bool CSSOSvcGdbus::m_CreateProxyMonitor(SSOClock::time_point deadline)
     int err = pthread_create(&thread, nullptr, m_RunProxyMonitor, this);
     if (err != 0) {
         SSO_LOGE("Failed to pthread_create() : %d", err);
-        return false;
+        return sso_private_fail(SSO_ERROR_INTERNAL, false);
     }
     m_proxyMonitorThreadId.store(static_cast<unsigned long>(thread), std::memory_order_release);
 
@@ -647,7 +685,10 @@ bool CSSOSvcGdbus::m_CheckClientName(SSOClock::time_point deadline)
     if (state == NameState::Pending) {
         SSO_LOGE("The bus has not answered for the client name %s; the request is not sent",
                  m_clientBusName.c_str());
-        return false;
+        return sso_private_fail(g_cancellable_is_cancelled(m_pCallCancellable)
+                                    ? SSO_ERROR_UNLOADING
+                                    : SSO_ERROR_TIMED_OUT,
+                                false);
     }
 
     std::shared_ptr<CSSOBusConnection> conn = connection();
@@ -673,7 +714,7 @@ bool CSSOSvcGdbus::m_CheckClientName(SSOClock::time_point deadline)
         }
         SSO_LOGE("The client name %s is held by another connection; the request is not sent",
                  m_clientBusName.c_str());
-        return false;
+        return sso_private_fail(SSO_ERROR_CLIENT_NAME_TAKEN, false);
     }
     if (holder == getpid()) {
         // An earlier connection of this process, on its way out: ours next.
@@ -690,7 +731,7 @@ bool CSSOSvcGdbus::m_CheckClientName(SSOClock::time_point deadline)
     SSO_LOGE("The client name %s is held by process %d; the request is not sent, its result "
              "would go there",
              m_clientBusName.c_str(), static_cast<int>(holder));
-    return false;
+    return sso_private_fail(SSO_ERROR_CLIENT_NAME_TAKEN, false);
 }
 
 void CSSOSvcGdbus::m_OnSignal(CSSOBusConnection *, const gchar *, const gchar *, const gchar *,
@@ -780,7 +821,7 @@ void CSSOSvcGdbus::m_HandleMethodCall(CSSOBusConnection *connection, const gchar
 }
 
 bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *parameters,
-                                      GVariant **reply, int timeout)
+                                      GVariant **reply, int timeout, uint64_t link)
 {
     SSO_LOG_START();
     SSO_LOGE("--- methodName [%s] m_objectName [%s] --->", methodName.c_str(),
@@ -789,8 +830,17 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
     // The connection comes with a reference of our own, taken under the
     // link's lock: a rebuild on another thread cannot free it under this call.
     std::shared_ptr<CSSOBusConnection> connection;
-    if (!m_GetProxy(SSOClock::now(), &connection) || connection == nullptr) {
+    uint64_t generation = 0;
+    bool ok = m_GetProxy(SSOClock::now(), &connection, &generation) && connection != nullptr;
+    if (!ok) {
         SSO_LOGE("Failed to GetProxy()");
+    } else if (link != 0 && generation != link) {
+        // Rebuilt by another thread after the request was made up: its
+        // request id and its outstanding entry belong to the old link.
+        SSO_LOGE("The link was rebuilt after [%s] was made up; it is not sent", methodName.c_str());
+        ok = false;
+    }
+    if (!ok) {
         if (parameters != nullptr)
             g_variant_unref(g_variant_ref_sink(parameters));
         return false;
@@ -826,6 +876,9 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
     if (error != nullptr) {
         SSO_LOGE("g_dbus_connection_call_sync return error. %s, detail[message:%s, code:%d]",
                  EncodedError(error).c_str(), error->message, error->code);
+        sso_error_e cause = SSOAPIError::FromBusError(error);
+        SSOAPIError::Set(cause == SSO_ERROR_UNLOADING && isGiven() ? SSO_ERROR_LINK_GIVEN_UP
+                                                                   : cause);
         g_error_free(error);
         return false;
     }

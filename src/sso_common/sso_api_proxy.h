@@ -20,9 +20,11 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 
+#include "SSOAPIError.h"
 #include "SSOAPIRequestRegistry.h"
 #include "SSOAPISingleton.h"
 #include "sso_bus_connection.h"
@@ -72,9 +74,11 @@ public:
     // Calls methodName on the service synchronously. parameters is a floating
     // tuple, consumed. On true, *reply holds the reply (the caller unrefs
     // it). Runs on the calling thread; blocks up to timeout ms, plus the link
-    // set-up when the link is down.
+    // set-up when the link is down. With link (a linkGeneration()), the call
+    // is sent only on that link: a request made up for a link that was
+    // rebuilt since carries a request id whose result would be dropped.
     bool CallMethodToServer(std::string methodName, GVariant *parameters, GVariant **reply,
-                            int timeout);
+                            int timeout, uint64_t link = 0);
 
     // Tears the link down for good: later requests of the process fail.
     // Waits on no reply from the bus; joins the library's threads (when
@@ -103,6 +107,10 @@ public:
         return static_cast<long long>(m_proxyMonitorThreadId.load(std::memory_order_acquire));
     }
     bool isGiven() const { return m_bGivenProxy.load(std::memory_order_acquire); }
+    // Which link is up: a new number for every link set up (0 before the
+    // first). Read it before proxyMonitorThreadId(), so a rebuild in between
+    // shows as a changed link at the call.
+    uint64_t linkGeneration() const { return m_linkGeneration.load(std::memory_order_acquire); }
     // The connection of the link, or null while there is none.
     std::shared_ptr<CSSOBusConnection> connection();
 
@@ -133,7 +141,8 @@ private:
     };
 
     bool m_GetProxy(SSOClock::time_point arrival,
-                    std::shared_ptr<CSSOBusConnection> *connection = nullptr);
+                    std::shared_ptr<CSSOBusConnection> *connection = nullptr,
+                    uint64_t *generation = nullptr);
     bool m_GetConnectionToServer(SSOClock::time_point deadline);
     void m_ReleaseConnectionToServer();
     bool m_CreateProxyMonitor(SSOClock::time_point deadline);
@@ -172,7 +181,8 @@ private:
     // Set once by GiveProxyOfProcess: a transport made afterwards starts
     // given up instead of connecting.
     static std::atomic<bool> s_bProcessGaveProxy;
-    bool m_bProxyMonitorCreated = false; // guarded by m_mutexProxy
+    std::atomic<uint64_t> m_linkGeneration{0}; // bumped under m_mutexProxy by each set-up
+    bool m_bProxyMonitorCreated = false;       // guarded by m_mutexProxy
 
     // Link set-up, tear-down, handler registration. Threads that find a
     // set-up under way wait for this lock with their own deadline.
@@ -181,6 +191,7 @@ private:
     // m_mutexProxy.
     SSOClock::time_point m_lastSetUpEnd{};
     bool m_bLastSetUpOk = false;
+    sso_error_e m_lastSetUpError = SSO_ERROR_NONE;
 
     // The context of everything the link hands to the monitor: one per link,
     // run by its monitor thread; made before the monitor starts and dropped

@@ -170,8 +170,15 @@ bool UnixSocketAddress(const std::string &entry, struct sockaddr_un &addr, sockl
     return true;
 }
 
+// GLib orders the hand-over of a source to the context's thread inside its
+// own code, which ThreadSanitizer does not see (tests/sanitizers/tsan.supp).
+// One lock that both sides know from the start makes that order visible to
+// it: taken once by the thread that posts and once by the one that runs (or
+// drops) it, each only to move the closure's function, never while it runs.
+std::mutex s_handOverMutex;
+
 struct Closure {
-    std::function<void()> fn;
+    std::function<void()> fn; // guarded by s_handOverMutex until it runs
 };
 
 } // namespace
@@ -182,13 +189,33 @@ void sso_bus_invoke(GMainContext *context, std::function<void()> fn)
     // run it: the handler must run where its owner asked.
     GSource *source = g_idle_source_new();
     g_source_set_priority(source, G_PRIORITY_DEFAULT);
+    Closure *closure = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(s_handOverMutex);
+        closure = new Closure{std::move(fn)};
+    }
     g_source_set_callback(
         source,
         [](gpointer data) -> gboolean {
-            static_cast<Closure *>(data)->fn();
+            auto *closure = static_cast<Closure *>(data);
+            std::function<void()> run;
+            {
+                std::lock_guard<std::mutex> lock(s_handOverMutex);
+                run = std::move(closure->fn);
+            }
+            run();
             return G_SOURCE_REMOVE;
         },
-        new Closure{std::move(fn)}, [](gpointer data) { delete static_cast<Closure *>(data); });
+        closure,
+        [](gpointer data) {
+            auto *closure = static_cast<Closure *>(data);
+            std::function<void()> unrun; // released after the lock
+            {
+                std::lock_guard<std::mutex> lock(s_handOverMutex);
+                unrun = std::move(closure->fn);
+            }
+            delete closure;
+        });
     g_source_attach(source, context);
     g_source_unref(source);
 }

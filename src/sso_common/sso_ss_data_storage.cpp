@@ -1,5 +1,7 @@
 #include "sso_ss_data_storage.h"
 
+#include "SSOAPIError.h"
+
 #include <json/json.h>
 #include <sso_deployment.h>
 
@@ -219,10 +221,12 @@ sso_accounts_info CSSOSSData::GetAccountsInfo()
     int ret = m_SyncAccountsInfo();
     if (ret == kStatusNotAlive) {
         SSO_LOGE("Client is not Alive !");
+        SSOAPIError::Set(SSO_ERROR_UNLOADING);
         return sso_accounts_info();
     }
     if (ret != kStatusOk) {
         SSO_LOGE("Failed to m_SyncAccountsInfo. Clear m_accountsInfo. ret(%d)", ret);
+        SSOAPIError::Set(SSO_ERROR_STORAGE_UNREADABLE);
         m_InitCurrentAccountInfo();
         m_InitVersion();
     }
@@ -290,9 +294,11 @@ bool CSSOSSData::m_ParseAccountApplicationData(std::string &data,
             SSO_LOGE("Exception : %s", errors.c_str());
             return false;
         }
+        // No "data" (or none for any account) parses into no pairs: the look-up
+        // of the account's GUID is what then fails.
         if (!root.isObject() || !root.isMember("data")) {
             SSO_LOGE("No Data");
-            return false;
+            return true;
         }
         const Json::Value &byGuid = root["data"];
         for (const std::string &guid : byGuid.getMemberNames()) {
@@ -304,7 +310,7 @@ bool CSSOSSData::m_ParseAccountApplicationData(std::string &data,
             SSO_LOG_DEVEL("guid(%s) has data key/value", guid.c_str());
             out.push_back(std::move(pair));
         }
-        return !out.empty();
+        return true;
     } catch (const std::exception &e) {
         SSO_LOGE("Exception : %s", e.what());
         return false;
@@ -343,19 +349,19 @@ bool CSSOSSData::ExtractApplicationData(const std::string &packageId, const std:
     std::string data;
     if (!m_GetApplicationDataByGuid(packageId, guid, data)) {
         SSO_LOGE("Failed to m_GetApplicationDataByGuid()");
-        return false;
+        return sso_private_fail(SSO_ERROR_STORAGE_UNREADABLE, false);
     }
     std::vector<UniAccountDataPair> pairs;
     if (!m_ParseAccountApplicationData(data, pairs)) {
         SSO_LOGE("Failed to m_ParseAccountApplicationData()");
-        return false;
+        return sso_private_fail(SSO_ERROR_STORAGE_UNREADABLE, false);
     }
     std::string value;
     if (!m_ExtractApplicationDataByGuidAndKey(pairs, guid, key, value)) {
         bool devel = sso_log_detail::IsDevelMode();
         SSO_LOGE("%sFailed to m_ExtractApplicationDataByGuidAndKey(). guid[%s] key[%s]",
                  devel ? "[DEVEL] " : "", devel ? guid.c_str() : "<hidden>", key.c_str());
-        return false;
+        return sso_private_fail(SSO_ERROR_NOT_FOUND, false);
     }
     m_DumpInPieces("extractedAppData", value);
     out = value;

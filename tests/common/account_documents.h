@@ -1,6 +1,7 @@
 // Public account documents for tests: built the way the SSO service writes
-// them, stored in secure storage under the deployment credential, announced
-// by bumping the data version.
+// them, stored in secure storage under the deployment credential (the
+// storage service starts with the first write), announced by bumping the
+// data version.
 #pragma once
 
 #include <json/json.h>
@@ -10,6 +11,8 @@
 
 #include <string>
 #include <vector>
+
+#include "sso_test_harness.h"
 
 namespace ssotest {
 
@@ -83,6 +86,7 @@ inline ss_credential_t DeploymentCredential()
 
 inline int WriteItem(const std::string &item, const std::string &text)
 {
+    EnsureStorageService();
     ss_credential_t cred = DeploymentCredential();
     return ss_write(item.c_str(), reinterpret_cast<const unsigned char *>(text.data()), text.size(),
                     &cred, 0);

@@ -572,7 +572,8 @@ TEST(CxxErrors, EveryCauseHasAStableNameAndASentence)
     EXPECT_STREQ(sso::name(sso::errc::deadline_exceeded), "deadline_exceeded");
     EXPECT_STREQ(sso::name(sso::errc::not_signed_in), "not_signed_in");
     EXPECT_STREQ(sso::name(static_cast<sso::errc>(9999)), "unknown");
-    for (int v : {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 50, 51, 100, 101, 102, 103}) {
+    for (int v : {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 50, 100, 101, 102,
+                  103}) {
         auto e = static_cast<sso::errc>(v);
         EXPECT_STRNE(sso::name(e), "unknown") << v;
         EXPECT_EQ(sso::make_error_code(e).message().find("unknown"), std::string::npos) << v;
@@ -581,7 +582,15 @@ TEST(CxxErrors, EveryCauseHasAStableNameAndASentence)
     EXPECT_EQ(ec.category(), sso::category());
     EXPECT_TRUE(ec == std::errc::operation_canceled);
     EXPECT_FALSE(sso::make_error_code(sso::errc::failed) == std::errc::timed_out);
-    EXPECT_EQ(std::error_code(7, sso::service_category()).message(), "the SSO service answered 7");
+    EXPECT_EQ(std::error_code(7, sso::service_category()).message(),
+              "the SSO service answered 7 (account_limit)");
+    EXPECT_EQ(std::error_code(77, sso::service_category()).message(),
+              "the SSO service answered 77");
+    // The C library's causes and errc share their numbers.
+    for (int v = SSO_ERROR_INVALID_ARGUMENT; v <= SSO_ERROR_INTERNAL; ++v)
+        EXPECT_STREQ(sso::name(static_cast<sso::errc>(v)),
+                     sso_error_name(static_cast<sso_error_e>(v)))
+            << v;
 }
 
 TEST(CxxErrors, ThrowingAccessorsCarryTheCode)

@@ -52,7 +52,7 @@ TEST_F(CxxRequests, TokensAndAuthCodesInBothForms)
     EXPECT_TRUE(StartsWith(token.callback.value(), "AT.")) << token.callback.value();
     EXPECT_TRUE(StartsWith(token.future.value(), "AT."));
     EXPECT_NE(token.callback.value(), token.future.value());
-    EXPECT_EQ(token.callback.code_name(), nullptr);
+    EXPECT_STREQ(token.callback.code_name(), "ok");
 
     for (auto both :
          {RunBoth(sso::request_auth_code, {kAppId, std::nullopt}),
@@ -305,6 +305,8 @@ TEST_F(CxxSignedOut, RequestsThatNeedASignedInUserFailAtOnceAsValuesOrExceptions
     auto r = sso::request_access_token({kAppId, "s3cret", std::nullopt}).get();
     EXPECT_FALSE(r.answered());
     EXPECT_EQ(r.error().category(), sso::category());
+    // The C library's own cause, as a value of the C++ API.
+    EXPECT_EQ(r.error(), sso::errc::not_signed_in);
     EXPECT_THROW((void)sso::request_user_info().value(), sso::Error);
     std::atomic<int> calls{0};
     sso::Request cb = sso::request_auth_code(
@@ -318,6 +320,7 @@ TEST_F(CxxSignedOut, RequestsThatNeedASignedInUserFailAtOnceAsValuesOrExceptions
     EXPECT_FALSE(cb.pending());
 
     EXPECT_FALSE(sso::guid());
+    EXPECT_EQ(sso::guid().error(), sso::errc::not_signed_in);
     EXPECT_THROW((void)sso::login_info().value(), sso::Error);
     EXPECT_EQ(sso::login_state().value(), sso::LoginState::signed_out);
     // The device code needs nobody signed in.

@@ -142,6 +142,8 @@ void Simulator::StartWithArgs(const std::vector<std::string> &extra_args,
     if (child_.pid() > 0)
         throw std::runtime_error("Simulator::Start: the simulator is already running");
     RequirePrivateBus();
+    // The service publishes the accounts in secure storage.
+    EnsureStorageService();
     env_ = env;
     args_ = extra_args;
     exit_status_ = -1;
@@ -361,6 +363,22 @@ bool Simulator::NameHasOwner(const std::string &bus_name)
     g_variant_get(reply, "(b)", &owned);
     g_variant_unref(reply);
     return owned != FALSE;
+}
+
+std::string Simulator::NameOwner(const std::string &bus_name)
+{
+    GVariant *reply = g_dbus_connection_call_sync(
+        connection(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "GetNameOwner", g_variant_new("(s)", bus_name.c_str()), G_VARIANT_TYPE("(s)"),
+        G_DBUS_CALL_FLAGS_NONE, kControlTimeoutMs, nullptr, nullptr);
+    std::string owner;
+    if (reply != nullptr) {
+        const gchar *name = nullptr;
+        g_variant_get(reply, "(&s)", &name);
+        owner = name;
+        g_variant_unref(reply);
+    }
+    return owner;
 }
 
 int Simulator::Quit(std::chrono::milliseconds timeout)

@@ -271,6 +271,9 @@ public:
     // Whether anyone owns the bus name now (asks the bus, not the simulator;
     // e.g. a client's "org.orvex.tv.ssoservice.ssoclient.<object name>").
     bool NameHasOwner(const std::string &bus_name);
+    // The unique name of the connection that owns the bus name now, "" when
+    // nobody does (asks the bus).
+    std::string NameOwner(const std::string &bus_name);
     // Asks the simulator to exit (status 0) and waits for it.
     int Quit(std::chrono::milliseconds timeout = std::chrono::seconds(5));
 

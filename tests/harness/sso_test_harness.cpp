@@ -4,6 +4,7 @@
 #include <dlog.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <grp.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -315,19 +316,124 @@ void PrivateBus::Restart()
 
 // -------------------------------------------------------------- PlatformRoot
 
+namespace {
+PlatformRoot *g_current_root = nullptr;
+} // namespace
+
 PlatformRoot::PlatformRoot()
 {
     path_ = MakeTempDir("sso-root-");
+    chmod(path_.c_str(), 0755);
     setenv("SSO_PLATFORM_ROOT", path_.c_str(), 1);
     setenv("SSO_PLATFORM_LOG", ("file:" + log_path()).c_str(), 1);
     setenv("SSO_PLATFORM_LOG_LEVEL", "verbose", 1);
     dlog_reload_config();
+    previous_ = g_current_root;
+    g_current_root = this;
 }
 
 PlatformRoot::~PlatformRoot()
 {
+    if (g_current_root == this)
+        g_current_root = previous_;
+    StopStorage();
     if (getenv("SSO_TEST_KEEP_ROOT") == nullptr)
         RemoveTree(path_);
+}
+
+PlatformRoot *PlatformRoot::Current()
+{
+    return g_current_root;
+}
+
+void PlatformRoot::StartStorage(const std::vector<std::string> &extra_args)
+{
+    if (storage_running())
+        return;
+    std::vector<std::string> argv = {ToolPath("sso-storaged"), "--root", path_};
+    argv.insert(argv.end(), extra_args.begin(), extra_args.end());
+    // Killed by pid, the service never reaches an exit where a sanitizer
+    // would report: under ThreadSanitizer a race stops it at once instead, so
+    // the test's next storage call fails. (AddressSanitizer and UBSan stop
+    // at the first error anyway.)
+    const char *tsan = getenv("TSAN_OPTIONS");
+    std::map<std::string, std::string> env = {
+        {"TSAN_OPTIONS", std::string(tsan ? tsan : "") + ":halt_on_error=1"}};
+    auto child = std::make_unique<ChildProcess>(ChildProcess::Spawn(argv, env));
+    if (!child->WaitForOutput("ready\n", std::chrono::seconds(20))) {
+        child->Kill(SIGKILL);
+        int status = child->Wait(std::chrono::seconds(5));
+        throw std::runtime_error("sso-storaged was not ready (exit status " +
+                                 std::to_string(status) + ") for " + path_);
+    }
+    storage_ = std::move(child);
+}
+
+void PlatformRoot::StopStorage()
+{
+    if (!storage_)
+        return;
+    storage_->Kill(SIGKILL);
+    storage_->Wait(std::chrono::seconds(10));
+    storage_.reset();
+}
+
+bool PlatformRoot::storage_running()
+{
+    if (!storage_ || storage_->pid() <= 0)
+        return false;
+    // Reaps it when it has ended.
+    return storage_->Wait(std::chrono::milliseconds(0)) == -1;
+}
+
+pid_t PlatformRoot::storage_pid() const
+{
+    return storage_ ? storage_->pid() : -1;
+}
+
+bool PlatformRoot::SuspendStorage()
+{
+    const pid_t pid = storage_pid();
+    if (pid <= 0 || kill(pid, SIGSTOP) != 0)
+        return false;
+    // The signal is delivered as each thread next runs; until then a thread
+    // may still answer.
+    const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+    return WaitUntil([&tasks] {
+        DIR *d = opendir(tasks.c_str());
+        if (d == nullptr)
+            return false;
+        bool all = true;
+        int seen = 0;
+        while (const struct dirent *e = readdir(d)) {
+            if (e->d_name[0] == '.')
+                continue;
+            ++seen;
+            std::string stat = ReadFileOrEmpty(tasks + "/" + e->d_name + "/stat");
+            std::size_t paren = stat.rfind(')');
+            char state =
+                paren != std::string::npos && paren + 2 < stat.size() ? stat[paren + 2] : '?';
+            if (state != 'T' && state != 't')
+                all = false;
+        }
+        closedir(d);
+        return all && seen > 0;
+    });
+}
+
+void PlatformRoot::ResumeStorage()
+{
+    if (storage_pid() > 0)
+        kill(storage_pid(), SIGCONT);
+}
+
+void EnsureStorageService()
+{
+    PlatformRoot *root = PlatformRoot::Current();
+    const char *env = getenv("SSO_PLATFORM_ROOT");
+    if (root == nullptr || env == nullptr || root->path() != env)
+        return;
+    root->StartStorage();
 }
 
 std::string PlatformRoot::DevicePath(const std::string &device_path) const
@@ -573,6 +679,27 @@ CommandResult RunCommand(const std::vector<std::string> &argv,
         child.Kill(SIGKILL);
     result.out = child.ReadStdout(std::chrono::milliseconds(500));
     return result;
+}
+
+bool CanSwitchUsers()
+{
+    return geteuid() == 0;
+}
+
+ChildProcess ForkAs(const Identity &identity, const std::function<int()> &fn)
+{
+    const pid_t parent = getpid();
+    return ChildProcess::Fork([identity, fn, parent] {
+        if (setgroups(identity.groups.size(), identity.groups.data()) != 0 ||
+            setresgid(identity.gid, identity.gid, identity.gid) != 0 ||
+            setresuid(identity.uid, identity.uid, identity.uid) != 0)
+            return 125;
+        // A change of credentials clears the parent-death signal.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            return 125;
+        return fn();
+    });
 }
 
 bool WaitUntil(const std::function<bool()> &pred, std::chrono::milliseconds timeout)

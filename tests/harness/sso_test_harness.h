@@ -9,6 +9,7 @@
 #include <chrono>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -57,8 +58,18 @@ private:
     pid_t pid_ = -1;
 };
 
+class ChildProcess;
+
 // A fresh platform root in a temporary directory: SSO_PLATFORM_ROOT points
-// at it and the platform log goes to <root>/log.txt at verbose level.
+// at it and the platform log goes to <root>/log.txt at verbose level. The
+// root is 0755, as on a device: processes of other users reach what the
+// platform lets them.
+//
+// The platform's storage service (sso-storaged) starts on first use: by
+// StartStorage(), EnsureStorageService(), a Simulator, or the test helpers
+// that write secure-storage items. It runs as the user running the test (the
+// service's user, in tests) and is killed by pid with the root, or by the
+// kernel when the test process dies.
 class PlatformRoot {
 public:
     PlatformRoot();
@@ -74,9 +85,33 @@ public:
     void CreateDeviceFile(const std::string &device_path, const std::string &content = "");
     void RemoveDeviceFile(const std::string &device_path);
 
+    // Starts the storage service for this root unless it runs; waits for its
+    // "ready". extra_args go to sso-storaged (e.g. {"--service-user", "123"})
+    // on a fresh start. Throws std::runtime_error when it is not ready in
+    // time.
+    void StartStorage(const std::vector<std::string> &extra_args = {});
+    // Kills it (SIGKILL, reaped); a later StartStorage starts a new one.
+    void StopStorage();
+    bool storage_running();
+    pid_t storage_pid() const;
+    // Stops it (SIGSTOP) and returns once every thread of it is stopped, so
+    // that nothing more is answered: a hung service. false when it did not
+    // stop in time. ResumeStorage lets it go on.
+    bool SuspendStorage();
+    void ResumeStorage();
+
+    // The root made most recently and still alive, or nullptr.
+    static PlatformRoot *Current();
+
 private:
     std::string path_;
+    std::unique_ptr<ChildProcess> storage_;
+    PlatformRoot *previous_ = nullptr;
 };
+
+// Starts the storage service of PlatformRoot::Current() when there is one
+// and SSO_PLATFORM_ROOT still names it; otherwise does nothing.
+void EnsureStorageService();
 
 // Reads the captured platform log.
 class LogCapture {
@@ -142,6 +177,18 @@ struct CommandResult {
 CommandResult RunCommand(const std::vector<std::string> &argv,
                          const std::map<std::string, std::string> &env = {},
                          std::chrono::milliseconds timeout = std::chrono::seconds(30));
+
+// Other users. Only root can be them; tests that need them skip otherwise.
+bool CanSwitchUsers();
+struct Identity {
+    uid_t uid;
+    gid_t gid;
+    std::vector<gid_t> groups; // supplementary groups
+};
+// Runs fn in a forked child (as ChildProcess::Fork) after it took on the
+// identity: groups, gid, then uid, for good (no way back to root). A child
+// that cannot exits with 125. No passwd entry is needed for the ids.
+ChildProcess ForkAs(const Identity &identity, const std::function<int()> &fn);
 
 // Polls pred every millisecond until it holds or the deadline passes.
 bool WaitUntil(const std::function<bool()> &pred,

@@ -40,11 +40,12 @@ expected=(
   "$libdir/cmake/sso_api/sso_apiConfig.cmake" "$libdir/cmake/sso_api/sso_apiConfigVersion.cmake"
   "$libdir/cmake/sso_api/sso_apiTargets.cmake"
   "$prefix/bin/ssoctl" "$prefix/bin/sso-platform" "$prefix/bin/sso-simulator"
-  "$prefix/bin/sso-account-ui-test" "$prefix/bin/sso-sim-session"
+  "$prefix/bin/sso-account-ui-test" "$prefix/bin/sso-sim-session" "$prefix/bin/sso-storaged"
   "$prefix/share/sso-simulator/devenv.sh"
   "$libdir/pkgconfig/sso-platform.pc"
   "$prefix/share/dbus-1/system-services/org.orvex.tv.ssoservice.server.service"
   "$prefix/lib/systemd/system/sso-simulator.service"
+  "$prefix/lib/systemd/system/sso-storaged.service"
   "$prefix/share/doc/sso-api-doc/json-output.md"
   "$prefix/share/dbus-1/interfaces/org.orvex.tv.ssoservice.server.xml"
   "$prefix/share/dbus-1/interfaces/org.orvex.tv.ssoservice.ssoclient.xml"
@@ -79,6 +80,11 @@ for f in "${expected[@]}"; do
 done
 readelf -d "$libdir/libsso_api.so.1" | grep -q 'Library soname: \[libsso_api.so.1\]' ||
   fail "libsso_api.so.1 has the wrong SONAME"
+# Applications do not map libcrypto for the library: it loads it on the first
+# caller fingerprint, and the secure-storage client needs none.
+for lib in "$libdir/libsso_api.so.1" "$libdir/libsso-secure-storage.so.1"; do
+  ! readelf -d "$lib" | grep -q 'NEEDED.*libcrypto' || fail "${lib##*/} links libcrypto"
+done
 echo "layout: ${#expected[@]} files where expected"
 
 # ---- the manual pages render without warnings and name what they document
@@ -145,8 +151,9 @@ c++ -std=c++17 -Wall -Wextra -Werror "$project_dir/examples/cpp/sign_in_token.cp
 out=$(SSO_PLATFORM_LOG=none LD_LIBRARY_PATH="$libdir" "$work/pc/consumer")
 echo "pkg-config consumer: $out"
 [ "$out" = "login_info_size=1536 term_state=-1 state=0" ] || fail "pkg-config consumer"
-# The README's example compiles as written, as C99.
-sed -n '/^```c$/,/^```$/p' "$project_dir/README.md" | sed '1d;$d' > "$work/pc/readme_app.c"
+# The README's first C example (the whole program) compiles as written, as C99.
+awk '/^```c$/ { on = 1; next } on && /^```$/ { exit } on' "$project_dir/README.md" \
+  > "$work/pc/readme_app.c"
 grep -q 'sso_request_access_token' "$work/pc/readme_app.c" || fail "no C example in the README"
 cc -std=c99 -Wall -Wextra -Werror -pedantic "$work/pc/readme_app.c" \
    $(pkg-config --cflags --libs sso_api) -o "$work/pc/readme_app" || fail "the README's C example"

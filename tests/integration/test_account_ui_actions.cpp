@@ -3,6 +3,8 @@
 // callback, and the refusals.
 #include <json/json.h>
 
+#include <atomic>
+
 #include "account_ui_support.h"
 
 namespace {
@@ -356,6 +358,33 @@ TEST_F(Actions, ANewerRequestTakesOverThePendingCallback)
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(calls[0].userData, &first);
     EXPECT_EQ(calls[0].result, 0);
+}
+
+// A callback that starts the next flow from inside itself.
+std::atomic<int> g_nestedReturn{-2};
+int RequestAgainFromInside(void *userData, int result, char *data)
+{
+    g_nestedReturn = sso_request_account_setup_pin(kAccountId, RecordSecond, nullptr, 1);
+    RecordFirst(userData, result, data);
+    return 0;
+}
+
+TEST_F(Actions, TheSlotIsClearedAfterItsCallSoARequestMadeInsideIsNeverCalledBack)
+{
+    Script(kAccountApp, {"Result=Complete", "Response=first"});
+    Script(kPinApp, {"Result=Complete", "Response=second"});
+    g_nestedReturn = -2;
+    loop_.Run([&] {
+        ASSERT_EQ(sso_request_account_verification(kAccountId, RequestAgainFromInside, nullptr), 0);
+    });
+    ASSERT_TRUE(FirstCalls().WaitForCount(1));
+    EXPECT_EQ(g_nestedReturn, 0);
+    // The second application answers too; its reply finds the slot empty.
+    WaitForDone(kPinApp);
+    ASSERT_TRUE(ssotest::WaitUntil([&] { return log().Count("response is [second].") == 1; }));
+    loop_.Run([] {});
+    EXPECT_EQ(SecondCalls().Count(), 0u);
+    EXPECT_EQ(FirstCalls().Count(), 1u);
 }
 
 } // namespace

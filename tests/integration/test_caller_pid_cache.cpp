@@ -79,21 +79,7 @@ protected:
         return log().Count("objectPid = obj" + std::to_string(sim_.pid()) + "\033");
     }
 
-    std::string ServiceOwner()
-    {
-        GVariant *r = g_dbus_connection_call_sync(
-            sim_.connection(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-            "org.freedesktop.DBus", "GetNameOwner", g_variant_new("(s)", ssotest::kSsoServiceName),
-            G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
-        std::string owner;
-        if (r != nullptr) {
-            const gchar *name = nullptr;
-            g_variant_get(r, "(&s)", &name);
-            owner = name;
-            g_variant_unref(r);
-        }
-        return owner;
-    }
+    std::string ServiceOwner() { return sim_.NameOwner(ssotest::kSsoServiceName); }
 };
 
 TEST_F(CallerPidCache, ResultsFromTheSameServiceAskTheBusForItsProcessIdOnce)

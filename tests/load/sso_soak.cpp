@@ -66,7 +66,7 @@ struct Options {
     std::uint32_t answer_delay_max_ms = 20;
     std::uint32_t result_delay_max_ms = 200;
     std::uint32_t pause_max_ms = 20; // between two requests of a thread
-    long rss_growth_kb = -1;         // default: 4 MiB, 64 MiB with AddressSanitizer
+    long rss_growth_kb = -1; // default: 4 MiB; 64 MiB with AddressSanitizer, 8 with ThreadSanitizer
     long fd_growth = 0;
     bool client = false;
     int index = 0;
@@ -138,6 +138,11 @@ Options Parse(int argc, char **argv)
     if (o.rss_growth_kb < 0) {
 #if defined(__SANITIZE_ADDRESS__)
         o.rss_growth_kb = 64 * 1024;
+#elif defined(__SANITIZE_THREAD__)
+        // ThreadSanitizer's allocator and shadow keep growing for a while
+        // after the warm-up: 3.5 to 4.5 MiB a client in this run, where a
+        // plain build grows by under 0.1 MiB.
+        o.rss_growth_kb = 8 * 1024;
 #else
         o.rss_growth_kb = 4 * 1024;
 #endif

@@ -1,5 +1,6 @@
 // The platform log: destinations, threshold, and the fields of every line.
 #include <dlog.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -26,6 +27,18 @@ TEST_F(Dlog, EveryLineCarriesTimePidTidPriorityBufferAndTag)
     ASSERT_TRUE(std::regex_match(lines[0], m, form)) << lines[0];
     EXPECT_EQ(std::stol(m[1]), static_cast<long>(getpid()));
     EXPECT_EQ(std::stol(m[2]), static_cast<long>(syscall(SYS_gettid)));
+}
+
+TEST_F(Dlog, ALogFileItCreatesIsNotWorldReadable)
+{
+    const std::string path = root_.path() + "/new-log.txt";
+    setenv("SSO_PLATFORM_LOG", ("file:" + path).c_str(), 1);
+    dlog_reload_config();
+    dlog_print(DLOG_ERROR, "MyTag", "a line");
+    struct stat st;
+    ASSERT_EQ(0, stat(path.c_str(), &st));
+    EXPECT_EQ(0u, st.st_mode & 0007u);
+    EXPECT_EQ(0600u, st.st_mode & 0600u);
 }
 
 TEST_F(Dlog, PrioritiesAndBuffersAreNamed)

@@ -1,12 +1,15 @@
 // The package registry: registering, looking up by application, reading the
-// certificates back as base64 of their DER, and the CLI (sso-platform pkg)
-// across processes with its exit codes.
+// certificates back as base64 of their DER, the user id each package's
+// processes run as, and the CLI (sso-platform pkg) across processes with its
+// exit codes.
 #include <gtest/gtest.h>
 #include <package_manager.h>
 #include <package_manager_admin.h>
 
 #include <cstdlib>
 #include <fstream>
+#include <ostream>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -185,6 +188,130 @@ TEST_F(PackageManager, RemoveAndReplace)
               package_manager_remove_package("org.example.pkg"));
 }
 
+// ------------------------------------------------------------- user ids
+
+class PackageUids : public PackageManager {
+protected:
+    int AddAs(const std::string &id, uid_t uid, uid_t *assigned = nullptr)
+    {
+        const char *app = id.c_str();
+        return package_manager_add_package_as(id.c_str(), &app, 1, nullptr, 0, uid, assigned);
+    }
+    static uid_t UidOf(const std::string &id, int *rc = nullptr)
+    {
+        uid_t uid = 0;
+        int r = package_manager_get_package_uid(id.c_str(), &uid);
+        if (rc)
+            *rc = r;
+        return r == PACKAGE_MANAGER_ERROR_NONE ? uid : static_cast<uid_t>(-1);
+    }
+};
+
+TEST_F(PackageUids, EachPackageGetsTheLowestFreeUserIdOfTheRange)
+{
+    ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE, Add("org.a", {"a"}));
+    ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE, Add("org.b", {"b"}));
+    uid_t assigned = 0;
+    ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE, AddAs("org.c", PACKAGE_MANAGER_UID_AUTO, &assigned));
+    EXPECT_EQ(PACKAGE_MANAGER_UID_MIN, UidOf("org.a"));
+    EXPECT_EQ(PACKAGE_MANAGER_UID_MIN + 1, UidOf("org.b"));
+    EXPECT_EQ(PACKAGE_MANAGER_UID_MIN + 2, UidOf("org.c"));
+    EXPECT_EQ(PACKAGE_MANAGER_UID_MIN + 2, assigned);
+    // A gap left by a removed package is filled first.
+    ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE, package_manager_remove_package("org.a"));
+    ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE, Add("org.d", {"d"}));
+    EXPECT_EQ(PACKAGE_MANAGER_UID_MIN, UidOf("org.d"));
+}
+
+TEST_F(PackageUids, ARegistrationKeepsThePackagesUserId)
+{
+    ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE, AddAs("org.a", 70123));
+    ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE, Add("org.a", {"a.new"}));
+    EXPECT_EQ(70123u, UidOf("org.a"));
+    EXPECT_EQ("org.a", PackageOf("a.new"));
+    // Given again explicitly, another id replaces it.
+    ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE, AddAs("org.a", 5000));
+    EXPECT_EQ(5000u, UidOf("org.a"));
+}
+
+TEST_F(PackageUids, NoTwoPackagesShareAUserIdAndRootIsNobodysPackage)
+{
+    ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE, AddAs("org.a", 4242));
+    EXPECT_EQ(PACKAGE_MANAGER_ERROR_UID_IN_USE, AddAs("org.b", 4242));
+    EXPECT_EQ(PACKAGE_MANAGER_ERROR_INVALID_PARAMETER, AddAs("org.b", 0));
+    int rc = 0;
+    UidOf("org.b", &rc);
+    EXPECT_EQ(PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE, rc) << "a refused registration was written";
+    // The package itself may register again under its own id.
+    EXPECT_EQ(PACKAGE_MANAGER_ERROR_NONE, AddAs("org.a", 4242));
+}
+
+TEST_F(PackageUids, ConcurrentRegistrationsNeverShareAUserId)
+{
+    constexpr int kProcesses = 6;
+    std::vector<ssotest::ChildProcess> children;
+    for (int p = 0; p < kProcesses; ++p)
+        children.push_back(ssotest::ChildProcess::Fork([p] {
+            const std::string id = "org.race" + std::to_string(p);
+            const char *app = id.c_str();
+            return package_manager_add_package(id.c_str(), &app, 1, nullptr, 0);
+        }));
+    std::set<uid_t> uids;
+    for (int p = 0; p < kProcesses; ++p) {
+        ASSERT_EQ(0, children[p].Wait());
+        uids.insert(UidOf("org.race" + std::to_string(p)));
+    }
+    EXPECT_EQ(static_cast<size_t>(kProcesses), uids.size());
+    EXPECT_EQ(PACKAGE_MANAGER_UID_MIN, *uids.begin());
+    EXPECT_EQ(PACKAGE_MANAGER_UID_MIN + kProcesses - 1, *uids.rbegin());
+}
+
+TEST_F(PackageUids, AnEntryWithoutAUserIdHasNone)
+{
+    ASSERT_EQ(0, system(("mkdir -p '" + root_.path() + "/packages'").c_str()));
+    std::ofstream(root_.path() + "/packages/org.old") << "app old.app\n";
+    int rc = 0;
+    UidOf("org.old", &rc);
+    EXPECT_EQ(PACKAGE_MANAGER_ERROR_NO_UID, rc);
+    EXPECT_EQ("org.old", PackageOf("old.app"));
+    UidOf("org.none", &rc);
+    EXPECT_EQ(PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE, rc);
+}
+
+struct UidLineCase {
+    const char *name;
+    const char *entry;
+};
+
+void PrintTo(const UidLineCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
+class MalformedUidLine : public PackageUids, public ::testing::WithParamInterface<UidLineCase> {};
+
+TEST_P(MalformedUidLine, MakesTheEntryMalformed)
+{
+    ASSERT_EQ(0, system(("mkdir -p '" + root_.path() + "/packages'").c_str()));
+    std::ofstream(root_.path() + "/packages/org.bad") << GetParam().entry;
+    int rc = 0;
+    UidOf("org.bad", &rc);
+    EXPECT_EQ(PACKAGE_MANAGER_ERROR_IO_ERROR, rc);
+    EXPECT_EQ("<none>", PackageOf("bad.app"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lines, MalformedUidLine,
+    ::testing::Values(UidLineCase{"Root", "app bad.app\nuid 0\n"},
+                      UidLineCase{"Negative", "app bad.app\nuid -5\n"},
+                      UidLineCase{"NotANumber", "app bad.app\nuid seventy\n"},
+                      UidLineCase{"TrailingText", "app bad.app\nuid 70000x\n"},
+                      UidLineCase{"Empty", "app bad.app\nuid \n"},
+                      UidLineCase{"TheInvalidId", "app bad.app\nuid 4294967295\n"},
+                      UidLineCase{"TooLarge", "app bad.app\nuid 99999999999\n"},
+                      UidLineCase{"Twice", "app bad.app\nuid 70000\nuid 70001\n"}),
+    [](const auto &info) { return std::string(info.param.name); });
+
 // ------------------------------------------------------------------- CLI
 
 class PkgCli : public PackageManager {
@@ -214,7 +341,7 @@ TEST_F(PkgCli, AddShowRemoveWithAPemCertificate)
     ASSERT_EQ(0, show.status);
     EXPECT_EQ("package\torg.example.pkg\napp\torg.example.a\napp\torg.example.b\n"
               "cert\tauthor-signer\t" +
-                  Base64Of(cert.der) + "\n",
+                  Base64Of(cert.der) + "\nuid\t70000\n",
               show.out);
 
     EXPECT_EQ(0, Cli({"pkg", "rm", "org.example.pkg"}).status);
@@ -231,6 +358,23 @@ TEST_F(PkgCli, ADerCertificateIsStoredAsIs)
     Certs certs = ReadCerts("org.example.pkg");
     ASSERT_EQ(1u, certs.size());
     EXPECT_EQ(Base64Of(cert.der), certs[0].second);
+}
+
+TEST_F(PkgCli, TheUserIdIsChosenOrGivenAndShown)
+{
+    ASSERT_EQ(0, Cli({"pkg", "add", "org.one", "--app", "one"}).status);
+    ASSERT_EQ(0, Cli({"pkg", "add", "org.two", "--app", "two", "--uid", "4321"}).status);
+    EXPECT_EQ("package\torg.one\napp\tone\nuid\t70000\n", Cli({"pkg", "show", "org.one"}).out);
+    EXPECT_EQ("package\torg.two\napp\ttwo\nuid\t4321\n", Cli({"pkg", "show", "org.two"}).out);
+    auto taken = ssotest::RunCommand({"/bin/sh", "-c",
+                                      "exec \"$0\" pkg add org.three --app three --uid 4321 2>&1",
+                                      ssotest::ToolPath("sso-platform")});
+    EXPECT_EQ(1, taken.status);
+    EXPECT_NE(std::string::npos, taken.out.find("belongs to another package")) << taken.out;
+    EXPECT_EQ(2, Cli({"pkg", "add", "org.three", "--app", "three", "--uid", "0"}).status);
+    EXPECT_EQ(2, Cli({"pkg", "add", "org.three", "--app", "three", "--uid", "-1"}).status);
+    EXPECT_EQ(2, Cli({"pkg", "add", "org.three", "--app", "three", "--uid", "x"}).status);
+    EXPECT_EQ("<none>", PackageOf("three"));
 }
 
 TEST_F(PkgCli, UsageErrorsAndFailures)

@@ -202,6 +202,7 @@ TEST_F(PlatformCli, AppListJsonNamesIdAndProgram)
 
 TEST_F(PlatformCli, SsGetJsonCarriesAnyBytesInBase64)
 {
+    root_.StartStorage();
     const std::string file = root_.path() + "/bytes";
     std::ofstream(file, std::ios::binary) << std::string("a\0b\xff", 4);
     ASSERT_EQ(0, RunCli({"ss", "put", "app/blob", file}).status);
@@ -224,6 +225,8 @@ TEST_F(PlatformCli, PkgShowJsonListsAppsAndCertificates)
     for (const Json::Value &app : doc["apps"])
         EXPECT_TRUE(Has(text.out, "app\t" + app.asString() + "\n")) << text.out;
     EXPECT_EQ(Json::Value(Json::arrayValue), doc["certs"]);
+    EXPECT_EQ(70000u, doc["uid"].asUInt()) << r.out;
+    EXPECT_TRUE(Has(text.out, "uid\t70000\n")) << text.out;
 }
 
 // ---------------------------------------------------------------- the log

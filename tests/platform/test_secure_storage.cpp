@@ -1,7 +1,8 @@
-// Secure storage: items round-trip under their credential and under no other,
-// any damage to an item file is an authentication failure rather than
-// garbage, the device key is made once even when processes race for it, and
-// bad arguments or a broken store give the documented codes.
+// Secure storage through the storage service: items round-trip under their
+// credential and under no other, any damage to an item file is an
+// authentication failure rather than garbage, the device key is made once
+// even when clients race for it, and bad arguments or a broken store give the
+// documented codes. (Who may read what: test_storage_service.cpp.)
 #include <ss_manager.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,8 +21,13 @@
 #include <vector>
 
 #include "sso_test_harness.h"
+#include "storage_test_util.h"
 
 namespace {
+
+using sstest::ModeOf;
+using sstest::ReadFile;
+using sstest::WriteFile;
 
 constexpr uint32_t kModuleId = 0x53534F41u;
 constexpr uint64_t kUuid0 = 0x5f0a93c2d1e84b7aull;
@@ -36,40 +42,13 @@ constexpr size_t kOverhead = kMagicLen + kNonceLen + kTagLen;
 ss_credential_t MakeCredential(uint32_t module_id = kModuleId, uint64_t w0 = kUuid0,
                                uint64_t w1 = kUuid1)
 {
-    ss_uuid_t uuid;
-    uuid.word[0] = w0;
-    uuid.word[1] = w1;
-    ss_credential_t c;
-    EXPECT_EQ(SS_ERROR_NONE, ss_init_credential(&c, module_id, &uuid, SS_FLAG_INIT));
-    return c;
-}
-
-std::string ReadFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void WriteFile(const std::string &path, const std::string &bytes)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
+    return sstest::Credential(module_id, w0, w1);
 }
 
 bool Exists(const std::string &path)
 {
     struct stat st;
     return lstat(path.c_str(), &st) == 0;
-}
-
-mode_t ModeOf(const std::string &path)
-{
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0)
-        return static_cast<mode_t>(-1);
-    return st.st_mode & 07777;
 }
 
 std::vector<std::string> ListDir(const std::string &dir)
@@ -113,6 +92,11 @@ int Write(const std::string &id, const std::string &data, const ss_credential_t 
 
 class SecureStorage : public ssotest::RootTest {
 protected:
+    void SetUp() override
+    {
+        RootTest::SetUp();
+        root_.StartStorage();
+    }
     std::string StoreDir() const { return root_.path() + "/secure-storage"; }
     std::string KeyPath() const { return StoreDir() + "/device.key"; }
     // For ids made of plain characters only, the file name is the id.
@@ -278,7 +262,7 @@ TEST_F(SecureStorage, ReadingAMissingItemFailsWithNoItemAndLeavesTheOutArguments
 
 TEST_F(SecureStorage, ReadingFromAStoreNeverWrittenFailsWithNoItem)
 {
-    ASSERT_FALSE(Exists(StoreDir()));
+    ASSERT_TRUE(ListDir(StoreDir() + "/items").empty());
     EXPECT_EQ(SS_ERROR_NO_ITEM, Read("missing", cred_).rc);
     EXPECT_FALSE(Exists(KeyPath())); // reads never create the key
 }
@@ -503,9 +487,10 @@ TEST_F(SecureStorage, TheFirstWriteCreatesAnOwnerOnlyDeviceKeyThatLaterWritesKee
     ASSERT_EQ(SS_ERROR_NONE, Write("two", "2", cred_));
     ASSERT_EQ(SS_ERROR_NONE, Write("one", "1 again", cred_));
     EXPECT_EQ(key, ReadFile(KeyPath()));
-    // Only the key and the items directory: no temporary files left over.
+    // The key, the items and the service's lock and socket: no temporary
+    // files left over.
     std::vector<std::string> names = ListDir(StoreDir());
-    EXPECT_EQ((std::vector<std::string>{"device.key", "items"}), names);
+    EXPECT_EQ((std::vector<std::string>{"device.key", "items", "lock", "socket"}), names);
 }
 
 TEST_F(SecureStorage, ItemsAndDirectoriesAreOwnerOnly)
@@ -513,8 +498,10 @@ TEST_F(SecureStorage, ItemsAndDirectoriesAreOwnerOnly)
     ASSERT_EQ(SS_ERROR_NONE, Write("one", "1", cred_));
     ASSERT_EQ(SS_ERROR_NONE, Write("one", "1 replaced", cred_));
     EXPECT_EQ(0600u, ModeOf(ItemPath("one")));
-    EXPECT_EQ(0700u, ModeOf(StoreDir()));
+    // Others may pass through to the socket, not list or open anything.
+    EXPECT_EQ(0711u, ModeOf(StoreDir()));
     EXPECT_EQ(0700u, ModeOf(StoreDir() + "/items"));
+    EXPECT_EQ(0600u, ModeOf(StoreDir() + "/lock"));
 }
 
 TEST_F(SecureStorage, AnotherDeviceKeyMakesEveryItemFailAuthentication)
@@ -563,7 +550,6 @@ INSTANTIATE_TEST_SUITE_P(Keys, SecureStorageBadKey,
 
 TEST_F(SecureStorage, ADeviceKeyThatIsADirectoryFailsWithCrypto)
 {
-    ASSERT_EQ(0, mkdir(StoreDir().c_str(), 0700));
     ASSERT_EQ(0, mkdir(KeyPath().c_str(), 0700));
     EXPECT_EQ(SS_ERROR_CRYPTO, Write("item", "x", cred_));
 }
@@ -611,10 +597,13 @@ private:
 
 TEST_F(SecureStorage, ProcessesWritingFirstConcurrentlyAgreeOnOneDeviceKey)
 {
+    // The service serves each client on a thread of its own: their first
+    // writes race for the device key inside it.
     constexpr int kProcesses = 4;
     constexpr int kRounds = 5;
     for (int round = 0; round < kRounds; ++round) {
-        ASSERT_EQ(0, ssotest::RunCommand({"/bin/rm", "-rf", StoreDir()}).status);
+        ASSERT_EQ(0,
+                  ssotest::RunCommand({"/bin/rm", "-rf", KeyPath(), StoreDir() + "/items"}).status);
         Gate gate;
         ASSERT_TRUE(gate.ok());
         std::vector<ssotest::ChildProcess> children;
@@ -637,7 +626,8 @@ TEST_F(SecureStorage, ProcessesWritingFirstConcurrentlyAgreeOnOneDeviceKey)
             EXPECT_EQ("from process " + std::to_string(p), r.data);
         }
         EXPECT_EQ(32u, ReadFile(KeyPath()).size());
-        EXPECT_EQ((std::vector<std::string>{"device.key", "items"}), ListDir(StoreDir()))
+        EXPECT_EQ((std::vector<std::string>{"device.key", "items", "lock", "socket"}),
+                  ListDir(StoreDir()))
             << "round " << round;
     }
 }
@@ -961,48 +951,21 @@ TEST_F(SecureStorage, FreeingANullBufferIsHarmless)
 }
 
 // ---- a broken store ----
+// (A store that cannot be made at all keeps the service from starting:
+// test_storage_service.cpp; the store's own codes for it: test_ss_store.cpp.)
 
-class SecureStorageBrokenStore : public SecureStorage {
-protected:
-    void PointRootAt(const std::string &path) { setenv("SSO_PLATFORM_ROOT", path.c_str(), 1); }
-};
-
-TEST_F(SecureStorageBrokenStore, AMissingRootFailsWritesWithIo)
+TEST_F(SecureStorage, AnItemsDirectoryBlockedByARegularFileFailsWithIo)
 {
-    PointRootAt(root_.path() + "/does-not-exist");
-    EXPECT_EQ(SS_ERROR_IO, Write("item", "x", cred_));
-    EXPECT_FALSE(Exists(root_.path() + "/does-not-exist")); // the root is not invented
-    EXPECT_EQ(SS_ERROR_NO_ITEM, Read("item", cred_).rc);
-}
-
-TEST_F(SecureStorageBrokenStore, ARootThatIsARegularFileFailsWritesWithIo)
-{
-    WriteFile(root_.path() + "/plain-file", "not a directory");
-    PointRootAt(root_.path() + "/plain-file");
-    EXPECT_EQ(SS_ERROR_IO, Write("item", "x", cred_));
-    EXPECT_EQ(SS_ERROR_IO, Read("item", cred_).rc);
-    EXPECT_EQ(SS_ERROR_IO, ss_delete("item", &cred_, 0));
-}
-
-TEST_F(SecureStorageBrokenStore, AStoreBlockedByARegularFileFailsWithIo)
-{
-    WriteFile(StoreDir(), "not a directory");
+    ASSERT_EQ(0, ssotest::RunCommand({"/bin/rm", "-rf", StoreDir() + "/items"}).status);
+    WriteFile(StoreDir() + "/items", "not a directory");
     EXPECT_EQ(SS_ERROR_IO, Write("item", "x", cred_));
     EXPECT_EQ(SS_ERROR_IO, Read("item", cred_).rc);
     EXPECT_EQ(SS_ERROR_IO, ss_validate("item", &cred_, SS_FLAG_READ));
     EXPECT_EQ(SS_ERROR_IO, ss_delete("item", &cred_, 0));
-    EXPECT_EQ("not a directory", ReadFile(StoreDir()));
+    EXPECT_EQ("not a directory", ReadFile(StoreDir() + "/items"));
 }
 
-TEST_F(SecureStorageBrokenStore, AnItemsDirectoryBlockedByARegularFileFailsWritesWithIo)
-{
-    ASSERT_EQ(0, mkdir(StoreDir().c_str(), 0700));
-    WriteFile(StoreDir() + "/items", "not a directory");
-    EXPECT_EQ(SS_ERROR_IO, Write("item", "x", cred_));
-    EXPECT_EQ(SS_ERROR_IO, Read("item", cred_).rc);
-}
-
-TEST_F(SecureStorageBrokenStore, AnItemPathTakenByADirectoryFailsWithIo)
+TEST_F(SecureStorage, AnItemPathTakenByADirectoryFailsWithIo)
 {
     ASSERT_EQ(SS_ERROR_NONE, Write("other", "x", cred_));
     ASSERT_EQ(0, mkdir(ItemPath("item").c_str(), 0700));

@@ -19,22 +19,13 @@
 
 #include "sso_deployment.h"
 #include "sso_test_harness.h"
+#include "storage_test_util.h"
 
 namespace {
 
-std::string ReadFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void WriteFile(const std::string &path, const std::string &bytes)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
-}
+using sstest::Credential;
+using sstest::ReadFile;
+using sstest::WriteFile;
 
 std::string TempPath(const char *tag)
 {
@@ -87,22 +78,7 @@ CliResult RunSs(const std::vector<std::string> &args,
 
 ss_credential_t DeploymentCredential()
 {
-    ss_uuid_t uuid;
-    uuid.word[0] = SSO_DEPLOY_SS_UUID_WORD0;
-    uuid.word[1] = SSO_DEPLOY_SS_UUID_WORD1;
-    ss_credential_t c;
-    EXPECT_EQ(SS_ERROR_NONE, ss_init_credential(&c, SSO_DEPLOY_SS_MODULE_ID, &uuid, SS_FLAG_INIT));
-    return c;
-}
-
-ss_credential_t Credential(uint32_t module_id, uint64_t w0, uint64_t w1)
-{
-    ss_uuid_t uuid;
-    uuid.word[0] = w0;
-    uuid.word[1] = w1;
-    ss_credential_t c;
-    EXPECT_EQ(SS_ERROR_NONE, ss_init_credential(&c, module_id, &uuid, SS_FLAG_INIT));
-    return c;
+    return Credential(SSO_DEPLOY_SS_MODULE_ID, SSO_DEPLOY_SS_UUID_WORD0, SSO_DEPLOY_SS_UUID_WORD1);
 }
 
 int LibRead(const std::string &id, const ss_credential_t &cred, std::string *out)
@@ -131,7 +107,14 @@ std::string BinaryBytes()
     return s;
 }
 
-class SsCli : public ssotest::RootTest {};
+class SsCli : public ssotest::RootTest {
+protected:
+    void SetUp() override
+    {
+        RootTest::SetUp();
+        root_.StartStorage();
+    }
+};
 
 // ---- contents through the tool ----
 
@@ -275,18 +258,46 @@ TEST_F(SsCli, ATamperedItemFailsGetWithOne)
 
 TEST_F(SsCli, AStoreBlockedByARegularFileFailsPutWithOne)
 {
-    WriteFile(root_.path() + "/secure-storage", "not a directory");
+    ASSERT_EQ(
+        0, ssotest::RunCommand({"/bin/rm", "-rf", root_.path() + "/secure-storage/items"}).status);
+    WriteFile(root_.path() + "/secure-storage/items", "not a directory");
     CliResult r = RunSs({"ss", "put", "item"}, "x");
     EXPECT_EQ(1, r.status);
     EXPECT_EQ(0u, r.err.rfind("sso-platform: ", 0)) << r.err;
     EXPECT_NE(std::string::npos, r.err.find("not accessible")) << r.err;
 }
 
-TEST_F(SsCli, AMissingRootFailsPutWithOne)
+TEST_F(SsCli, WithoutAStorageServiceEveryCommandFailsWithOne)
 {
-    CliResult r = RunSs({"--root", root_.path() + "/missing", "ss", "put", "item"}, "x");
-    EXPECT_EQ(1, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("not accessible")) << r.err;
+    root_.StopStorage();
+    for (const std::vector<std::string> &args :
+         {std::vector<std::string>{"ss", "get", "item"}, {"ss", "rm", "item"}}) {
+        CliResult r = RunSs(args);
+        EXPECT_EQ(1, r.status);
+        EXPECT_NE(std::string::npos,
+                  r.err.find("the storage service (sso-storaged) does not answer"))
+            << r.err;
+        EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
+    }
+}
+
+TEST_F(SsCli, AnotherUserIsRefusedWithOne)
+{
+    if (!ssotest::CanSwitchUsers())
+        GTEST_SKIP() << "playing other users needs root";
+    ASSERT_EQ(0, RunSs({"ss", "put", "item"}, "the service's").status);
+    const std::string tool = ssotest::ToolPath("sso-platform");
+    ssotest::ChildProcess child = ssotest::ForkAs({70500, 70500, {}}, [tool] {
+        // stderr joins stdout, the one the harness reads.
+        dup2(1, 2);
+        setenv("SSO_PLATFORM_LOG", "none", 1);
+        execl(tool.c_str(), tool.c_str(), "ss", "get", "item", static_cast<char *>(nullptr));
+        return 127;
+    });
+    EXPECT_EQ(1, child.Wait());
+    const std::string err = child.ReadStdout();
+    EXPECT_NE(std::string::npos, err.find("item 'item': access denied to uid 70500")) << err;
+    EXPECT_EQ(std::string::npos, err.find("the service's")) << err;
 }
 
 // ---- bad usage: status 2 ----

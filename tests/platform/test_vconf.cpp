@@ -282,6 +282,57 @@ TEST_F(Vconf, StoresEachKeyAsOneFlatFileWithAnEncodedName)
     EXPECT_NE(0, stat((StorePath() + "/db").c_str(), &st));
 }
 
+// Keys that name the account holder are for the applications group only.
+TEST_F(Vconf, KeysThatIdentifyTheAccountHolderAreNotWorldReadable)
+{
+    for (const char *key : {"memory/sso/prev_login_guid", "memory/sso/prev_login_id",
+                            "memory/sso/event_extra", "db/sso/display_name"}) {
+        ASSERT_EQ(VCONF_OK, vconf_set_str(key, "someone"));
+        ASSERT_EQ(VCONF_OK, vconf_set_str(key, "someone else")); // a replacement keeps it
+        std::string name = key;
+        for (std::string::size_type at; (at = name.find('/')) != std::string::npos;)
+            name.replace(at, 1, "%2F");
+        struct stat st;
+        ASSERT_EQ(0, stat((StorePath() + "/" + name).c_str(), &st)) << key;
+        EXPECT_EQ(0640u, st.st_mode & 0777u) << key;
+    }
+    ASSERT_EQ(VCONF_OK, vconf_set_str("memory/sso/prev_login_guid_x", "not one of them"));
+    struct stat st;
+    ASSERT_EQ(0, stat((StorePath() + "/memory%2Fsso%2Fprev_login_guid_x").c_str(), &st));
+    EXPECT_EQ(0644u, st.st_mode & 0777u);
+}
+
+TEST_F(Vconf, OnlyTheApplicationsGroupReadsThemWhenTheDirectoryIsItsGroups)
+{
+    if (!ssotest::CanSwitchUsers())
+        GTEST_SKIP() << "playing other users needs root";
+    constexpr gid_t kApps = 70999;
+    // As the platform's installer sets up the settings store.
+    ASSERT_EQ(VCONF_OK, vconf_set_int("db/sso/login_status", 1));
+    ASSERT_EQ(0, chown(StorePath().c_str(), 0, kApps));
+    ASSERT_EQ(0, chmod(StorePath().c_str(), 02755));
+    ASSERT_EQ(VCONF_OK, vconf_set_str("memory/sso/prev_login_guid", "GUID-OF-THE-LAST-ONE"));
+    auto read = [] {
+        char *guid = vconf_get_str("memory/sso/prev_login_guid");
+        int state = 0;
+        int rc = (guid && std::string(guid) == "GUID-OF-THE-LAST-ONE" ? 1 : 0) |
+                 (vconf_get_int("db/sso/login_status", &state) == VCONF_OK && state == 1 ? 2 : 0);
+        free(guid);
+        return rc;
+    };
+    ssotest::ChildProcess app = ssotest::ForkAs({70001, 70001, {kApps}}, read);
+    EXPECT_EQ(3, app.Wait()) << "an application reads both";
+    ssotest::ChildProcess other = ssotest::ForkAs({70500, 70500, {}}, [read] {
+        int perm = VCONF_OK;
+        char *guid = vconf_get_str("memory/sso/prev_login_guid");
+        free(guid);
+        int v = 0;
+        perm = vconf_get_int("memory/sso/prev_login_guid", &v);
+        return read() | (perm == VCONF_ERROR_FILE_PERM ? 4 : 0);
+    });
+    EXPECT_EQ(2 | 4, other.Wait()) << "another user reads the login state only";
+}
+
 TEST_F(Vconf, ReadsAValueWrittenByHandInTheStoreFormat)
 {
     ASSERT_EQ(VCONF_OK, vconf_set_int("seed", 0));

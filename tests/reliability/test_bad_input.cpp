@@ -299,6 +299,12 @@ std::vector<Entry> Table()
     return {
         // ---- link
         {"sso_check_alive", 0, {}, nullptr},
+        // ---- why a call failed (no pointer to get wrong)
+        {"sso_last_error", 0, {}, nullptr},
+        {"sso_last_service_answer", 0, {}, nullptr},
+        {"sso_error_name", 0, {}, nullptr},
+        {"sso_strerror", 0, {}, nullptr},
+        {"sso_service_result_name", 0, {}, nullptr},
         {"sso_give_proxy", 0, {}, nullptr},
         {"get_size_of_sso_login_info_s", 0, {}, nullptr},
         // ---- synchronous queries
@@ -869,6 +875,7 @@ protected:
         int value = 0;
         std::set<std::string> errors; // red lines this thread logged
         bool outTouched = false;
+        sso_error_e cause = SSO_ERROR_NONE; // sso_last_error() right after the call
     };
 
     // One call, and the error lines the calling thread logged while it ran.
@@ -876,7 +883,10 @@ protected:
     {
         log().Clear();
         Result r;
+        // A cause no bad argument gives, so the call's own is seen to replace it.
+        sso_get_cp_account_info(nullptr, nullptr);
         r.value = e.call(args);
+        r.cause = sso_last_error();
         if (args.out() != nullptr) {
             r.outTouched = true;
             free(args.out());
@@ -945,6 +955,12 @@ TEST_P(BadInput, EachBadArgumentGetsTheAnswerItIsOwed)
                 for (const auto &line : r.errors)
                     told = told || base.errors.count(line) == 0;
                 EXPECT_TRUE(told) << "no error line says why";
+                // And the application can ask why: a missing argument, or
+                // what the bad one led to (a value not stored under it...).
+                if (bad == Bad::Null)
+                    EXPECT_EQ(r.cause, SSO_ERROR_INVALID_ARGUMENT) << sso_error_name(r.cause);
+                else
+                    EXPECT_NE(r.cause, SSO_ERROR_NOT_SUPPORTED) << sso_error_name(r.cause);
             }
             // A failed getter hands out nothing (sso_get_accounts excepted:
             // it hands out an empty text).

@@ -4,6 +4,7 @@
 // failure code and says why in the log, nothing crashes, and the library
 // writes nothing it was not asked to write.
 #include <fcntl.h>
+#include <signal.h>
 #include <ftw.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -295,6 +296,40 @@ TEST_F(StorageFaults, AnEightMebibyteDocumentIsReadWhole)
     EXPECT_EQ(Describe(before, Take(root_.path())), "");
 }
 
+// ------------------------------------------------- the storage service
+
+// The document changed, but the storage service is gone or hung: the getters
+// fail as for an unreadable document, within the client's time-out, say why,
+// and read again once the service answers.
+TEST_F(StorageFaults, AMissingOrHungStorageServiceFailsTheGettersForAWhileOnly)
+{
+    setenv("SSO_PLATFORM_SS_TIMEOUT_MS", "300", 1);
+    struct Fault {
+        const char *name;
+        std::function<void(ssotest::PlatformRoot &)> start, end;
+        const char *why;
+    } faults[] = {
+        {"stopped", [](ssotest::PlatformRoot &r) { r.StopStorage(); },
+         [](ssotest::PlatformRoot &r) { r.StartStorage(); }, "no storage service at"},
+        {"hung", [](ssotest::PlatformRoot &r) { ASSERT_TRUE(r.SuspendStorage()); },
+         [](ssotest::PlatformRoot &r) { r.ResumeStorage(); }, "no answer in time from"},
+    };
+    for (const Fault &f : faults) {
+        Publish(ssotest::Document(accounts_, 1));
+        f.start(root_);
+        log().Clear();
+        Outcome guid;
+        auto took = reliability::Timed([&] { guid = Guid(); });
+        EXPECT_EQ(guid.result, -1) << f.name;
+        EXPECT_LT(took.count(), 5000) << f.name << ": the getter was held";
+        EXPECT_TRUE(log().Contains(f.why)) << f.name;
+        EXPECT_TRUE(log().Contains("Failed to read data. error(-10)")) << f.name;
+        f.end(root_);
+        EXPECT_EQ(Guid().text, accounts_[1].guid) << f.name;
+    }
+    unsetenv("SSO_PLATFORM_SS_TIMEOUT_MS");
+}
+
 // -------------------------------------------------------------- settings
 
 // Replaces a key by a value of another type, or by a file that is no value.
@@ -434,10 +469,12 @@ TEST_F(StorageFaults, AReadOnlyRootIsReadAndNothingIsWritten)
     int version = 0;
     vconf_get_int("memory/sso/public_data_ver", &version);
     vconf_set_int("memory/sso/public_data_ver", version + 1);
-    // Read-only for everyone, the log excepted. A root user writes anyway,
-    // so the getters run in a child that gives up root first.
+    // Read-only for everyone, the log and the storage service's socket
+    // excepted. A root user writes anyway, so the getters run in a child that
+    // gives up root first.
     ASSERT_EQ(system(("chmod -R a+rX,a-w '" + root_.path() + "'").c_str()), 0);
     ASSERT_EQ(chmod(root_.log_path().c_str(), 0666), 0);
+    ASSERT_EQ(chmod((root_.path() + "/secure-storage/socket").c_str(), 0666), 0);
     Snapshot before = Take(root_.path());
     log().Clear();
 

@@ -2,7 +2,8 @@
 # Runs a representative part of the integration tests under valgrind's
 # memcheck: every request end to end with its result delivered, requests from
 # many threads at once, the login notification across processes, the account
-# state and whitelist tokens. Every gtest case runs in a process of its own,
+# state, whitelist tokens, and secure storage through the storage service as
+# packages and strangers read it. Every gtest case runs in a process of its own,
 # as under CTest; memory errors and definite leaks fail the case.
 #   tests/sanitizers/valgrind_run.sh BUILD_DIR [JOBS]
 set -euo pipefail
@@ -18,6 +19,7 @@ selection=(
   "test_requests_whitelist Whitelist.*"
   "test_login_notification_e2e *"
   "test_account_state *"
+  "test_storage_identity *"
   "cxx/test_cxx_requests CxxRequests.TokensAndAuthCodes*:CxxRequests.ADeadline*:CxxRequests.ManyThreads*"
   "cxx/test_cxx_subscriptions CxxSubscriptions.ASubscriptionDestroyed*"
 )

@@ -35,7 +35,8 @@ check() {
 }
 # The pids the session says it started (stderr in $1).
 session_pids() {
-  sed -n -e 's/.*bus .*(pid \([0-9]*\),.*/\1/p' -e 's/.*simulator pid \([0-9]*\);.*/\1/p' "$1"
+  sed -n -e 's/.*bus .*(pid \([0-9]*\),.*/\1/p' \
+    -e 's/.*storage service pid \([0-9]*\), simulator pid \([0-9]*\);.*/\1\n\2/p' "$1"
 }
 expect_gone() {
   local pid
@@ -69,7 +70,8 @@ case $mode in
       check "the session did not say where the bus is"
     grep -q '^sso-sim-session: platform root ' "$tmp/err" ||
       check "the session did not say where the platform root is"
-    [ "$(session_pids "$tmp/err" | wc -l)" -eq 2 ] || check "the session named no bus or simulator pid"
+    [ "$(session_pids "$tmp/err" | wc -l)" -eq 3 ] ||
+      check "the session did not name the bus, the storage service and the simulator by pid"
     expect_gone $(session_pids "$tmp/err")
 
     "$session" -q -- true > "$tmp/out" 2> "$tmp/err"
@@ -136,6 +138,11 @@ case $mode in
     SSO_DEVENV_SERVICE_DIR=$tmp/services sso_devenv_bus_up "$tmp/env" || { check "no bus"; exit 1; }
     bus_pid=$SSO_DEVENV_BUS_PID
     started+=("$bus_pid")
+    # The simulator publishes into the platform's storage service, which runs
+    # before it (on a device: sso-storaged.service, which its unit requires).
+    sso_devenv_storage_up "$build/bin" || { check "no storage service"; exit 1; }
+    storage_pid=$SSO_DEVENV_STORAGE_PID
+    started+=("$storage_pid")
     # The first call to the service starts it.
     timeout 30 gdbus call --system --dest org.orvex.tv.ssoservice.server \
       --object-path /org/orvex/tv/ssoservice/server --method org.freedesktop.DBus.Peer.Ping \
@@ -148,6 +155,7 @@ case $mode in
       check "the service's name is not owned by the simulator"
     "$build/bin/sso-simulator" ctl state > /dev/null || check "the activated simulator does not answer"
     sso_devenv_stop_pid "$sim_pid"
+    sso_devenv_stop_pid "$storage_pid"
     sso_devenv_stop_pid "$bus_pid"
     ;;
   *)

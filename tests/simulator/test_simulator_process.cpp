@@ -90,6 +90,7 @@ TEST_F(SimProcess, SigtermExitsZero)
 
 TEST_F(SimProcess, SigintExitsZero)
 {
+    ssotest::EnsureStorageService();
     auto child = ssotest::ChildProcess::Spawn({ssotest::ToolPath("sso-simulator"), "run"});
     ASSERT_TRUE(child.WaitForOutput("ready\n"));
     child.Kill(SIGINT);

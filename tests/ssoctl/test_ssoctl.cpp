@@ -172,7 +172,7 @@ TEST_F(CtlState, AccountSignedOutHasOnlyTheDeviceValues)
         CtlResult f = RunCtl({"account", field});
         EXPECT_EQ(1, f.status) << field << "\n" << Show(f);
         EXPECT_TRUE(f.out.empty()) << f.out;
-        EXPECT_TRUE(Contains(f.err, "not available")) << f.err;
+        EXPECT_TRUE(Contains(f.err, ": not signed in")) << f.err;
     }
     EXPECT_EQ("signed-out\n", RunCtl({"account", "login-state"}).out);
 }
@@ -297,7 +297,7 @@ TEST_F(CtlState, CurrentAccountNotiNeedsASignedInUser)
 {
     CtlResult out = RunCtl({"current-account-noti"});
     EXPECT_EQ(1, out.status) << Show(out);
-    EXPECT_TRUE(Contains(out.err, "refused")) << out.err;
+    EXPECT_TRUE(Contains(out.err, "current-account-noti: not signed in")) << out.err;
     SignInViewer();
     sim_.ClearJournal();
     CtlResult in = RunCtl({"current-account-noti"});

@@ -49,7 +49,8 @@ TEST_F(CtlRequests, TokenWithAScopeAndTheSecretFromStdin)
     Json::Value v = ParseJson(refused.out);
     EXPECT_FALSE(v["ok"].asBool());
     EXPECT_EQ(ssotest::kSimResultInvalidClient, v["result"].asInt());
-    EXPECT_TRUE(Contains(refused.err, "failed with result 5")) << refused.err;
+    EXPECT_EQ("invalid_client", v["error"].asString());
+    EXPECT_TRUE(Contains(refused.err, "token: service answered 5: invalid client")) << refused.err;
 }
 
 TEST_F(CtlRequests, TokenForAnAuthCodeRedeemsIt)
@@ -78,7 +79,8 @@ TEST_F(CtlRequests, TokenSignedOutIsRefused)
     Json::Value v = ParseJson(r.out);
     EXPECT_TRUE(v["refused"].asBool());
     EXPECT_EQ(-1, v["result"].asInt());
-    EXPECT_TRUE(Contains(r.err, "ssoctl: token: the request was refused")) << r.err;
+    EXPECT_EQ("not_signed_in", v["error"].asString());
+    EXPECT_TRUE(Contains(r.err, "ssoctl: token: not signed in")) << r.err;
 }
 
 struct CodeCase {
@@ -161,7 +163,7 @@ TEST_F(CtlRequests, DeviceCodesNeedNobodySignedInUserCodesDo)
     EXPECT_EQ(0, RunCtl({"device-auth-code", "--app-id", "a.app"}).status);
     CtlResult user = RunCtl({"user-auth-code", "--app-id", "a.app"});
     EXPECT_EQ(1, user.status) << Show(user);
-    EXPECT_TRUE(Contains(user.err, "refused")) << user.err;
+    EXPECT_TRUE(Contains(user.err, "user-auth-code: not signed in")) << user.err;
 }
 
 // ---- device accounts from a code or a password ----
@@ -226,7 +228,7 @@ TEST_F(CtlRequests, TokenWithPasswordAddsTheAccountWithThatPassword)
     CtlResult wrong =
         RunCtl({"token-with-password", "--user", "pw@example.com", "--password", "bad"});
     EXPECT_EQ(1, wrong.status) << Show(wrong);
-    EXPECT_TRUE(Contains(wrong.err, "failed with result 4")) << wrong.err;
+    EXPECT_TRUE(Contains(wrong.err, "service answered 4: wrong password")) << wrong.err;
 }
 
 // ---- account operations ----
@@ -295,7 +297,7 @@ TEST_F(CtlRequests, SetPasswordThenResetMail)
     EXPECT_TRUE(ParseJson(mail.out)["response"]["reset_mail_sent"].asBool());
     CtlResult unknown = RunCtl({"reset-password", "nobody@example.com"});
     EXPECT_EQ(1, unknown.status) << Show(unknown);
-    EXPECT_TRUE(Contains(unknown.err, "result 6")) << unknown.err;
+    EXPECT_TRUE(Contains(unknown.err, "service answered 6: no such account")) << unknown.err;
 }
 
 TEST_F(CtlRequests, SwitchByLoginIdByGuidAndWithTheUserToken)
@@ -394,10 +396,10 @@ TEST_F(CtlRequests, IdentifyUserAndNamecheck)
     // name check is refused by the library before anything is sent.
     CtlResult idOut = RunCtl({"identify-user"});
     EXPECT_EQ(1, idOut.status) << Show(idOut);
-    EXPECT_TRUE(Contains(idOut.err, "failed with result 3")) << idOut.err;
+    EXPECT_TRUE(Contains(idOut.err, "service answered 3: not signed in")) << idOut.err;
     CtlResult nameOut = RunCtl({"namecheck"});
     EXPECT_EQ(1, nameOut.status) << Show(nameOut);
-    EXPECT_TRUE(Contains(nameOut.err, "refused")) << nameOut.err;
+    EXPECT_TRUE(Contains(nameOut.err, "namecheck: not signed in")) << nameOut.err;
 }
 
 TEST_F(CtlRequests, FamilyGroupAndItsUsers)
@@ -421,10 +423,10 @@ TEST_F(CtlRequests, FamilyGroupAndItsUsers)
 
     CtlResult other = RunCtl({"group-users", "FG-NOT-MINE", "--app-id", "tv.app", "--secret", "k"});
     EXPECT_EQ(1, other.status) << Show(other);
-    EXPECT_TRUE(Contains(other.err, "result 11")) << other.err;
+    EXPECT_TRUE(Contains(other.err, "service answered 11: no such group")) << other.err;
     CtlResult forged = RunCtl({"family-group", "--app-id", "tv.app", "--access-token", "AT.x"});
     EXPECT_EQ(1, forged.status) << Show(forged);
-    EXPECT_TRUE(Contains(forged.err, "result 9")) << forged.err;
+    EXPECT_TRUE(Contains(forged.err, "service answered 9: invalid token")) << forged.err;
 }
 
 // ---- retired functions ----
@@ -470,8 +472,12 @@ TEST_F(CtlRequests, ARequestTheServiceRefusesExitsOne)
     sim_.Configure("sso_request_auth_code", b);
     CtlResult r = RunCtl({"--json", "auth-code", "--app-id", "a.app"});
     EXPECT_EQ(1, r.status) << Show(r);
-    EXPECT_TRUE(ParseJson(r.out)["refused"].asBool());
-    EXPECT_TRUE(Contains(r.err, "auth-code: the request was refused")) << r.err;
+    Json::Value v = ParseJson(r.out);
+    EXPECT_TRUE(v["refused"].asBool());
+    EXPECT_EQ("service_refused", v["error"].asString());
+    EXPECT_EQ(0, v["service_answer"].asInt());
+    EXPECT_EQ("ok", v["service_answer_name"].asString());
+    EXPECT_TRUE(Contains(r.err, "auth-code: service answered 0")) << r.err;
 }
 
 TEST_F(CtlRequests, AFailedResultExitsOneWithItsCode)
@@ -485,7 +491,8 @@ TEST_F(CtlRequests, AFailedResultExitsOneWithItsCode)
     Json::Value v = ParseJson(r.out);
     EXPECT_FALSE(v["ok"].asBool());
     EXPECT_EQ(42, v["result"].asInt());
-    EXPECT_TRUE(Contains(r.err, "account-list failed with result 42")) << r.err;
+    EXPECT_EQ("service_result", v["error"].asString());
+    EXPECT_TRUE(Contains(r.err, "account-list: service answered 42")) << r.err;
 }
 
 struct TimeoutCase {

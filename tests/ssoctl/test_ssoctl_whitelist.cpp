@@ -92,7 +92,7 @@ TEST_F(CtlWhitelist, AnotherPackageIsRefusedWithoutAsking)
     CtlResult request = AsApp({"whitelist-token", "request", "--app-id", "wl.app", "--package",
                                "org.other.pkg", "--signature", "AB"});
     EXPECT_EQ(1, request.status) << Show(request);
-    EXPECT_TRUE(Contains(request.err, "refused")) << request.err;
+    EXPECT_TRUE(Contains(request.err, "may not do this")) << request.err;
     CtlResult get =
         AsApp({"whitelist-token", "get", "--app-id", "wl.app", "--package", "org.other.pkg"});
     EXPECT_EQ(1, get.status) << Show(get);

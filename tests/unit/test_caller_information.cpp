@@ -12,6 +12,7 @@
 #include <cstring>
 #include <map>
 #include <stdexcept>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -260,6 +261,29 @@ TEST_F(CallerInformation, SignaturesMatchTheOpensslCommand)
     EXPECT_EQ(certtest::OpensslKeyDigest(cert.pem, "sha256"), sha256);
     EXPECT_EQ(std::string::npos, sha256.find_first_not_of("0123456789ABCDEF"));
     EXPECT_TRUE(log().Contains("length = [32]"));
+}
+
+bool LibcryptoMapped()
+{
+    std::ifstream maps("/proc/self/maps");
+    std::string line;
+    while (std::getline(maps, line))
+        if (line.find("/libcrypto.so") != std::string::npos)
+            return true;
+    return false;
+}
+
+// Applications that never ask for a fingerprint do not map libcrypto.
+TEST_F(CallerInformation, LibcryptoIsLoadedForTheFirstFingerprintOnly)
+{
+    certtest::TestCert cert = certtest::MakeCert(root_.path());
+    Register("org.example.pkg", "org.example.app", {{PACKAGE_INFO_AUTHOR_SIGNER_CERT, cert.der}});
+    CCallerInformation *info = As("org.example.app");
+    EXPECT_EQ("org.example.pkg", info->GetPackageID());
+    EXPECT_TRUE(info->CheckCaller(1, "org.example.pkg"));
+    EXPECT_FALSE(LibcryptoMapped());
+    EXPECT_EQ(certtest::OpensslKeyDigest(cert.pem, "sha256"), info->GetSignature(true));
+    EXPECT_TRUE(LibcryptoMapped());
 }
 
 TEST_F(CallerInformation, OnlyTheAuthorSignerCertificateCounts)

@@ -179,3 +179,64 @@ TEST_F(Settings, AWriteThatTheStoreRefusesFails)
 }
 
 } // namespace
+
+namespace {
+
+// Every accessor writes its lines under its own name, also those that share
+// a helper, for a stored key and for a missing one.
+struct NamedAccessor {
+    const char *function;
+    const char *key;
+    std::function<void()> read;
+};
+
+void PrintTo(const NamedAccessor &a, std::ostream *os)
+{
+    *os << a.function;
+}
+
+class AccessorLines : public ssotest::RootTest,
+                      public ::testing::WithParamInterface<NamedAccessor> {};
+
+TEST_P(AccessorLines, CarryTheAccessorsOwnName)
+{
+    const NamedAccessor &a = GetParam();
+    log().Clear();
+    a.read();
+    const std::string prefix = std::string(": ") + a.function + "(";
+    EXPECT_FALSE(log().LinesWith({prefix, "[START] "}).empty()) << log().Text();
+    EXPECT_FALSE(log().LinesWith({prefix, a.key}).empty()) << log().Text();
+    EXPECT_EQ(log().Count("GetIntWithFailureValue("), 0);
+    EXPECT_EQ(log().Count(": GetString("), 0);
+    EXPECT_EQ(log().Count("GetCountryCode("), 0);
+}
+
+int g_int;
+std::string g_text;
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryAccessor, AccessorLines,
+    ::testing::Values(
+        NamedAccessor{"GetLoginState", VCONF_LOGIN_STATE, [] { ICVConf::GetLoginState(g_int); }},
+        NamedAccessor{"GetViewState", VCONF_VIEW_STATE, [] { ICVConf::GetViewState(g_int); }},
+        NamedAccessor{"GetAccountCount", VCONF_ACCOUNT_COUNT,
+                      [] { ICVConf::GetAccountCount(g_int); }},
+        NamedAccessor{"GetPublicDataVer", VCONF_PUBLIC_DATA_VER,
+                      [] { ICVConf::GetPublicDataVer(g_int); }},
+        NamedAccessor{"GetUCCodeAlpha2", VCONF_UC_CODE_ALPHA2,
+                      [] { (void)ICVConf::GetUCCodeAlpha2(); }},
+        NamedAccessor{"GetUCCodeAlpha3", VCONF_UC_CODE_ALPHA3,
+                      [] { (void)ICVConf::GetUCCodeAlpha3(); }},
+        NamedAccessor{"GetAccountDisplayName", VCONF_DISPLAY_NAME,
+                      [] {
+                          vconf_set_str(VCONF_DISPLAY_NAME, "Ann");
+                          ICVConf::GetAccountDisplayName(g_text);
+                      }},
+        NamedAccessor{"GetAccountEventExtra", VCONF_ACCOUNT_EVENT_EXTRA,
+                      [] { ICVConf::GetAccountEventExtra(g_text); }},
+        NamedAccessor{"GetPreviousLoginId", VCONF_PREV_LOGIN_ID,
+                      [] { ICVConf::GetPreviousLoginId(g_text); }},
+        NamedAccessor{"GetPreviousLoginGuid", VCONF_PREV_LOGIN_GUID,
+                      [] { ICVConf::GetPreviousLoginGuid(g_text); }}));
+
+} // namespace

@@ -245,12 +245,31 @@ TEST_F(AppData, MissingPackageOrEmptyInputsFail)
     EXPECT_TRUE(log().Contains("packageId or guid is empty"));
 }
 
-TEST_F(AppData, AnItemWithoutDataYieldsNothing)
+TEST_F(AppData, AnItemWithoutDataYieldsNoPairsAndFailsAtTheGuid)
 {
     ssotest::WriteItem("SSO_PUBLICDATA_ID_org.example.nodata", "{\"other\":{}}");
     std::string out;
     EXPECT_FALSE(cache()->ExtractApplicationData("org.example.nodata", "GUID-A", "k1", out));
     EXPECT_TRUE(log().Contains("No Data"));
+    EXPECT_TRUE(log().Contains("Failed to find data by guid ["));
+    EXPECT_FALSE(log().Contains("Failed to m_ParseAccountApplicationData()"));
+}
+
+TEST_F(AppData, AnEmptyDataObjectParsesIntoNoPairsAndFailsAtTheGuid)
+{
+    ssotest::WriteItem("SSO_PUBLICDATA_ID_org.example.emptydata", "{\"data\":{}}");
+    std::string out = "untouched";
+    EXPECT_FALSE(cache()->ExtractApplicationData("org.example.emptydata", "GUID-A", "k1", out));
+    EXPECT_TRUE(log().Contains("Failed to find data by guid ["));
+    EXPECT_FALSE(log().Contains("Failed to m_ParseAccountApplicationData()"));
+    EXPECT_EQ(out, "untouched");
+}
+
+TEST_F(AppData, AnItemThatIsNoJsonFailsAtParsing)
+{
+    ssotest::WriteItem("SSO_PUBLICDATA_ID_org.example.broken", "{\"data\":");
+    std::string out;
+    EXPECT_FALSE(cache()->ExtractApplicationData("org.example.broken", "GUID-A", "k1", out));
     EXPECT_TRUE(log().Contains("Failed to m_ParseAccountApplicationData()"));
 }
 

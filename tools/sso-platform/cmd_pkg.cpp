@@ -1,10 +1,13 @@
 // sso-platform pkg: register, remove and show the packages of the device:
-// which applications a package holds and the certificate it was signed with.
+// which applications a package holds, the certificate it was signed with and
+// the user its processes run as.
 #include <openssl/bio.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -39,6 +42,12 @@ void Check(int rc, const std::string &package_id)
                       "': the entry is malformed or the registry is not accessible");
     case PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY:
         throw Failure("package '" + package_id + "': out of memory");
+    case PACKAGE_MANAGER_ERROR_UID_IN_USE:
+        throw Failure("package '" + package_id + "': the user id belongs to another package");
+    case PACKAGE_MANAGER_ERROR_NO_UID:
+        throw Failure("package '" + package_id + "': no user id (none free in " +
+                      std::to_string(PACKAGE_MANAGER_UID_MIN) + ".." +
+                      std::to_string(PACKAGE_MANAGER_UID_MAX) + ", or none in the entry)");
     default:
         throw Failure("package '" + package_id + "': package manager error " + std::to_string(rc));
     }
@@ -73,6 +82,18 @@ std::vector<unsigned char> ReadCertificate(const std::string &path)
     return der;
 }
 
+// A user id for a package: a number, never root's.
+uid_t ParseUid(const std::string &text)
+{
+    errno = 0;
+    char *end = nullptr;
+    unsigned long long v = std::strtoull(text.c_str(), &end, 10);
+    if (text.empty() || text[0] < '0' || text[0] > '9' || *end != '\0' || errno != 0 || v == 0 ||
+        v >= static_cast<unsigned long long>(static_cast<uid_t>(-1)))
+        throw UsageError("invalid --uid '" + text + "' (a user id above 0)");
+    return static_cast<uid_t>(v);
+}
+
 int Add(const Args &args)
 {
     const std::string &package_id = args.positional[0];
@@ -87,8 +108,12 @@ int Add(const Args &args)
         der = ReadCertificate(args.Get("--author-cert"));
         certs.push_back({PACKAGE_INFO_AUTHOR_SIGNER_CERT, der.data(), der.size()});
     }
-    Check(package_manager_add_package(package_id.c_str(), apps.data(), apps.size(),
-                                      certs.empty() ? nullptr : certs.data(), certs.size()),
+    uid_t uid = PACKAGE_MANAGER_UID_AUTO;
+    if (args.Has("--uid"))
+        uid = ParseUid(args.Get("--uid"));
+    Check(package_manager_add_package_as(package_id.c_str(), apps.data(), apps.size(),
+                                         certs.empty() ? nullptr : certs.data(), certs.size(), uid,
+                                         nullptr),
           package_id);
     return kExitOk;
 }
@@ -149,12 +174,20 @@ int Show(const Args &args)
         &out);
     package_info_destroy(handle);
     Check(rc, package_id);
+    uid_t uid = 0;
+    rc = package_manager_get_package_uid(package_id.c_str(), &uid);
+    if (rc == PACKAGE_MANAGER_ERROR_NONE)
+        out += "uid\t" + std::to_string(uid) + "\n";
+    else if (rc != PACKAGE_MANAGER_ERROR_NO_UID)
+        Check(rc, package_id);
     if (JsonOutput()) {
-        // The same lines, as {"package", "apps", "certs": [{"type", "base64"}]}.
+        // The same lines, as {"package", "apps", "certs": [{"type", "base64"}], "uid"}.
         Json::Value doc(Json::objectValue);
         doc["package"] = package_id;
         doc["apps"] = Json::Value(Json::arrayValue);
         doc["certs"] = Json::Value(Json::arrayValue);
+        if (rc == PACKAGE_MANAGER_ERROR_NONE)
+            doc["uid"] = static_cast<Json::UInt>(uid);
         std::size_t start = 0;
         for (std::size_t nl; (nl = out.find('\n', start)) != std::string::npos; start = nl + 1) {
             const std::string line = out.substr(start, nl - start);
@@ -184,8 +217,10 @@ const Group &PkgGroup()
         "pkg",
         "Register, remove and show packages and their signer certificates",
         "A package groups applications and carries the certificate it was signed\n"
-        "with. Each is one file under <root>/packages. Changes take effect at the\n"
-        "next look-up; nothing caches them.\n"
+        "with. Its processes run as a user of its own, which the platform\n"
+        "recognises them by (the storage service gives a package's data to that\n"
+        "user only). Each package is one file under <root>/packages. Changes take\n"
+        "effect at the next look-up; nothing caches them.\n"
         "\n"
         "Examples:\n"
         "  sso-platform pkg add org.example.pkg --app org.example.tv.app --author-cert cert.pem\n"
@@ -193,18 +228,23 @@ const Group &PkgGroup()
         "  sso-platform pkg rm org.example.pkg",
         {
             {"add",
-             "PACKAGE_ID --app APP_ID [--app APP_ID ...] [--author-cert FILE]",
+             "PACKAGE_ID --app APP_ID [--app APP_ID ...] [--author-cert FILE] [--uid UID]",
              "Register a package",
              "Registers the package with its applications, replacing any previous\n"
              "registration atomically. --app may be repeated; at least one is needed.\n"
              "--author-cert is an X.509 certificate in PEM or DER; it is stored in DER\n"
              "as the author signer certificate (type 2).\n"
+             "The package's processes run as user UID, which no other package may have\n"
+             "(no passwd entry is needed). Without --uid the package keeps the one it\n"
+             "had, or gets the lowest free one from 70000 to 79999; 'pkg show' prints it.\n"
              "\n"
              "Examples:\n"
              "  sso-platform pkg add org.example.pkg --app org.example.tv.app\n"
-             "  sso-platform pkg add org.example.pkg --app a.one --app a.two --author-cert c.der",
+             "  sso-platform pkg add org.example.pkg --app a.one --app a.two --author-cert c.der\n"
+             "  sso-platform pkg add org.example.pkg --app org.example.tv.app --uid 70100",
              {{"--app", "APP_ID", "An application of the package (repeatable)"},
-              {"--author-cert", "FILE", "The author signer certificate (PEM or DER)"}},
+              {"--author-cert", "FILE", "The author signer certificate (PEM or DER)"},
+              {"--uid", "UID", "The user id of the package's processes"}},
              1,
              1,
              Add},
@@ -222,11 +262,12 @@ const Group &PkgGroup()
             {"show",
              "PACKAGE_ID",
              "Print a package's applications and certificates",
-             "Prints \"package\\tID\", one \"app\\tAPP_ID\" line per application and one\n"
+             "Prints \"package\\tID\", one \"app\\tAPP_ID\" line per application, one\n"
              "\"cert\\tTYPE\\tBASE64\" line per certificate (TYPE e.g. author-signer,\n"
-             "BASE64 the DER encoding). Fails with status 1 when it is not registered.\n"
+             "BASE64 the DER encoding) and \"uid\\tUID\", the user of its processes. Fails\n"
+             "with status 1 when it is not registered.\n"
              "With --json: {\"package\": ID, \"apps\": [APP_ID...], \"certs\":\n"
-             "[{\"type\": TYPE, \"base64\": BASE64}...]}.\n"
+             "[{\"type\": TYPE, \"base64\": BASE64}...], \"uid\": UID}.\n"
              "\n"
              "Example:\n"
              "  sso-platform pkg show org.example.pkg",

@@ -2,6 +2,7 @@
 // pass between the store and stdin/stdout or a file only; messages name the
 // item id and never show its contents.
 #include <string.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -68,6 +69,13 @@ void Check(int rc, const std::string &item)
                       " bytes");
     case SS_ERROR_NOT_INITIALIZED:
         throw Failure(name + ": credential not initialised");
+    case SS_ERROR_ACCESS_DENIED:
+        throw Failure(name + ": access denied to uid " + std::to_string(getuid()) +
+                      " (a package's data is for the package's user; writes, and every other "
+                      "item, for the SSO service's user and root)");
+    case SS_ERROR_SERVICE_UNAVAILABLE:
+        throw Failure(name + ": the storage service (sso-storaged) does not answer under " +
+                      "the platform root");
     default:
         throw Failure(name + ": secure storage error " + std::to_string(rc));
     }
@@ -220,10 +228,13 @@ const Group &SsGroup()
     static const Group group = {
         "ss",
         "Put, get and remove secure-storage items",
-        "Items are kept encrypted and authenticated under <root>/secure-storage,\n"
-        "sealed with the deployment's credential (module id and uuid) unless\n"
-        "--module-id or --uuid names another. An item written with one credential\n"
-        "does not read under another.\n"
+        "Items are kept encrypted and authenticated by the storage service\n"
+        "(sso-storaged, which must run for the platform root), sealed with the\n"
+        "deployment's credential (module id and uuid) unless --module-id or --uuid\n"
+        "names another. An item written with one credential does not read under\n"
+        "another. The service decides by the user running the command: put and rm\n"
+        "are for the SSO service's user and root; get also serves the account\n"
+        "document to anyone and a package's data to the package's user.\n"
         "\n"
         "Examples:\n"
         "  sso-platform ss put sso/accounts accounts.json\n"

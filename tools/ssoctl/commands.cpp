@@ -57,7 +57,7 @@ const std::vector<Command> &Commands()
          0,
          0,
          {"sso_check_alive", "sso_get_login_state", "sso_get_account_number",
-          "sso_get_login_user_id", "sso_get_guid"},
+          "sso_get_login_user_id", "sso_get_guid", "sso_last_error", "sso_last_service_answer"},
          CmdStatus},
         {"Device and account",
          "alive",
@@ -112,6 +112,18 @@ const std::vector<Command> &Commands()
          0,
          {"sso_get_accounts"},
          CmdAccounts},
+        {"Device and account",
+         "codes",
+         "the causes of failure and the service's result codes",
+         "usage: ssoctl codes\n"
+         "Lists why a call can fail (the name every command prints with --json as\n"
+         "\"error\", and what it means) and the result codes the SSO service defines.\n"
+         "Example: ssoctl --json codes\n",
+         {},
+         0,
+         0,
+         {"sso_error_name", "sso_strerror", "sso_service_result_name"},
+         CmdCodes},
         {"Device and account",
          "policy",
          "enforce-login, temporary logout, switching, popup and term state",

@@ -42,8 +42,12 @@ std::string YesNo(bool b)
 int CmdStatus(const Invocation &inv)
 {
     bool alive = sso_check_alive() == 0;
+    // Read at once: the calls below may fail for reasons of their own.
+    const std::string aliveCause = alive ? std::string() : LastCause();
+    const std::string aliveError = alive ? std::string() : LastCauseName();
     sso_login_state state = SSO_NOT_LOGIN;
     bool state_ok = sso_get_login_state(&state) == 0;
+    const std::string stateCause = state_ok ? std::string() : LastCause();
     int count = 0;
     bool count_ok = sso_get_account_number(&count) == 0;
     bool signed_in = state_ok && state == SSO_LOGEDIN;
@@ -60,6 +64,7 @@ int CmdStatus(const Invocation &inv)
         v["account_count"] = count_ok ? Json::Value(count) : Json::Value();
         v["login_id"] = signed_in ? Json::Value(login_id) : Json::Value();
         v["guid"] = signed_in ? Json::Value(Mask(guid, inv.show_secrets)) : Json::Value();
+        v["error"] = alive ? Json::Value() : Json::Value(aliveError);
         PrintJson(v);
     } else {
         PrintLine(std::string("service: ") + (alive ? "alive" : "not answering"));
@@ -73,8 +78,8 @@ int CmdStatus(const Invocation &inv)
         }
     }
     if (!alive)
-        return Fail("the SSO service did not answer", kExitFailed);
-    return state_ok ? kExitOk : Fail("cannot read the login state", kExitFailed);
+        return Fail("the SSO service did not answer: " + aliveCause, kExitFailed);
+    return state_ok ? kExitOk : Fail("cannot read the login state: " + stateCause, kExitFailed);
 }
 
 int CmdAlive(const Invocation &inv)
@@ -87,14 +92,61 @@ int CmdAlive(const Invocation &inv)
     } else {
         PrintLine(alive ? "alive" : "not answering");
     }
-    return alive ? kExitOk : Fail("the SSO service did not answer", kExitFailed);
+    if (!alive) {
+        const std::string cause = LastCause();
+        return Fail("the SSO service did not answer: " + cause, kExitFailed);
+    }
+    return kExitOk;
+}
+
+int CmdCodes(const Invocation &inv)
+{
+    Json::Value causes(Json::arrayValue);
+    Json::Value results(Json::arrayValue);
+    if (!inv.json)
+        PrintLine("Causes of failure (\"error\" with --json):");
+    // The causes run from 0 up; the first value without a name ends them.
+    for (int e = 0;; ++e) {
+        const char *name = sso_error_name(static_cast<sso_error_e>(e));
+        if (std::string(name) == "unknown")
+            break;
+        const char *text = sso_strerror(static_cast<sso_error_e>(e));
+        Json::Value c(Json::objectValue);
+        c["code"] = e;
+        c["name"] = name;
+        c["text"] = text;
+        causes.append(c);
+        if (!inv.json)
+            PrintLine("  " + std::string(name) +
+                      std::string(22 - std::min<size_t>(21, std::string(name).size()), ' ') + text);
+    }
+    if (!inv.json)
+        PrintLine("Result codes of the SSO service:");
+    for (int code = 0;; ++code) {
+        const char *name = sso_service_result_name(code);
+        if (name == nullptr)
+            break;
+        Json::Value r(Json::objectValue);
+        r["code"] = code;
+        r["name"] = name;
+        results.append(r);
+        if (!inv.json)
+            PrintLine("  " + std::to_string(code) + "  " + name);
+    }
+    if (inv.json) {
+        Json::Value v(Json::objectValue);
+        v["causes"] = causes;
+        v["service_results"] = results;
+        PrintJson(v);
+    }
+    return kExitOk;
 }
 
 int CmdAccounts(const Invocation &inv)
 {
     std::string text;
     if (!ReadText(sso_get_accounts, &text))
-        return Fail("accounts: cannot read the account document", kExitFailed);
+        return FailWithCause(inv, "accounts");
     Json::Value doc = ParseLoose(text);
     if (doc.isString())
         return Fail("accounts: the account document is not valid JSON", kExitFailed);
@@ -219,7 +271,7 @@ int CmdAccount(const Invocation &inv)
     if (wanted == "login-state") {
         sso_login_state state = SSO_NOT_LOGIN;
         if (sso_get_login_state(&state) != 0)
-            return Fail("account login-state: cannot read the login state", kExitFailed);
+            return FailWithCause(inv, "account login-state");
         const char *text = state == SSO_LOGEDIN ? "signed-in" : "signed-out";
         if (inv.json) {
             Json::Value v(Json::objectValue);
@@ -233,7 +285,7 @@ int CmdAccount(const Invocation &inv)
     if (wanted == "account-number") {
         int count = 0;
         if (sso_get_account_number(&count) != 0)
-            return Fail("account account-number: cannot read the number of accounts", kExitFailed);
+            return FailWithCause(inv, "account account-number");
         if (inv.json) {
             Json::Value v(Json::objectValue);
             v["account_count"] = count;
@@ -249,10 +301,7 @@ int CmdAccount(const Invocation &inv)
                 continue;
             Json::Value value;
             if (!f.read(&value))
-                return Fail("account " + wanted +
-                                ": not available (nobody signed in, or the account data "
-                                "cannot be read)",
-                            kExitFailed);
+                return FailWithCause(inv, "account " + wanted);
             if (inv.json) {
                 Json::Value v(Json::objectValue);
                 v[f.key] = FieldJson(f, value, inv.show_secrets);

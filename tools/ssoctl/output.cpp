@@ -110,6 +110,56 @@ int Fail(const std::string &message, int code)
     return code;
 }
 
+std::string ServiceAnswered(int code)
+{
+    const char *name = sso_service_result_name(code);
+    std::string text = "service answered " + std::to_string(code);
+    if (name != nullptr) {
+        std::string words = name;
+        for (char &c : words)
+            if (c == '_')
+                c = ' ';
+        text += ": " + words;
+    }
+    return text;
+}
+
+std::string LastCause()
+{
+    const sso_error_e error = sso_last_error();
+    switch (error) {
+    case SSO_ERROR_NO_BUS: {
+        const char *address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+        return std::string("no bus at ") + (address != nullptr && *address != '\0'
+                                                ? address
+                                                : "unix:path=/var/run/dbus/system_bus_socket");
+    }
+    case SSO_ERROR_NOT_SIGNED_IN:
+        return "not signed in";
+    case SSO_ERROR_SERVICE_REFUSED:
+        return ServiceAnswered(sso_last_service_answer());
+    default:
+        return sso_strerror(error);
+    }
+}
+
+std::string LastCauseName()
+{
+    return sso_error_name(sso_last_error());
+}
+
+int FailWithCause(const Invocation &inv, const std::string &what)
+{
+    const std::string cause = LastCause();
+    if (inv.json) {
+        Json::Value v(Json::objectValue);
+        v["ok"] = false;
+        v["error"] = LastCauseName();
+        PrintJson(v);
+    }
+    return Fail(what + ": " + cause, kExitFailed);
+}
+
 int UsageError(const Invocation &inv, const std::string &message)
 {
     std::fprintf(stderr, "ssoctl %s: %s\nTry \"ssoctl %s --help\".\n", inv.command.c_str(),
@@ -206,14 +256,20 @@ Json::Value Outcome(bool ok, int result)
 
 int ReportRefused(const Invocation &inv, const std::string &what, int ret)
 {
+    const std::string cause = LastCause();
     if (inv.json) {
         Json::Value v = Outcome(false, ret);
         v["refused"] = true;
+        v["error"] = LastCauseName();
+        if (sso_last_error() == SSO_ERROR_SERVICE_REFUSED) {
+            const int answer = sso_last_service_answer();
+            const char *name = sso_service_result_name(answer);
+            v["service_answer"] = answer;
+            v["service_answer_name"] = name != nullptr ? Json::Value(name) : Json::Value();
+        }
         PrintJson(v);
     }
-    std::string why = ret == -100 ? ": refused, the device holds six accounts already"
-                                  : ": the request was refused";
-    return Fail(what + why + " (result " + std::to_string(ret) + ")", kExitFailed);
+    return Fail(what + ": " + cause + " (result " + std::to_string(ret) + ")", kExitFailed);
 }
 
 int ReportFailedResult(const Invocation &inv, const std::string &what, int result,
@@ -221,12 +277,15 @@ int ReportFailedResult(const Invocation &inv, const std::string &what, int resul
 {
     if (inv.json) {
         Json::Value v = Outcome(false, result);
+        // The service's own reason, by its name where it defines one.
+        const char *name = sso_service_result_name(result);
+        v["error"] = name != nullptr ? name : "service_result";
         if (extra.isObject())
-            for (const std::string &name : extra.getMemberNames())
-                v[name] = extra[name];
+            for (const std::string &member : extra.getMemberNames())
+                v[member] = extra[member];
         PrintJson(v);
     }
-    return Fail(what + " failed with result " + std::to_string(result), kExitFailed);
+    return Fail(what + ": " + ServiceAnswered(result), kExitFailed);
 }
 
 int FinishSecretText(const Invocation &inv, Pending *p, const std::string &what,
@@ -284,10 +343,17 @@ int FinishPlain(const Invocation &inv, Pending *p, const std::string &what,
 int ReportImmediate(const Invocation &inv, const std::string &what, int ret,
                     const std::string &message)
 {
+    if (ret != 0) {
+        const std::string cause = LastCause();
+        if (inv.json) {
+            Json::Value v = Outcome(false, ret);
+            v["error"] = LastCauseName();
+            PrintJson(v);
+        }
+        return Fail(what + ": " + cause + " (result " + std::to_string(ret) + ")", kExitFailed);
+    }
     if (inv.json)
-        PrintJson(Outcome(ret == 0, ret));
-    if (ret != 0)
-        return Fail(what + ": refused (result " + std::to_string(ret) + ")", kExitFailed);
+        PrintJson(Outcome(true, ret));
     if (!inv.json)
         PrintLine(message);
     return kExitOk;

@@ -79,6 +79,16 @@ void PrintLine(const std::string &line);
 void PrintJson(const Json::Value &v);
 // "ssoctl: message" on stderr; returns code.
 int Fail(const std::string &message, int code);
+// Why the library's last call on this thread failed, as a person reads it
+// ("no bus at unix:path=...", "not signed in", "service answered 6: no such
+// account"), and its stable name ("no_bus") for the "error" member of JSON.
+std::string LastCause();
+std::string LastCauseName();
+// "service answered <code>[: <name>]", for a service's answer or result.
+std::string ServiceAnswered(int code);
+// A failed library call: "<what>: <cause>" on stderr and, in JSON mode,
+// {"ok":false,"error":"<name>"}; kExitFailed.
+int FailWithCause(const Invocation &inv, const std::string &what);
 // A usage error of the command: the message and a pointer to its help.
 int UsageError(const Invocation &inv, const std::string &message);
 // Takes ownership of a malloc'ed text from the library.
@@ -174,6 +184,7 @@ int ReportImmediate(const Invocation &inv, const std::string &what, int ret,
 
 int CmdStatus(const Invocation &inv);
 int CmdAlive(const Invocation &inv);
+int CmdCodes(const Invocation &inv);
 int CmdAccounts(const Invocation &inv);
 int CmdAccount(const Invocation &inv);
 int CmdPolicy(const Invocation &inv);

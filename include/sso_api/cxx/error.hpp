@@ -47,10 +47,15 @@ enum class errc : int {
     not_allowed = 9,         ///< The calling application may not make this call.
     storage_unreadable = 10, ///< The account data could not be read.
     account_limit = 11, ///< The device holds six accounts and the one named is not one of them.
-    out_of_memory = 12, ///< A text could not be allocated.
-    // Failures the C library reports by its return value alone.
-    failed = 50,        ///< The call failed and the library named no cause.
-    launch_failed = 51, ///< The account UI application could not be launched.
+    client_name_taken = 12, ///< Another process holds this process's client bus name.
+    bus_error = 13,         ///< The call on the bus failed otherwise.
+    not_supported = 14,     ///< Retired, or not on this product.
+    out_of_memory = 15,     ///< A text could not be allocated.
+    launch_failed = 16,     ///< The account UI application could not be launched.
+    not_found = 17,         ///< The value asked for is not stored.
+    internal = 18,          ///< An unexpected failure inside the library.
+    // The values 1 to 49 are the C library's causes (sso_error_e), by number.
+    failed = 50, ///< The call failed and the library named no cause.
     // Outcomes of this C++ layer.
     deadline_exceeded = 100, ///< The deadline passed before the result came.
     cancelled = 101,         ///< The request was cancelled (Request::cancel(), Future::cancel()).

@@ -32,6 +32,10 @@ int sso_platform_path(char *buf, size_t size, const char *relative);
  * with errno set. */
 int sso_platform_mkdirs(const char *path, mode_t mode);
 
+/* Writes all len bytes to fd, retrying short writes and EINTR. Returns 0 or
+ * -1 with errno set. */
+int sso_platform_write_all(int fd, const void *data, size_t len);
+
 /* Replaces path with the given bytes atomically: a reader sees either the old
  * or the new contents, never a mix. The file gets the given mode. Returns 0 or
  * -1 with errno set. */

@@ -6,7 +6,9 @@
  * ("stderr", "syslog", "file:PATH" or "none"; default "syslog") and the
  * threshold with SSO_PLATFORM_LOG_LEVEL ("verbose", "debug", "info", "warn",
  * "error", "fatal" or "silent"; default "warn"). Lines below the threshold
- * return at once without being formatted. File and stderr lines read
+ * return at once without being formatted. A log file that does not exist yet
+ * is created with mode 0640 (never readable by every user). File and stderr
+ * lines read
  *   2026-11-22 10:00:00.123456 <pid> <tid> <P>/<buffer> <tag>: <message>
  */
 #ifndef SSO_PLATFORM_DLOG_H

@@ -7,6 +7,17 @@
  * whole value. A change made by any process reaches every subscriber of the
  * key, on the thread that runs the GLib main context that was the thread
  * default when the subscriber subscribed.
+ *
+ * Who reads what: a key is a file of mode 0644, readable by every user,
+ * except the keys whose values identify the account holder (the previous
+ * account's GUID and login id, the last account event, which names both, and
+ * the display name: "memory/sso/prev_login_guid", "memory/sso/prev_login_id",
+ * "memory/sso/event_extra", "db/sso/display_name"). Those are 0640: readable
+ * by their writer and by the group of the file, which is the group of the
+ * vconf directory when that directory is set-group-ID. The platform's
+ * installer gives the directory to the applications group (chgrp, chmod
+ * 2755), so that applications, which the library serves, read them and other
+ * users' processes get VCONF_ERROR_FILE_PERM.
  */
 #ifndef SSO_PLATFORM_VCONF_H
 #define SSO_PLATFORM_VCONF_H
