@@ -56,6 +56,8 @@ bool IsDevelMode();
                 ##__VA_ARGS__)
 #define SSO_LOGE_FOR(function, fmt, ...)                                                           \
     SSO_LOG_FOR(function, LOG_ID_SYSTEM, DLOG_WARN, SSO_COLOR_RED fmt SSO_COLOR_END, ##__VA_ARGS__)
+#define SSO_LOGY_FOR(function, fmt, ...)                                                           \
+    SSO_LOG_FOR(function, LOG_ID_MAIN, DLOG_INFO, SSO_COLOR_YELLOW fmt SSO_COLOR_END, ##__VA_ARGS__)
 
 // Traces (info, main buffer).
 #define SSO_LOGP(fmt, ...) SSO_LOG_AT(LOG_ID_MAIN, DLOG_INFO, fmt, ##__VA_ARGS__)
@@ -102,4 +104,10 @@ bool IsDevelMode();
     do {                                                                                           \
         if (dlog_is_loggable(DLOG_INFO) && sso_log_detail::IsDevelMode())                          \
             SSO_LOGG("[DEVEL] " fmt, ##__VA_ARGS__);                                               \
+    } while (0)
+#define SSO_LOG_DEVEL_FOR(function, fmt, ...)                                                      \
+    do {                                                                                           \
+        if (dlog_is_loggable(DLOG_INFO) && sso_log_detail::IsDevelMode())                          \
+            SSO_LOG_FOR(function, LOG_ID_MAIN, DLOG_INFO,                                          \
+                        SSO_COLOR_GREEN "[DEVEL] " fmt SSO_COLOR_END, ##__VA_ARGS__);              \
     } while (0)

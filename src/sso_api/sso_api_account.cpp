@@ -396,8 +396,8 @@ try {
         return true;
     }
     SSORequestFrame frame("sso_private_get_extracted_application_data");
-    bool ok = frame.Open() && frame.ReadData({Text(packageId), Text(appId), Text(key)}, out,
-                                             "pExtractedAppData is null");
+    bool ok =
+        frame.Open() && frame.ReadData({packageId, appId, key}, out, "pExtractedAppData is null");
     if (ok)
         SSO_LOGY("applicationData size[%zu]", out.size());
     SSO_LOG_END_F("bRet [%d]", ok ? 1 : 0);

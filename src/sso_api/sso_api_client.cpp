@@ -117,31 +117,40 @@ bool SSORequestFrame::Open()
     return true;
 }
 
-GVariant *SSORequestFrame::Tuple(std::initializer_list<std::initializer_list<GVariant *>> parts)
+GVariant *SSORequestFrame::Tuple(std::initializer_list<std::initializer_list<SSOField>> parts)
 {
     GVariantBuilder builder;
     g_variant_builder_init(&builder, G_VARIANT_TYPE_TUPLE);
     g_variant_builder_add_value(&builder, g_variant_new_string(m_objectName.c_str()));
-    for (const auto &part : parts)
-        for (GVariant *value : part)
-            g_variant_builder_add_value(&builder, value);
+    for (const auto &part : parts) {
+        for (const SSOField &field : part) {
+            if (field.kind() == SSOField::Kind::Int32) {
+                g_variant_builder_add_value(
+                    &builder, g_variant_new_int32(static_cast<int32_t>(field.number())));
+            } else if (field.kind() == SSOField::Kind::Int64) {
+                g_variant_builder_add_value(&builder, g_variant_new_int64(field.number()));
+            } else if (field.text() != nullptr) {
+                g_variant_builder_add_value(&builder, g_variant_new_string(field.text()));
+            } else {
+                // A D-Bus string cannot be null: a function that let one
+                // through is refused here, never sent.
+                SSO_LOGE("a text of [%s] is null", m_type->serverMethod);
+                g_variant_builder_clear(&builder);
+                return nullptr;
+            }
+        }
+    }
     return g_variant_builder_end(&builder);
 }
 
 namespace {
 
-// Sinks and drops values that will not be sent.
-void DropValues(std::initializer_list<GVariant *> values)
-{
-    for (GVariant *value : values)
-        if (value != nullptr)
-            g_variant_unref(g_variant_ref_sink(value));
-}
-
 // The tuple must have the row's shape: a mistake in a request function is
 // refused here, never sent.
 bool HasShape(GVariant *tuple, const std::string &shape, const char *method)
 {
+    if (tuple == nullptr)
+        return false;
     if (g_variant_is_of_type(tuple, G_VARIANT_TYPE(shape.c_str())))
         return true;
     SSO_LOGE("the tuple of [%s] is %s, not %s", method, g_variant_get_type_string(tuple),
@@ -152,20 +161,16 @@ bool HasShape(GVariant *tuple, const std::string &shape, const char *method)
 
 } // namespace
 
-int SSORequestFrame::Send(std::initializer_list<GVariant *> fields, gint64 callback,
-                          std::initializer_list<GVariant *> afterCallback, gint64 userData)
+int SSORequestFrame::Send(std::initializer_list<SSOField> fields, gint64 callback,
+                          std::initializer_list<SSOField> afterCallback, gint64 userData)
 {
-    if (!m_open || m_type->form != SSORequestForm::Async) {
-        DropValues(fields);
-        DropValues(afterCallback);
+    if (!m_open || m_type->form != SSORequestForm::Async)
         return -1;
-    }
-    GVariant *tuple =
-        Tuple({fields,
-               {g_variant_new_int64(callback)},
-               afterCallback,
-               {g_variant_new_int64(m_requestId), g_variant_new_int64(userData),
-                g_variant_new_int32(m_aeIndex), g_variant_new_string(m_type->methodCall)}});
+    GVariant *tuple = Tuple({fields,
+                             {static_cast<int64_t>(callback)},
+                             afterCallback,
+                             {static_cast<int64_t>(m_requestId), static_cast<int64_t>(userData),
+                              m_aeIndex, m_type->methodCall}});
     const std::string shape =
         std::string("(s") + m_type->fields + "x" + m_type->afterCallback + "xxis)";
     if (!HasShape(tuple, shape, m_type->serverMethod))
@@ -175,37 +180,37 @@ int SSORequestFrame::Send(std::initializer_list<GVariant *> fields, gint64 callb
     SSOAPIRequestRegistry::Ticket ticket = 0;
     if (m_type->delivery != nullptr && callback != 0)
         ticket = m_transport->Requests().Add(m_type->delivery, callback, userData);
-    GVariant *reply = nullptr;
-    int result = sso_private_request_method(m_type->serverMethod, tuple, &reply, m_link);
+    int result = sso_private_request_method(m_type->serverMethod, tuple, nullptr, m_link);
     if (result != 0 && ticket != 0)
         m_transport->Requests().Remove(ticket);
     return result;
 }
 
-int SSORequestFrame::SendPlain(std::initializer_list<GVariant *> fields)
+int SSORequestFrame::SendPlain(std::initializer_list<SSOField> fields)
 {
-    if (!m_open || m_type->form != SSORequestForm::Plain) {
-        DropValues(fields);
+    if (!m_open || m_type->form != SSORequestForm::Plain)
         return -1;
-    }
-    GVariant *tuple = Tuple(
-        {{g_variant_new_int64(m_requestId), g_variant_new_string(m_type->serverMethod)}, fields});
+    GVariant *tuple = Tuple({{static_cast<int64_t>(m_requestId), m_type->serverMethod}, fields});
     if (!HasShape(tuple, std::string("(sxs") + m_type->fields + ")", m_type->serverMethod))
         return sso_private_fail(SSO_ERROR_INTERNAL, -1);
-    GVariant *reply = nullptr;
-    return sso_private_request_method(m_type->serverMethod, tuple, &reply, m_link);
+    return sso_private_request_method(m_type->serverMethod, tuple, nullptr, m_link);
 }
 
-bool SSORequestFrame::ReadData(std::initializer_list<GVariant *> fields, std::string &out,
+int sso_private_send_plain(const char *function)
+{
+    SSORequestFrame frame(function);
+    if (!frame.Open())
+        return -1;
+    return frame.SendPlain();
+}
+
+bool SSORequestFrame::ReadData(std::initializer_list<SSOField> fields, std::string &out,
                                const char *nullMessage)
 {
     out.clear();
-    if (!m_open || m_type->form != SSORequestForm::Data) {
-        DropValues(fields);
+    if (!m_open || m_type->form != SSORequestForm::Data)
         return false;
-    }
-    GVariant *tuple = Tuple(
-        {{g_variant_new_int64(m_requestId), g_variant_new_string(m_type->serverMethod)}, fields});
+    GVariant *tuple = Tuple({{static_cast<int64_t>(m_requestId), m_type->serverMethod}, fields});
     if (!HasShape(tuple, std::string("(sxs") + m_type->fields + ")", m_type->serverMethod))
         return false;
     GVariant *reply = nullptr;
@@ -482,10 +487,7 @@ SSO_API int sso_get_term_state(const char *term_id)
 SSO_API int sso_check_alive(void)
 try {
     SSO_LOG_START();
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    return frame.SendPlain();
+    return sso_private_send_plain(__func__);
 }
 SSO_API_CATCH(-1)
 

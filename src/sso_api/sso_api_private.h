@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include "SSOAPIClientLifeCycle.h"
@@ -20,18 +21,34 @@
 
 class CSSOSvcGdbus;
 
-// One request on its way to the service, the same for every request: the
-// exported function checks its own arguments and state (with its own
-// messages), then
-//   SSORequestFrame frame("sso_perform_logout");
-//   if (!frame.Open()) return -1;       // the link is up, the name is ours
-//   ... log with frame.requestId() ...
-//   return frame.Send({Text(confirm)}, Value(callback), Value(user_data));
-// Open brings the link up first and only then reads the request id and takes
-// ae_index, so a request never carries the id of a link that is gone. Send
-// builds the tuple from the request's row (object name first; callback,
-// request id, user data, ae_index, method_call last), records the request as
-// outstanding, sends it, and forgets it again if the service refuses.
+// One field of a request tuple: a text, a 32-bit or a 64-bit number. The
+// frame turns it into a value only once the link is up, so a refused request
+// builds nothing.
+class SSOField {
+public:
+    enum class Kind { Text, Int32, Int64 };
+    SSOField(const char *text) : m_text(text) {}
+    SSOField(const std::string &text) : m_text(text.c_str()) {}
+    SSOField(int32_t number) : m_kind(Kind::Int32), m_number(number) {}
+    SSOField(int64_t number) : m_kind(Kind::Int64), m_number(number) {}
+
+    Kind kind() const { return m_kind; }
+    const char *text() const { return m_text; }
+    int64_t number() const { return m_number; }
+
+private:
+    Kind m_kind = Kind::Text;
+    const char *m_text = nullptr; // not owned; lives for the call
+    int64_t m_number = 0;
+};
+
+// One request on its way to the service, the same for every request. Request
+// functions reach it through sso_private_send_request (below); Open brings
+// the link up first and only then reads the request id and takes ae_index,
+// so a request never carries the id of a link that is gone. Send builds the
+// tuple from the request's row (object name first; callback, request id, user
+// data, ae_index, method_call last), records the request as outstanding,
+// sends it, and forgets it again if the service refuses.
 // Lives on the caller's stack for one call; holds the library open.
 class SSORequestFrame {
 public:
@@ -49,23 +66,23 @@ public:
 
     // An asynchronous request: fields go between the object name and the
     // callback, afterCallback between the callback and the request id.
-    // Floating values are consumed. 0 when the service accepted it, else -1.
-    int Send(std::initializer_list<GVariant *> fields, gint64 callback,
-             std::initializer_list<GVariant *> afterCallback, gint64 userData);
-    int Send(std::initializer_list<GVariant *> fields, gint64 callback, gint64 userData)
+    // 0 when the service accepted it, else -1.
+    int Send(std::initializer_list<SSOField> fields, gint64 callback,
+             std::initializer_list<SSOField> afterCallback, gint64 userData);
+    int Send(std::initializer_list<SSOField> fields, gint64 callback, gint64 userData)
     {
         return Send(fields, callback, {}, userData);
     }
     // A plain request, "(sxs)" plus its fields: the frame's result.
-    int SendPlain(std::initializer_list<GVariant *> fields = {});
+    int SendPlain(std::initializer_list<SSOField> fields = {});
     // A read answered "(s)": true with the text, else false and nullMessage
     // logged when the answer carried none.
-    bool ReadData(std::initializer_list<GVariant *> fields, std::string &out,
+    bool ReadData(std::initializer_list<SSOField> fields, std::string &out,
                   const char *nullMessage);
 
 private:
-    // (object name, the parts in order).
-    GVariant *Tuple(std::initializer_list<std::initializer_list<GVariant *>> parts);
+    // (object name, the parts in order); nullptr (logged) when a text is null.
+    GVariant *Tuple(std::initializer_list<std::initializer_list<SSOField>> parts);
 
     const SSORequestType *m_type;
     SSOAPIBusyScope m_busy;
@@ -78,19 +95,46 @@ private:
     int32_t m_aeIndex = 0;
 };
 
-// Tuple fields for the frame.
-inline GVariant *Text(const char *text)
-{
-    return g_variant_new_string(text);
-}
-inline GVariant *Text(const std::string &text)
-{
-    return g_variant_new_string(text.c_str());
-}
 template <typename P> inline gint64 Value(P pointer)
 {
     return static_cast<gint64>(reinterpret_cast<intptr_t>(pointer));
 }
+
+// Which row a request function sends, and the name its lines are logged
+// under: its own, or that of the exported function that called it.
+struct SSORequestName {
+    SSORequestName(const char *function) : row(function), caller(function) {}
+    SSORequestName(const char *rowFunction, const char *callerName)
+        : row(rowFunction), caller(callerName)
+    {
+    }
+    const char *row;
+    const char *caller;
+};
+
+// The send half of every asynchronous request function, once its own checks
+// have passed: opens the frame of the name's row, lets logSent write the
+// function's line (logSent(caller name, request id), or (caller name, frame),
+// with the SSO_LOG*_FOR macros), and sends the fields. 0 when the service accepted the request,
+// else -1. Blocks at most the link's set-up plus the request time-out.
+template <typename Callback, typename LogSent>
+int sso_private_send_request(SSORequestName name, std::initializer_list<SSOField> fields,
+                             Callback callback, void *userData, LogSent &&logSent,
+                             std::initializer_list<SSOField> afterCallback = {})
+{
+    SSORequestFrame frame(name.row);
+    if (!frame.Open())
+        return -1;
+    if constexpr (std::is_invocable_v<LogSent, const char *, const SSORequestFrame &>)
+        logSent(name.caller, static_cast<const SSORequestFrame &>(frame));
+    else
+        logSent(name.caller, frame.requestId());
+    return frame.Send(fields, Value(callback), afterCallback, Value(userData));
+}
+
+// A plain request of function's row, answered "(i)": 0 when the service
+// answered 1, else -1.
+int sso_private_send_plain(const char *function);
 
 // Sends one request: 0 when the service accepted it (answered "(i)" with 1),
 // -1 otherwise. parameters is a floating tuple, consumed. *reply is always

@@ -41,14 +41,24 @@ const char *OnOff(bool flag)
     return flag ? "on" : "off";
 }
 
-// Sends a request that takes no callback: "(sxs)" of the object name, the
-// request id and the method name.
-int SendWithoutCallback(const char *method)
+// Token creation sets up the device account: a hotel product refuses it
+// before looking at anything.
+bool RefusedOnHotel()
 {
-    SSORequestFrame frame(method);
-    if (!frame.Open())
-        return -1;
-    return frame.SendPlain();
+    if (!SSOAPISystemInfo::IsHotelModeSupported())
+        return false;
+    SSO_LOGE("Hotel TV is not supporting easysetup");
+    sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
+    return true;
+}
+
+// 0 when an account may be added for userId, else the refusal (logged).
+int AddAccountRefusal(const char *userId)
+{
+    int iRet = SSOAPIClientUtil::IsAddAccountAvailable(userId);
+    if (iRet != 0)
+        SSO_LOGE("'Add Account' is not available. iRet(%d)", iRet);
+    return iRet;
 }
 
 } // namespace
@@ -89,19 +99,18 @@ int sso_private_request_switch_account_by_id_or_guid(const char *account_id, con
     // Unlike the other requests, an empty extra also counts as absent.
     std::string paramExtra = (extra == nullptr || extra[0] == '\0') ? "HAS_NO_VALUE" : extra;
 
-    SSORequestFrame frame(method);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
-    // A GUID identifies the user: it goes only into the [DEVEL] line.
-    SSO_LOGY("methodName[%s] accountInfo[%s] switch_account_cb[%lld] dbusProxyTid[%lld]", method,
-             byGuid ? "<hidden>" : accountInfo.c_str(), sso_private_pointer_log(callback),
-             dbusProxyTid);
-    if (byGuid)
-        SSO_LOG_DEVEL("accountInfo = %s", accountInfo.c_str());
-
-    return frame.Send({Text(accountInfo.c_str()), Text(paramExtra.c_str())}, Value(callback),
-                      Value(user_data));
+    return sso_private_send_request(
+        {method, __func__}, {accountInfo, paramExtra}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            // A GUID identifies the user: it goes only into the [DEVEL] line.
+            SSO_LOGY_FOR(fn,
+                         "methodName[%s] accountInfo[%s] switch_account_cb[%lld] "
+                         "dbusProxyTid[%lld]",
+                         method, byGuid ? "<hidden>" : accountInfo.c_str(),
+                         sso_private_pointer_log(callback), dbusProxyTid);
+            if (byGuid)
+                SSO_LOG_DEVEL_FOR(fn, "accountInfo = %s", accountInfo.c_str());
+        });
 }
 
 extern "C" {
@@ -124,18 +133,17 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
-    SSO_LOG_DEVEL("app_id = %s, secret_key = %s, paramScope = %s, request_access_token_cb = %lld, "
-                  "dbusProxyTid = %lld",
-                  app_id, secret_key, paramScope.c_str(), sso_private_pointer_log(callback),
-                  dbusProxyTid);
-
-    return frame.Send({Text(app_id), Text(secret_key), Text(paramScope.c_str())}, Value(callback),
-                      Value(user_data));
+    return sso_private_send_request(
+        __func__, {app_id, secret_key, paramScope}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(
+                fn,
+                "app_id = %s, secret_key = %s, paramScope = %s, request_access_token_cb = %lld, "
+                "dbusProxyTid = %lld",
+                app_id, secret_key, paramScope.c_str(), sso_private_pointer_log(callback),
+                dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -164,19 +172,17 @@ try {
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
-    SSO_LOG_DEVEL("app_id = %s, secret_key = %s, auth_code = %s, paramScope = %s, "
-                  "request_access_token_cb = %lld, dbusProxyTid = %lld",
-                  app_id, secret_key, auth_code, paramScope.c_str(),
-                  sso_private_pointer_log(callback), dbusProxyTid);
-
     // Sent to its own server method, but delivered like any access token.
-    return frame.Send({Text(app_id), Text(secret_key), Text(auth_code), Text(paramScope.c_str())},
-                      Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {app_id, secret_key, auth_code, paramScope}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(fn,
+                              "app_id = %s, secret_key = %s, auth_code = %s, paramScope = %s, "
+                              "request_access_token_cb = %lld, dbusProxyTid = %lld",
+                              app_id, secret_key, auth_code, paramScope.c_str(),
+                              sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -195,15 +201,15 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
-    SSO_LOGY("app_id = %s, paramScope = %s, request_auth_code_cb = %lld, dbusProxyTid = %lld",
-             app_id, paramScope.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(app_id), Text(paramScope.c_str())}, Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {app_id, paramScope}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(
+                fn,
+                "app_id = %s, paramScope = %s, request_auth_code_cb = %lld, dbusProxyTid = %lld",
+                app_id, paramScope.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -220,20 +226,19 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
     const char *pAuthCodeFor = "user";
-    SSO_LOGY("app_id = %s, paramScope = %s, pAuthCodeFor = %s, request_user_auth_code_cb = %lld, "
-             "dbusProxyTid = %lld",
-             app_id, paramScope.c_str(), pAuthCodeFor, sso_private_pointer_log(callback),
-             dbusProxyTid);
-
     // User and device codes share one delivery method.
-    return frame.Send({Text(app_id), Text(paramScope.c_str()), Text(pAuthCodeFor)}, Value(callback),
-                      Value(user_data));
+    return sso_private_send_request(__func__, {app_id, paramScope, pAuthCodeFor}, callback,
+                                    user_data, [&](const char *fn, long long dbusProxyTid) {
+                                        SSO_LOGY_FOR(fn,
+                                                     "app_id = %s, paramScope = %s, pAuthCodeFor = "
+                                                     "%s, request_user_auth_code_cb = %lld, "
+                                                     "dbusProxyTid = %lld",
+                                                     app_id, paramScope.c_str(), pAuthCodeFor,
+                                                     sso_private_pointer_log(callback),
+                                                     dbusProxyTid);
+                                    });
 }
 SSO_API_CATCH(-1)
 
@@ -250,19 +255,18 @@ try {
     // A device code needs nobody signed in.
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
     const char *pAuthCodeFor = "device";
-    SSO_LOGY("app_id = %s, paramScope = %s, pAuthCodeFor = %s, request_device_auth_code_cb = "
-             "%lld, dbusProxyTid = %lld",
-             app_id, paramScope.c_str(), pAuthCodeFor, sso_private_pointer_log(callback),
-             dbusProxyTid);
-
-    return frame.Send({Text(app_id), Text(paramScope.c_str()), Text(pAuthCodeFor)}, Value(callback),
-                      Value(user_data));
+    return sso_private_send_request(
+        __func__, {app_id, paramScope, pAuthCodeFor}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(
+                fn,
+                "app_id = %s, paramScope = %s, pAuthCodeFor = %s, request_device_auth_code_cb = "
+                "%lld, dbusProxyTid = %lld",
+                app_id, paramScope.c_str(), pAuthCodeFor, sso_private_pointer_log(callback),
+                dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -279,15 +283,15 @@ try {
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
-    SSO_LOG_DEVEL("app_id = %s, paramScope = %s, request_auth_code_cb = %lld, dbusProxyTid = %lld",
-                  app_id, paramScope.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(app_id), Text(paramScope.c_str())}, Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {app_id, paramScope}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(
+                fn,
+                "app_id = %s, paramScope = %s, request_auth_code_cb = %lld, dbusProxyTid = %lld",
+                app_id, paramScope.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -304,18 +308,17 @@ try {
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
-    SSO_LOGY("app_id = %s, account_id = %s, paramScope = %s, request_auth_code_cb = %lld, "
-             "dbusProxyTid = %lld",
-             app_id, account_id, paramScope.c_str(), sso_private_pointer_log(callback),
-             dbusProxyTid);
-
-    return frame.Send({Text(app_id), Text(account_id), Text(passwd), Text(paramScope.c_str())},
-                      Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {app_id, account_id, passwd, paramScope}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(
+                fn,
+                "app_id = %s, account_id = %s, paramScope = %s, request_auth_code_cb = %lld, "
+                "dbusProxyTid = %lld",
+                app_id, account_id, paramScope.c_str(), sso_private_pointer_log(callback),
+                dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -331,16 +334,14 @@ try {
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
-    SSO_LOG_DEVEL("paramDSC = %s, request_auth_code_for_other_device_cb = %lld, "
-                  "dbusProxyTid = %lld",
-                  paramDSC.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(paramDSC.c_str())}, Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {paramDSC}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(fn,
+                              "paramDSC = %s, request_auth_code_for_other_device_cb = %lld, "
+                              "dbusProxyTid = %lld",
+                              paramDSC.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -357,34 +358,29 @@ try {
     SSO_LOG_START_F("use_notification [%d]", use_notification ? 1 : 0);
     if (!sso_private_are_texts_utf8({{"authcode", authcode}, {"userid", userid}, {"dsc", dsc}}))
         return -1;
-    if (SSOAPISystemInfo::IsHotelModeSupported()) {
-        SSO_LOGE("Hotel TV is not supporting easysetup");
-        return sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
-    }
+    if (RefusedOnHotel())
+        return -1;
     if (authcode == nullptr || userid == nullptr) {
         SSO_LOGE("NULL == authcode || NULL == userid");
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
-    int iRet = SSOAPIClientUtil::IsAddAccountAvailable(userid);
-    if (iRet != 0) {
-        SSO_LOGE("'Add Account' is not available. iRet(%d)", iRet);
-        return iRet;
-    }
+    if (int refusal = AddAccountRefusal(userid))
+        return refusal;
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
     int paramUseNotification = use_notification ? 1 : 0;
-    SSO_LOG_DEVEL("authcode = %s, userid = %s, paramDSC = %s, paramUseNotification = %d, "
-                  "request_oauth_token_cb = %lld, dbusProxyTid = %lld",
-                  authcode, userid, paramDSC.c_str(), paramUseNotification,
-                  sso_private_pointer_log(callback), dbusProxyTid);
-
     // The flag follows the callback here, unlike in the deleteFlag variant.
-    return frame.Send({Text(authcode), Text(userid), Text(paramDSC.c_str())}, Value(callback),
-                      {g_variant_new_int32(paramUseNotification)}, Value(user_data));
+    return sso_private_send_request(
+        __func__, {authcode, userid, paramDSC}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(
+                fn,
+                "authcode = %s, userid = %s, paramDSC = %s, paramUseNotification = %d, "
+                "request_oauth_token_cb = %lld, dbusProxyTid = %lld",
+                authcode, userid, paramDSC.c_str(), paramUseNotification,
+                sso_private_pointer_log(callback), dbusProxyTid);
+        },
+        {paramUseNotification});
 }
 SSO_API_CATCH(-1)
 
@@ -407,34 +403,26 @@ try {
     SSO_LOG_START();
     if (!sso_private_are_texts_utf8({{"userid", userid}, {"authcode", authcode}, {"dsc", dsc}}))
         return -1;
-    if (SSOAPISystemInfo::IsHotelModeSupported()) {
-        SSO_LOGE("Hotel TV is not supporting easysetup");
-        return sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
-    }
+    if (RefusedOnHotel())
+        return -1;
     if (nullptr == userid || nullptr == authcode) {
         SSO_LOGE("nullptr == userid || nullptr == authcode");
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
-    int iRet = SSOAPIClientUtil::IsAddAccountAvailable(userid);
-    if (iRet != 0) {
-        SSO_LOGE("'Add Account' is not available. iRet(%d)", iRet);
-        return iRet;
-    }
+    if (int refusal = AddAccountRefusal(userid))
+        return refusal;
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
     int paramDeleteFlag = delete_flag ? 1 : 0;
-    SSO_LOG_DEVEL("userid = %s, authcode = %s, paramDeleteFlag = %d, paramDSC = %s, "
-                  "request_oauth_token_cb = %lld, dbusProxyTid = %lld",
-                  userid, authcode, paramDeleteFlag, paramDSC.c_str(),
-                  sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(userid), Text(authcode), Text(paramDSC.c_str()),
-                       g_variant_new_int32(paramDeleteFlag)},
-                      Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {userid, authcode, paramDSC, paramDeleteFlag}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(fn,
+                              "userid = %s, authcode = %s, paramDeleteFlag = %d, paramDSC = %s, "
+                              "request_oauth_token_cb = %lld, dbusProxyTid = %lld",
+                              userid, authcode, paramDeleteFlag, paramDSC.c_str(),
+                              sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -444,31 +432,24 @@ try {
     SSO_LOG_START();
     if (!sso_private_are_texts_utf8({{"userid", userid}, {"passwd", passwd}}))
         return -1;
-    if (SSOAPISystemInfo::IsHotelModeSupported()) {
-        SSO_LOGE("Hotel TV is not supporting easysetup");
-        return sso_private_fail(SSO_ERROR_NOT_SUPPORTED, -1);
-    }
+    if (RefusedOnHotel())
+        return -1;
     if (nullptr == userid || nullptr == passwd) {
         SSO_LOGE("nullptr == userid || nullptr == passwd");
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
-    int iRet = SSOAPIClientUtil::IsAddAccountAvailable(userid);
-    if (iRet != 0) {
-        SSO_LOGE("'Add Account' is not available. iRet(%d)", iRet);
-        return iRet;
-    }
+    if (int refusal = AddAccountRefusal(userid))
+        return refusal;
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     int paramDeleteFlag = delete_flag ? 1 : 0;
-    SSO_LOGY("userid = %s, paramDeleteFlag = %d, request_oauth_token_cb = %lld, "
-             "dbusProxyTid = %lld",
-             userid, paramDeleteFlag, sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(userid), Text(passwd), g_variant_new_int32(paramDeleteFlag)},
-                      Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {userid, passwd, paramDeleteFlag}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(fn,
+                         "userid = %s, paramDeleteFlag = %d, request_oauth_token_cb = %lld, "
+                         "dbusProxyTid = %lld",
+                         userid, paramDeleteFlag, sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -502,25 +483,21 @@ try {
         SSO_LOG_CHECK_NULL("dsc is null");
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
-    int iRet = SSOAPIClientUtil::IsAddAccountAvailable(account_id);
-    if (iRet != 0) {
-        SSO_LOGE("'Add Account' is not available. iRet(%d)", iRet);
-        return iRet;
-    }
+    if (int refusal = AddAccountRefusal(account_id))
+        return refusal;
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
     const char *performLogin = OnOff(perform_login_flag);
-    SSO_LOG_DEVEL("account_id = %s, authcode = %s, paramDSC = %s, perform_login_flag = %s, "
-                  "register_account_cb = %lld, dbusProxyTid = %lld",
-                  account_id, authcode, paramDSC.c_str(), performLogin,
-                  sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(account_id), Text(authcode), Text(dsc), Text(performLogin)},
-                      Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {account_id, authcode, dsc, performLogin}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(
+                fn,
+                "account_id = %s, authcode = %s, paramDSC = %s, perform_login_flag = %s, "
+                "register_account_cb = %lld, dbusProxyTid = %lld",
+                account_id, authcode, paramDSC.c_str(), performLogin,
+                sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -536,15 +513,13 @@ try {
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramConfirmID = SSOAPIClientUtil::GetParameterWithCheckNoValue(confirm_id);
-    SSO_LOGY("paramConfirmID = %s, perform_logout_cb = %lld, dbusProxyTid = %lld",
-             paramConfirmID.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(paramConfirmID.c_str())}, Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {paramConfirmID}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(fn, "paramConfirmID = %s, perform_logout_cb = %lld, dbusProxyTid = %lld",
+                         paramConfirmID.c_str(), sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -559,14 +534,11 @@ try {
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
-    SSO_LOGY("verify_password_cb = %lld, dbusProxyTid = %lld", sso_private_pointer_log(callback),
-             dbusProxyTid);
-
-    return frame.Send({Text(passwd)}, Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {passwd}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(fn, "verify_password_cb = %lld, dbusProxyTid = %lld",
+                         sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -579,14 +551,11 @@ try {
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
-    SSO_LOGY("request_account_list_cb = %lld, dbusProxyTid = %lld",
-             sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({}, Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(fn, "request_account_list_cb = %lld, dbusProxyTid = %lld",
+                         sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -601,14 +570,12 @@ try {
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
-    SSO_LOGY("account_id = %s, callback = %lld, dbusProxyTid = %lld", account_id,
-             sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(account_id), Text(password)}, Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {account_id, password}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(fn, "account_id = %s, callback = %lld, dbusProxyTid = %lld", account_id,
+                         sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -623,14 +590,11 @@ try {
     }
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
-    SSO_LOGY("email = %s, reset_passwd_cb = %lld, dbusProxyTid = %lld", email,
-             sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(email)}, Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {email}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(fn, "email = %s, reset_passwd_cb = %lld, dbusProxyTid = %lld", email,
+                         sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -672,15 +636,14 @@ try {
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
-    SSO_LOG_DEVEL("account_id = %s, usertoken = %s, switch_account_cb = %lld, dbusProxyTid = %lld",
-                  accountId.c_str(), usertoken, sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(accountId.c_str()), Text(usertoken)}, Value(callback),
-                      Value(user_data));
+    return sso_private_send_request(
+        __func__, {accountId, usertoken}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(
+                fn,
+                "account_id = %s, usertoken = %s, switch_account_cb = %lld, dbusProxyTid = %lld",
+                accountId.c_str(), usertoken, sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -689,7 +652,7 @@ SSO_API_CATCH(-1)
 SSO_API bool sso_is_account_switching_available(void)
 try {
     SSO_LOG_START();
-    bool available = SendWithoutCallback("sso_is_account_switching_available") == 0;
+    bool available = sso_private_send_plain(__func__) == 0;
     SSO_LOG_END_F("return: %s", available ? "true" : "false");
     return available;
 }
@@ -702,14 +665,14 @@ try {
     // service runs.
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
-    return SendWithoutCallback("sso_request_current_account_noti");
+    return sso_private_send_plain(__func__);
 }
 SSO_API_CATCH(-1)
 
 SSO_API int sso_reset(void)
 try {
     SSO_LOG_START();
-    return SendWithoutCallback("sso_reset");
+    return sso_private_send_plain(__func__);
 }
 SSO_API_CATCH(-1)
 

@@ -57,23 +57,22 @@ int sso_private_request_user_authcode_with_dsc(const _SSOAPIReqAuthCodeWithDSCDa
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    SSORequestFrame frame(data.methodName.c_str());
-    if (!frame.Open())
-        return -1;
-    SSO_LOGY("dbusObjName[%s] dbusProxyTid[%lld]", frame.objectName().c_str(), frame.requestId());
-    gint64 callback = Value(data.pRequestAuthCodeCB);
-    gint64 userData = Value(data.pUserData);
     // The challenge and the verifier travel as a fifth text.
-    if (data.methodName == kWithVerifier || data.methodName == kWithChallenge) {
-        const std::string &code =
-            data.methodName == kWithVerifier ? data.codeVerifier : data.codeChallenge;
-        return frame.Send({Text(data.clientId), Text(data.scope), Text(data.deviceSecurityCode),
-                           Text(data.responseType), Text(code)},
-                          callback, userData);
-    }
-    return frame.Send({Text(data.clientId), Text(data.scope), Text(data.deviceSecurityCode),
-                       Text(data.responseType)},
-                      callback, userData);
+    const bool withCode = data.methodName == kWithVerifier || data.methodName == kWithChallenge;
+    const std::string &code =
+        data.methodName == kWithVerifier ? data.codeVerifier : data.codeChallenge;
+    auto logSent = [](const char *fn, const SSORequestFrame &frame) {
+        SSO_LOGY_FOR(fn, "dbusObjName[%s] dbusProxyTid[%lld]", frame.objectName().c_str(),
+                     frame.requestId());
+    };
+    SSORequestName name(data.methodName.c_str(), __func__);
+    if (withCode)
+        return sso_private_send_request(
+            name, {data.clientId, data.scope, data.deviceSecurityCode, data.responseType, code},
+            data.pRequestAuthCodeCB, data.pUserData, logSent);
+    return sso_private_send_request(
+        name, {data.clientId, data.scope, data.deviceSecurityCode, data.responseType},
+        data.pRequestAuthCodeCB, data.pUserData, logSent);
 }
 
 extern "C" {

@@ -88,16 +88,15 @@ int sso_private_request_partner_auth_info(const char *authKey, const char *authV
         SSO_LOG_CHECK_NULL("pAuthValue is null");
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
-    SSO_LOG_DEVEL("authKey = %s, pAuthValue = %s, pMethod = %s, pCallback = %lld, "
-                  "dbusProxyTid = %lld",
-                  authKey, authValue, method, sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(authKey), Text(authValue), Text(method)}, Value(callback),
-                      Value(userData));
+    return sso_private_send_request(
+        __func__, {authKey, authValue, method}, callback, userData,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(fn,
+                              "authKey = %s, pAuthValue = %s, pMethod = %s, pCallback = %lld, "
+                              "dbusProxyTid = %lld",
+                              authKey, authValue, method, sso_private_pointer_log(callback),
+                              dbusProxyTid);
+        });
 }
 
 extern "C" {
@@ -112,13 +111,11 @@ try {
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
-    SSORequestFrame frame("sso_get_user_info_v4");
-    if (!frame.Open())
-        return -1;
-    gint64 cb = sso_private_pointer_value(callback);
-    SSO_LOGY("get_user_info_common_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
-             frame.requestId());
-    return frame.Send({}, cb, Value(user_data));
+    return sso_private_send_request(
+        __func__, {}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(fn, "get_user_info_common_cb = %lld, dbusProxyTid = %lld",
+                         sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -130,13 +127,11 @@ try {
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
-    SSORequestFrame frame("sso_get_user_info");
-    if (!frame.Open())
-        return -1;
-    gint64 cb = sso_private_pointer_value(callback);
-    SSO_LOGY("get_user_info_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
-             frame.requestId());
-    return frame.Send({}, cb, Value(user_data));
+    return sso_private_send_request(
+        __func__, {}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(fn, "get_user_info_cb = %lld, dbusProxyTid = %lld",
+                         sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -148,13 +143,11 @@ try {
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     // Identity verification serves a device nobody has signed in to yet.
-    SSORequestFrame frame("sso_identify_current_user_info");
-    if (!frame.Open())
-        return -1;
-    gint64 cb = sso_private_pointer_value(callback);
-    SSO_LOGY("identify_user_info_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
-             frame.requestId());
-    return frame.Send({}, cb, Value(user_data));
+    return sso_private_send_request(
+        __func__, {}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(fn, "identify_user_info_cb = %lld, dbusProxyTid = %lld",
+                         sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -166,13 +159,11 @@ try {
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
-    SSORequestFrame frame("sso_get_namecheck_auth_info");
-    if (!frame.Open())
-        return -1;
-    gint64 cb = sso_private_pointer_value(callback);
-    SSO_LOGY("get_namecheck_auth_info_cb = %lld, dbusProxyTid = %lld", static_cast<long long>(cb),
-             frame.requestId());
-    return frame.Send({}, cb, Value(user_data));
+    return sso_private_send_request(
+        __func__, {}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(fn, "get_namecheck_auth_info_cb = %lld, dbusProxyTid = %lld",
+                         sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -183,12 +174,11 @@ try {
         SSO_LOG_CHECK_NULL("callback is nullptr");
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
-    SSORequestFrame frame("sso_get_dynamic_my_account_list");
-    if (!frame.Open())
-        return -1;
-    gint64 cb = sso_private_pointer_value(callback);
-    SSO_LOGY("callback = %lld, dbusProxyTid = %lld", static_cast<long long>(cb), frame.requestId());
-    return frame.Send({}, cb, Value(user_data));
+    return sso_private_send_request(
+        __func__, {}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOGY_FOR(fn, "callback = %lld, dbusProxyTid = %lld",
+                         sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -207,15 +197,15 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
-    SSO_LOG_DEVEL("app_id = %s, access_token = %s, get_user_family_group_cb = %lld, "
-                  "dbusProxyTid = %lld",
-                  app_id, access_token, sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(app_id), Text(access_token)}, Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {app_id, access_token}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(fn,
+                              "app_id = %s, access_token = %s, get_user_family_group_cb = %lld, "
+                              "dbusProxyTid = %lld",
+                              app_id, access_token, sso_private_pointer_log(callback),
+                              dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 
@@ -235,16 +225,15 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
-    SSO_LOG_DEVEL("app_id = %s, access_token = %s, group_id = %s, get_user_group_users_cb = "
-                  "%lld, dbusProxyTid = %lld",
-                  app_id, access_token, group_id, sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(app_id), Text(access_token), Text(group_id)}, Value(callback),
-                      Value(user_data));
+    return sso_private_send_request(
+        __func__, {app_id, access_token, group_id}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(
+                fn,
+                "app_id = %s, access_token = %s, group_id = %s, get_user_group_users_cb = "
+                "%lld, dbusProxyTid = %lld",
+                app_id, access_token, group_id, sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 

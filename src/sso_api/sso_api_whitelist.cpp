@@ -70,18 +70,16 @@ try {
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
-    SSORequestFrame frame(__func__);
-    if (!frame.Open())
-        return -1;
-    long long dbusProxyTid = frame.requestId();
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
-    SSO_LOG_DEVEL("app_id = %s, pakagename = %s, signature = %s, paramScope = %s, "
-                  "request_whitelist_accesstoken_cb = %lld, dbusProxyTid = %lld",
-                  app_id, packagename, signature, paramScope.c_str(),
-                  sso_private_pointer_log(callback), dbusProxyTid);
-
-    return frame.Send({Text(app_id), Text(packagename), Text(signature), Text(paramScope.c_str())},
-                      Value(callback), Value(user_data));
+    return sso_private_send_request(
+        __func__, {app_id, packagename, signature, paramScope}, callback, user_data,
+        [&](const char *fn, long long dbusProxyTid) {
+            SSO_LOG_DEVEL_FOR(fn,
+                              "app_id = %s, pakagename = %s, signature = %s, paramScope = %s, "
+                              "request_whitelist_accesstoken_cb = %lld, dbusProxyTid = %lld",
+                              app_id, packagename, signature, paramScope.c_str(),
+                              sso_private_pointer_log(callback), dbusProxyTid);
+        });
 }
 SSO_API_CATCH(-1)
 

@@ -117,7 +117,7 @@ TEST_P(RequestAcrossARebuild, IsDeliveredOrNotSent)
     }
     const size_t sentBefore = sim_.Journal().size();
 
-    const int rc = frame.Send({Text(kAppId), Text("HAS_NO_VALUE"), Text("device")},
+    const int rc = frame.Send({kAppId, "HAS_NO_VALUE", "device"},
                               Value(reinterpret_cast<void *>(&RecordingCb)), Value(&late));
     if (rc == 0)
         EXPECT_TRUE(ssotest::WaitUntil([] { return ReceivedLog::Get().CountFor(&late) == 1; }))
