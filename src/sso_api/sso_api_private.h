@@ -214,6 +214,29 @@ template <typename P> inline long long sso_private_pointer_log(P pointer)
     return static_cast<long long>(reinterpret_cast<intptr_t>(pointer));
 }
 
+// The argument checks of the request functions, one line each. Macros, so
+// that the refusal is logged under the function's own name.
+#define SSO_REFUSE_IF(condition, message)                                                          \
+    do {                                                                                           \
+        if (condition) {                                                                           \
+            SSO_LOGE(message);                                                                     \
+            return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);                               \
+        }                                                                                          \
+    } while (0)
+#define SSO_REFUSE_IF_NULL(condition, reason)                                                      \
+    do {                                                                                           \
+        if (condition) {                                                                           \
+            SSO_LOG_CHECK_NULL(reason);                                                            \
+            return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);                               \
+        }                                                                                          \
+    } while (0)
+// (name, text) pairs: -1 for the first text that is not UTF-8.
+#define SSO_REFUSE_IF_NOT_UTF8(...)                                                                \
+    do {                                                                                           \
+        if (!sso_private_are_texts_utf8({__VA_ARGS__}))                                            \
+            return -1;                                                                             \
+    } while (0)
+
 // The two preconditions shared by the request functions. Macros, so that the
 // refusal is logged under the exported function's own name.
 #define SSO_RETURN_IF_SERVICE_NOT_ALIVE(failure)                                                   \

@@ -70,16 +70,9 @@ int sso_private_request_switch_account_by_id_or_guid(const char *account_id, con
                                                      const char *extra)
 {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"account_id", account_id}, {"guid", guid}, {"extra", extra}}))
-        return -1;
-    if (account_id == nullptr && guid == nullptr) {
-        SSO_LOGE("account_id and account_guid are null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
-    if (callback == nullptr) {
-        SSO_LOG_CHECK_NULL("switch_account_cb is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"account_id", account_id}, {"guid", guid}, {"extra", extra});
+    SSO_REFUSE_IF(account_id == nullptr && guid == nullptr, "account_id and account_guid are null");
+    SSO_REFUSE_IF_NULL(callback == nullptr, "switch_account_cb is null");
     // The account id wins when both are given.
     std::string accountInfo;
     const char *method = nullptr;
@@ -92,10 +85,7 @@ int sso_private_request_switch_account_by_id_or_guid(const char *account_id, con
         method = "sso_switch_account_by_guid";
         byGuid = true;
     }
-    if (accountInfo.empty()) {
-        SSO_LOGE("accountInfo is empty");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF(accountInfo.empty(), "accountInfo is empty");
     // Unlike the other requests, an empty extra also counts as absent.
     std::string paramExtra = (extra == nullptr || extra[0] == '\0') ? "HAS_NO_VALUE" : extra;
 
@@ -123,13 +113,9 @@ SSO_API int sso_request_access_token_with_scope(const char *app_id, const char *
                                                 void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8(
-            {{"app_id", app_id}, {"secret_key", secret_key}, {"scope", scope}}))
-        return -1;
-    if (app_id == nullptr || secret_key == nullptr || callback == nullptr) {
-        SSO_LOGE("app_id ,secret_key or request_access_token_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"secret_key", secret_key}, {"scope", scope});
+    SSO_REFUSE_IF(app_id == nullptr || secret_key == nullptr || callback == nullptr,
+                  "app_id ,secret_key or request_access_token_cb is nullptr");
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
@@ -161,15 +147,11 @@ SSO_API int sso_request_access_token_using_authcode(const char *app_id, const ch
                                                     void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"app_id", app_id},
-                                     {"secret_key", secret_key},
-                                     {"auth_code", auth_code},
-                                     {"scope", scope}}))
-        return -1;
-    if (app_id == nullptr || secret_key == nullptr || auth_code == nullptr || callback == nullptr) {
-        SSO_LOGE("app_id ,secret_key or auth_code or request_access_token_cb is NULL");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"secret_key", secret_key}, {"auth_code", auth_code},
+                           {"scope", scope});
+    SSO_REFUSE_IF(app_id == nullptr || secret_key == nullptr || auth_code == nullptr ||
+                      callback == nullptr,
+                  "app_id ,secret_key or auth_code or request_access_token_cb is NULL");
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
@@ -192,12 +174,9 @@ SSO_API int sso_request_auth_code(const char *app_id, const char *scope,
                                   sso_request_auth_code_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"app_id", app_id}, {"scope", scope}}))
-        return -1;
-    if (app_id == nullptr || callback == nullptr) {
-        SSO_LOGE("app_id or request_auth_code_cb is NULL");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"scope", scope});
+    SSO_REFUSE_IF(app_id == nullptr || callback == nullptr,
+                  "app_id or request_auth_code_cb is NULL");
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
@@ -217,12 +196,9 @@ SSO_API int sso_request_user_authcode(const char *app_id, const char *scope,
                                       sso_request_auth_code_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"app_id", app_id}, {"scope", scope}}))
-        return -1;
-    if (app_id == nullptr || callback == nullptr) {
-        SSO_LOGE("app_id or request_authcode_cb is NULL");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"scope", scope});
+    SSO_REFUSE_IF(app_id == nullptr || callback == nullptr,
+                  "app_id or request_authcode_cb is NULL");
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
@@ -246,12 +222,9 @@ SSO_API int sso_request_device_authcode(const char *app_id, const char *scope,
                                         sso_request_auth_code_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"app_id", app_id}, {"scope", scope}}))
-        return -1;
-    if (app_id == nullptr || callback == nullptr) {
-        SSO_LOGE("app_id or request_device_authcode_cb is NULL");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"scope", scope});
+    SSO_REFUSE_IF(app_id == nullptr || callback == nullptr,
+                  "app_id or request_device_authcode_cb is NULL");
     // A device code needs nobody signed in.
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
 
@@ -275,12 +248,9 @@ SSO_API int sso_request_auth_code_for_effortless_login(const char *app_id, const
                                                        void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"app_id", app_id}, {"scope", scope}}))
-        return -1;
-    if (app_id == nullptr || callback == nullptr) {
-        SSO_LOGE("app_id or request_auth_code_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"scope", scope});
+    SSO_REFUSE_IF(app_id == nullptr || callback == nullptr,
+                  "app_id or request_auth_code_cb is nullptr");
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
@@ -300,13 +270,11 @@ SSO_API int sso_request_authcode_with_ID_PWD(const char *app_id, const char *acc
                                              sso_request_auth_code_cb callback)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8(
-            {{"app_id", app_id}, {"account_id", account_id}, {"passwd", passwd}, {"scope", scope}}))
-        return -1;
-    if (account_id == nullptr || app_id == nullptr || passwd == nullptr || callback == nullptr) {
-        SSO_LOGE("account_id or app_id or passwd or request_auth_code_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"account_id", account_id}, {"passwd", passwd},
+                           {"scope", scope});
+    SSO_REFUSE_IF(account_id == nullptr || app_id == nullptr || passwd == nullptr ||
+                      callback == nullptr,
+                  "account_id or app_id or passwd or request_auth_code_cb is nullptr");
 
     std::string paramScope = SSOAPIClientUtil::GetParameterWithCheckNoValue(scope);
     return sso_private_send_request(
@@ -327,12 +295,8 @@ SSO_API int sso_request_authcode_for_other_device(const char *dsc,
                                                   void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"dsc", dsc}}))
-        return -1;
-    if (callback == nullptr) {
-        SSO_LOG_CHECK_NULL("request_auth_code_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"dsc", dsc});
+    SSO_REFUSE_IF_NULL(callback == nullptr, "request_auth_code_cb is nullptr");
 
     std::string paramDSC = SSOAPIClientUtil::GetParameterWithCheckNoValue(dsc);
     return sso_private_send_request(
@@ -356,14 +320,10 @@ SSO_API int sso_generate_token_with_authcode_dsc_noti(const char *authcode, cons
                                                       void *user_data, bool use_notification)
 try {
     SSO_LOG_START_F("use_notification [%d]", use_notification ? 1 : 0);
-    if (!sso_private_are_texts_utf8({{"authcode", authcode}, {"userid", userid}, {"dsc", dsc}}))
-        return -1;
+    SSO_REFUSE_IF_NOT_UTF8({"authcode", authcode}, {"userid", userid}, {"dsc", dsc});
     if (RefusedOnHotel())
         return -1;
-    if (authcode == nullptr || userid == nullptr) {
-        SSO_LOGE("NULL == authcode || NULL == userid");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF(authcode == nullptr || userid == nullptr, "NULL == authcode || NULL == userid");
     if (int refusal = AddAccountRefusal(userid))
         return refusal;
 
@@ -401,14 +361,11 @@ SSO_API int sso_generate_token_with_authcode_dsc_deleteFlag(const char *userid,
                                                             void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"userid", userid}, {"authcode", authcode}, {"dsc", dsc}}))
-        return -1;
+    SSO_REFUSE_IF_NOT_UTF8({"userid", userid}, {"authcode", authcode}, {"dsc", dsc});
     if (RefusedOnHotel())
         return -1;
-    if (nullptr == userid || nullptr == authcode) {
-        SSO_LOGE("nullptr == userid || nullptr == authcode");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF(nullptr == userid || nullptr == authcode,
+                  "nullptr == userid || nullptr == authcode");
     if (int refusal = AddAccountRefusal(userid))
         return refusal;
 
@@ -430,14 +387,10 @@ SSO_API int sso_generate_token_with_ID_PWD(const char *userid, const char *passw
                                            sso_token_response_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"userid", userid}, {"passwd", passwd}}))
-        return -1;
+    SSO_REFUSE_IF_NOT_UTF8({"userid", userid}, {"passwd", passwd});
     if (RefusedOnHotel())
         return -1;
-    if (nullptr == userid || nullptr == passwd) {
-        SSO_LOGE("nullptr == userid || nullptr == passwd");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF(nullptr == userid || nullptr == passwd, "nullptr == userid || nullptr == passwd");
     if (int refusal = AddAccountRefusal(userid))
         return refusal;
 
@@ -470,19 +423,12 @@ SSO_API int sso_register_account(const char *account_id, const char *authcode, c
                                  bool perform_login_flag)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8(
-            {{"account_id", account_id}, {"authcode", authcode}, {"dsc", dsc}}))
-        return -1;
-    if (callback == nullptr || authcode == nullptr || account_id == nullptr) {
-        SSO_LOGE("account_id or register_account_cb is NULL");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"account_id", account_id}, {"authcode", authcode}, {"dsc", dsc});
+    SSO_REFUSE_IF(callback == nullptr || authcode == nullptr || account_id == nullptr,
+                  "account_id or register_account_cb is NULL");
     // The DSC travels as given, without the "HAS_NO_VALUE" stand-in, and a
     // tuple cannot carry a null string: refuse it before anything is taken.
-    if (dsc == nullptr) {
-        SSO_LOG_CHECK_NULL("dsc is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NULL(dsc == nullptr, "dsc is null");
     if (int refusal = AddAccountRefusal(account_id))
         return refusal;
 
@@ -505,12 +451,8 @@ SSO_API int sso_perform_logout(sso_response_data_cb callback, void *user_data,
                                const char *confirm_id)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"confirm_id", confirm_id}}))
-        return -1;
-    if (callback == nullptr) {
-        SSO_LOG_CHECK_NULL("perform_logout_cb is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"confirm_id", confirm_id});
+    SSO_REFUSE_IF_NULL(callback == nullptr, "perform_logout_cb is null");
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
     std::string paramConfirmID = SSOAPIClientUtil::GetParameterWithCheckNoValue(confirm_id);
@@ -526,12 +468,9 @@ SSO_API_CATCH(-1)
 SSO_API int sso_verify_password(const char *passwd, sso_response_data_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"passwd", passwd}}))
-        return -1;
-    if (passwd == nullptr || callback == nullptr) {
-        SSO_LOGE(" passwd or verify_password_cb is NULL");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"passwd", passwd});
+    SSO_REFUSE_IF(passwd == nullptr || callback == nullptr,
+                  " passwd or verify_password_cb is NULL");
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
     return sso_private_send_request(
@@ -545,10 +484,7 @@ SSO_API_CATCH(-1)
 SSO_API int sso_request_account_list(sso_response_data_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (callback == nullptr) {
-        SSO_LOG_CHECK_NULL("request_account_list_cb is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NULL(callback == nullptr, "request_account_list_cb is null");
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
 
     return sso_private_send_request(
@@ -563,12 +499,9 @@ SSO_API int sso_set_passfw(const char *account_id, const char *password,
                            sso_response_data_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"account_id", account_id}, {"password", password}}))
-        return -1;
-    if (account_id == nullptr || password == nullptr || callback == nullptr) {
-        SSO_LOGE("account_id || password || callback is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"account_id", account_id}, {"password", password});
+    SSO_REFUSE_IF(account_id == nullptr || password == nullptr || callback == nullptr,
+                  "account_id || password || callback is nullptr");
 
     return sso_private_send_request(
         __func__, {account_id, password}, callback, user_data,
@@ -582,12 +515,8 @@ SSO_API_CATCH(-1)
 SSO_API int sso_request_reset_passwd(const char *email, sso_response_data_cb callback,
                                      void *user_data)
 try {
-    if (!sso_private_are_texts_utf8({{"email", email}}))
-        return -1;
-    if (email == nullptr || callback == nullptr) {
-        SSO_LOGE(" email or reset_passwd_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"email", email});
+    SSO_REFUSE_IF(email == nullptr || callback == nullptr, " email or reset_passwd_cb is nullptr");
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
 
     return sso_private_send_request(
@@ -624,17 +553,11 @@ SSO_API int sso_switch_account_with_usertoken(const char *account_id, sso_respon
                                               void *user_data, const char *usertoken)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"account_id", account_id}, {"usertoken", usertoken}}))
-        return -1;
-    if (account_id == nullptr || callback == nullptr || usertoken == nullptr) {
-        SSO_LOGE("account_id or switch_account_cb or usertoken is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"account_id", account_id}, {"usertoken", usertoken});
+    SSO_REFUSE_IF(account_id == nullptr || callback == nullptr || usertoken == nullptr,
+                  "account_id or switch_account_cb or usertoken is nullptr");
     std::string accountId = account_id;
-    if (accountId.empty()) {
-        SSO_LOGE("account_id or switch_account_cb or usertoken is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF(accountId.empty(), "account_id or switch_account_cb or usertoken is nullptr");
 
     return sso_private_send_request(
         __func__, {accountId, usertoken}, callback, user_data,

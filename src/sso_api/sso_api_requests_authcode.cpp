@@ -82,13 +82,9 @@ SSO_API int sso_request_user_authcode_with_dsc(const char *app_id, const char *s
                                                sso_request_auth_code_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8(
-            {{"app_id", app_id}, {"scope", scope}, {"dsc", dsc}, {"response_type", response_type}}))
-        return -1;
-    if (app_id == nullptr || callback == nullptr) {
-        SSO_LOGE("app_id or request_auth_code_cb");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"scope", scope}, {"dsc", dsc},
+                           {"response_type", response_type});
+    SSO_REFUSE_IF(app_id == nullptr || callback == nullptr, "app_id or request_auth_code_cb");
     _SSOAPIReqAuthCodeWithDSCData data;
     FillCommon(data, kWithDsc, app_id, scope, dsc, response_type, callback, user_data);
     return sso_private_request_user_authcode_with_dsc(data);
@@ -102,16 +98,10 @@ SSO_API int sso_request_user_authcode_with_challenge(const char *app_id, const c
                                                      void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"app_id", app_id},
-                                     {"scope", scope},
-                                     {"dsc", dsc},
-                                     {"response_type", response_type},
-                                     {"code_challenge", code_challenge}}))
-        return -1;
-    if (app_id == nullptr || callback == nullptr || code_challenge == nullptr) {
-        SSO_LOGE("app_id or request_auth_code_cb or code_challenge is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"scope", scope}, {"dsc", dsc},
+                           {"response_type", response_type}, {"code_challenge", code_challenge});
+    SSO_REFUSE_IF(app_id == nullptr || callback == nullptr || code_challenge == nullptr,
+                  "app_id or request_auth_code_cb or code_challenge is null");
     _SSOAPIReqAuthCodeWithDSCData data;
     FillCommon(data, kWithChallenge, app_id, scope, dsc, response_type, callback, user_data);
     data.codeChallenge = SSOAPIClientUtil::GetParameterWithCheckNoValue(code_challenge);
@@ -126,16 +116,10 @@ SSO_API int sso_request_user_authcode_with_verifier(const char *app_id, const ch
                                                     void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"app_id", app_id},
-                                     {"scope", scope},
-                                     {"dsc", dsc},
-                                     {"response_type", response_type},
-                                     {"code_verifier", code_verifier}}))
-        return -1;
-    if (app_id == nullptr || callback == nullptr || code_verifier == nullptr) {
-        SSO_LOGE("app_id or request_auth_code_cb or code_verifier is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"scope", scope}, {"dsc", dsc},
+                           {"response_type", response_type}, {"code_verifier", code_verifier});
+    SSO_REFUSE_IF(app_id == nullptr || callback == nullptr || code_verifier == nullptr,
+                  "app_id or request_auth_code_cb or code_verifier is null");
     _SSOAPIReqAuthCodeWithDSCData data;
     FillCommon(data, kWithVerifier, app_id, scope, dsc, response_type, callback, user_data);
     data.codeVerifier = SSOAPIClientUtil::GetParameterWithCheckNoValue(code_verifier);

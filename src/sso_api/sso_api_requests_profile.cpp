@@ -79,15 +79,10 @@ int sso_private_request_partner_auth_info(const char *authKey, const char *authV
                                           void *userData)
 {
     SSO_LOG_START();
-    if (authKey == nullptr || method == nullptr || callback == nullptr) {
-        SSO_LOGE("pAauthKey or pMethod or pCallback is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF(authKey == nullptr || method == nullptr || callback == nullptr,
+                  "pAauthKey or pMethod or pCallback is null");
     // Not a mandatory argument, but a tuple cannot carry a null string.
-    if (authValue == nullptr) {
-        SSO_LOG_CHECK_NULL("pAuthValue is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NULL(authValue == nullptr, "pAuthValue is null");
     return sso_private_send_request(
         __func__, {authKey, authValue, method}, callback, userData,
         [&](const char *fn, long long dbusProxyTid) {
@@ -106,10 +101,7 @@ extern "C" {
 SSO_API int sso_get_user_info_v4(sso_response_data_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (callback == nullptr) {
-        SSO_LOG_CHECK_NULL("get_user_info_common_cb is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NULL(callback == nullptr, "get_user_info_common_cb is null");
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
     return sso_private_send_request(
         __func__, {}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
@@ -122,10 +114,7 @@ SSO_API_CATCH(-1)
 SSO_API int sso_get_user_info(sso_get_user_info_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (callback == nullptr) {
-        SSO_LOG_CHECK_NULL("get_user_info_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NULL(callback == nullptr, "get_user_info_cb is nullptr");
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
     return sso_private_send_request(
         __func__, {}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
@@ -138,10 +127,7 @@ SSO_API_CATCH(-1)
 SSO_API int sso_identify_current_user_info(sso_identify_user_info_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (callback == nullptr) {
-        SSO_LOG_CHECK_NULL("sso_identify_current_user_info_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NULL(callback == nullptr, "sso_identify_current_user_info_cb is nullptr");
     // Identity verification serves a device nobody has signed in to yet.
     return sso_private_send_request(
         __func__, {}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
@@ -154,10 +140,7 @@ SSO_API_CATCH(-1)
 SSO_API int sso_get_namecheck_auth_info(sso_get_namecheck_auth_info_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (callback == nullptr) {
-        SSO_LOG_CHECK_NULL("get_namecheck_auth_info_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NULL(callback == nullptr, "get_namecheck_auth_info_cb is nullptr");
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
     return sso_private_send_request(
         __func__, {}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
@@ -170,10 +153,7 @@ SSO_API_CATCH(-1)
 SSO_API int sso_get_dynamic_my_account_list(sso_response_data_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (callback == nullptr) {
-        SSO_LOG_CHECK_NULL("callback is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NULL(callback == nullptr, "callback is nullptr");
     return sso_private_send_request(
         __func__, {}, callback, user_data, [&](const char *fn, long long dbusProxyTid) {
             SSO_LOGY_FOR(fn, "callback = %lld, dbusProxyTid = %lld",
@@ -188,12 +168,9 @@ SSO_API int sso_get_user_family_group(const char *app_id, const char *access_tok
                                       sso_response_data_cb callback, void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"app_id", app_id}, {"access_token", access_token}}))
-        return -1;
-    if (app_id == nullptr || access_token == nullptr || callback == nullptr) {
-        SSO_LOGE("app_id, access_token or get_user_family_group_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"access_token", access_token});
+    SSO_REFUSE_IF(app_id == nullptr || access_token == nullptr || callback == nullptr,
+                  "app_id, access_token or get_user_family_group_cb is nullptr");
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
@@ -214,14 +191,11 @@ SSO_API int sso_get_user_group_users(const char *app_id, const char *access_toke
                                      void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8(
-            {{"app_id", app_id}, {"access_token", access_token}, {"group_id", group_id}}))
-        return -1;
-    if (app_id == nullptr || access_token == nullptr || group_id == nullptr ||
-        callback == nullptr) {
-        SSO_LOGE("app_id, access_token, group_id or get_user_group_users_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"access_token", access_token},
+                           {"group_id", group_id});
+    SSO_REFUSE_IF(app_id == nullptr || access_token == nullptr || group_id == nullptr ||
+                      callback == nullptr,
+                  "app_id, access_token, group_id or get_user_group_users_cb is nullptr");
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 

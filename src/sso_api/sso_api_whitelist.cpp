@@ -37,27 +37,12 @@ SSO_API int sso_api_request_whitelist_accesstoken(const char *app_id, const char
                                                   void *user_data)
 try {
     SSO_LOG_START();
-    if (!sso_private_are_texts_utf8({{"app_id", app_id},
-                                     {"packagename", packagename},
-                                     {"signature", signature},
-                                     {"scope", scope}}))
-        return -1;
-    if (app_id == nullptr) {
-        SSO_LOG_CHECK_NULL("app_id is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
-    if (packagename == nullptr) {
-        SSO_LOG_CHECK_NULL("packagename is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
-    if (signature == nullptr) {
-        SSO_LOG_CHECK_NULL("signature is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
-    if (callback == nullptr) {
-        SSO_LOG_CHECK_NULL("request_whitelist_accesstoken_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NOT_UTF8({"app_id", app_id}, {"packagename", packagename},
+                           {"signature", signature}, {"scope", scope});
+    SSO_REFUSE_IF_NULL(app_id == nullptr, "app_id is nullptr");
+    SSO_REFUSE_IF_NULL(packagename == nullptr, "packagename is nullptr");
+    SSO_REFUSE_IF_NULL(signature == nullptr, "signature is nullptr");
+    SSO_REFUSE_IF_NULL(callback == nullptr, "request_whitelist_accesstoken_cb is nullptr");
     CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
     if (pCallerInfoInstance == nullptr) {
         SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
@@ -90,14 +75,8 @@ SSO_API int sso_request_whitelist_accesstoken(const char *app_id, const char *sc
                                               void *user_data)
 try {
     SSO_LOG_START();
-    if (app_id == nullptr) {
-        SSO_LOG_CHECK_NULL("app_id is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
-    if (callback == nullptr) {
-        SSO_LOG_CHECK_NULL("request_whitelist_accesstoken_cb is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NULL(app_id == nullptr, "app_id is nullptr");
+    SSO_REFUSE_IF_NULL(callback == nullptr, "request_whitelist_accesstoken_cb is nullptr");
     CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
     if (pCallerInfoInstance == nullptr) {
         SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
@@ -127,14 +106,8 @@ SSO_API int sso_api_get_whitelist_accesstoken(const char *app_id, const char *pa
                                               char **access_token)
 try {
     SSO_LOG_START();
-    if (app_id == nullptr) {
-        SSO_LOG_CHECK_NULL("app_id is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
-    if (packagename == nullptr) {
-        SSO_LOG_CHECK_NULL("packagename is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NULL(app_id == nullptr, "app_id is nullptr");
+    SSO_REFUSE_IF_NULL(packagename == nullptr, "packagename is nullptr");
     // Purely local: no liveness check, the login state comes first.
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
     CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
@@ -189,10 +162,7 @@ SSO_API_CATCH(-1)
 SSO_API int sso_get_whitelist_accesstoken(const char *app_id, char **access_token)
 try {
     SSO_LOG_START();
-    if (app_id == nullptr) {
-        SSO_LOG_CHECK_NULL("app_id is nullptr");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
+    SSO_REFUSE_IF_NULL(app_id == nullptr, "app_id is nullptr");
     CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
     if (pCallerInfoInstance == nullptr) {
         SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
