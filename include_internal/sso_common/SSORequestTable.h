@@ -138,6 +138,37 @@ inline constexpr SSORequestType kTable[] = {
 
 inline constexpr size_t kCount = sizeof(kTable) / sizeof(kTable[0]);
 
+// How the service lays out a result it delivers on a client method, one
+// letter a field: o object name, c callback, t request id, u user data,
+// r result, s a text (in order), a ae_index, m method_call. The dispatcher
+// decodes every result by these letters.
+struct SSODeliveryShape {
+    const char *signature;
+    const char *roles;
+};
+
+inline constexpr SSODeliveryShape kDeliveryShapes[] = {
+    {"(sxxsixis)", "octsruam"},
+    {"(sxxixis)", "octruam"},
+    {"(sxxisxis)", "octrsuam"},
+    {"(sxxxisis)", "octursam"},
+    {"(sxxxissis)", "octurssam"},
+    {"(sxxxisssis)", "octursssam"},
+    {"(sxxxisssssssssis)", "octursssssssssam"},
+};
+
+// The most texts a delivery carries.
+inline constexpr size_t kMaxDeliveryTexts = 9;
+
+// The roles of a delivery signature, or nullptr.
+inline const char *DeliveryRoles(const char *signature)
+{
+    for (const SSODeliveryShape &shape : kDeliveryShapes)
+        if (std::strcmp(shape.signature, signature) == 0)
+            return shape.roles;
+    return nullptr;
+}
+
 // The row of a function, or nullptr.
 inline const SSORequestType *ByFunction(const char *function)
 {

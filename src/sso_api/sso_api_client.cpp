@@ -64,6 +64,71 @@ void *AsPointer(gint64 value)
     return reinterpret_cast<void *>(static_cast<intptr_t>(value));
 }
 
+// One result as the service delivered it, decoded by the roles of its
+// shape (see SSORequestTable.h). Owns its texts.
+struct Delivery {
+    gchar *objectName = nullptr;
+    gint64 callback = 0;
+    gint64 threadId = 0;
+    gint64 userData = 0;
+    gint32 result = -1;
+    gint32 aeIndex = 0;
+    gchar *texts[sso_requests::kMaxDeliveryTexts] = {nullptr};
+    gchar *methodCall = nullptr;
+
+    Delivery() = default;
+    Delivery(const Delivery &) = delete;
+    Delivery &operator=(const Delivery &) = delete;
+    ~Delivery()
+    {
+        g_free(objectName);
+        for (gchar *text : texts)
+            g_free(text);
+        g_free(methodCall);
+    }
+
+    // parameters must have the signature the roles describe.
+    void Decode(GVariant *parameters, const char *roles)
+    {
+        if (std::strlen(roles) != g_variant_n_children(parameters))
+            return;
+        size_t text = 0;
+        for (size_t i = 0; roles[i] != '\0'; ++i) {
+            GVariant *child = g_variant_get_child_value(parameters, i);
+            switch (roles[i]) {
+            case 'o':
+                objectName = g_variant_dup_string(child, nullptr);
+                break;
+            case 'c':
+                callback = g_variant_get_int64(child);
+                break;
+            case 't':
+                threadId = g_variant_get_int64(child);
+                break;
+            case 'u':
+                userData = g_variant_get_int64(child);
+                break;
+            case 'r':
+                result = g_variant_get_int32(child);
+                break;
+            case 's':
+                if (text < sso_requests::kMaxDeliveryTexts)
+                    texts[text++] = g_variant_dup_string(child, nullptr);
+                break;
+            case 'a':
+                aeIndex = g_variant_get_int32(child);
+                break;
+            case 'm':
+                methodCall = g_variant_dup_string(child, nullptr);
+                break;
+            default:
+                break;
+            }
+            g_variant_unref(child);
+        }
+    }
+};
+
 // Completes the outstanding request this result answers; false (logged) when
 // the process sent no such request or its result came already.
 bool IsOutstanding(const char *methodName, gint64 callback, gint64 userData)
@@ -329,14 +394,7 @@ void sso_handle_api_response(CSSOBusConnection *, const char *, const char *, co
         answered = true;
     };
 
-    gchar *objName = nullptr;
-    gint64 callback = 0;
-    gint64 threadId = 0;
-    gint32 result = -1;
-    gint64 userData = 0;
-    gchar *s[9] = {nullptr};
-    gint32 aeIndex = 0;
-    gchar *methodCall = nullptr;
+    Delivery d;
     CLIENT_DBUS_METHOD_TYPE type = CLIENT_METHOD_NONE;
 
     try {
@@ -365,33 +423,17 @@ void sso_handle_api_response(CSSOBusConnection *, const char *, const char *, co
         // GDBus has checked the arguments against the introspection already;
         // the type test only keeps a table that ever disagreed from turning
         // into a decoding fault.
-        bool decodable = g_variant_is_of_type(parameters, G_VARIANT_TYPE(format.c_str()));
-        if (!decodable)
+        const char *roles = sso_requests::DeliveryRoles(format.c_str());
+        if (roles == nullptr || !g_variant_is_of_type(parameters, G_VARIANT_TYPE(format.c_str())))
             SSO_LOGE("Unhandled clientMethodType: (%d)", static_cast<int>(type));
-        else if (type == CLIENT_METHOD_STRING_RESULT)
-            g_variant_get(parameters, "(sxxsixis)", &objName, &callback, &threadId, &s[0], &result,
-                          &userData, &aeIndex, &methodCall);
-        else if (type == CLIENT_METHOD_RESULT_ONLY)
-            g_variant_get(parameters, "(sxxixis)", &objName, &callback, &threadId, &result,
-                          &userData, &aeIndex, &methodCall);
-        else if (type == CLIENT_METHOD_RESULT_STRING)
-            g_variant_get(parameters, "(sxxisxis)", &objName, &callback, &threadId, &result, &s[0],
-                          &userData, &aeIndex, &methodCall);
-        else if (type == CLIENT_METHOD_USERDATA_RESULT_STRING)
-            g_variant_get(parameters, "(sxxxisis)", &objName, &callback, &threadId, &userData,
-                          &result, &s[0], &aeIndex, &methodCall);
-        else if (type == CLIENT_METHOD_USERDATA_RESULT_2STRINGS)
-            g_variant_get(parameters, "(sxxxissis)", &objName, &callback, &threadId, &userData,
-                          &result, &s[0], &s[1], &aeIndex, &methodCall);
-        else if (type == CLIENT_METHOD_USERDATA_RESULT_3STRINGS)
-            g_variant_get(parameters, "(sxxxisssis)", &objName, &callback, &threadId, &userData,
-                          &result, &s[0], &s[1], &s[2], &aeIndex, &methodCall);
-        else if (type == CLIENT_METHOD_USERDATA_RESULT_9STRINGS)
-            g_variant_get(parameters, "(sxxxisssssssssis)", &objName, &callback, &threadId,
-                          &userData, &result, &s[0], &s[1], &s[2], &s[3], &s[4], &s[5], &s[6],
-                          &s[7], &s[8], &aeIndex, &methodCall);
         else
-            SSO_LOGE("Unhandled clientMethodType: (%d)", static_cast<int>(type));
+            d.Decode(parameters, roles);
+        gchar *const *s = d.texts;
+        gint64 callback = d.callback;
+        gint64 threadId = d.threadId;
+        gint64 userData = d.userData;
+        gint32 result = d.result;
+        const gchar *objName = d.objectName;
 
         SSO_LOGY("pObjName(%s) pCallback(%lld) threadId(%lld)",
                  objName != nullptr ? objName : "(null)", static_cast<long long>(callback),
@@ -462,10 +504,6 @@ void sso_handle_api_response(CSSOBusConnection *, const char *, const char *, co
         SSO_LOGE("exception while delivering [%s]", methodName);
     }
     answer();
-    g_free(objName);
-    for (gchar *text : s)
-        g_free(text);
-    g_free(methodCall);
     SSO_LOG_END();
 }
 
