@@ -46,16 +46,72 @@ int MissingFromTheAccount(sso_error_e cause)
     return -1;
 }
 
-// A calloc'ed copy (length + 1, zeroed) the caller frees.
-char *CopyOut(const std::string &text)
+// One text of the active account that a getter hands out.
+struct AccountText {
+    std::string sso_accounts_info::*field;
+    const char *missing; // logged when the account lacks it
+    sso_error_e missingCause;
+    int outOfMemory;                    // the getter's result when no copy could be had
+    bool outOfMemoryWithLength = false; // that line says how much was asked for
+};
+
+constexpr AccountText kGuid{&sso_accounts_info::strLoginGUID, "SSO not login, please login first.",
+                            SSO_ERROR_NOT_SIGNED_IN, -101};
+constexpr AccountText kUid{&sso_accounts_info::strLoginUID, "SSO not login, please login first.",
+                           SSO_ERROR_NOT_SIGNED_IN, -1};
+constexpr AccountText kAuthToken{&sso_accounts_info::strAccountAuth,
+                                 "SSO not login, please login first.", SSO_ERROR_NOT_SIGNED_IN,
+                                 -101};
+constexpr AccountText kDeviceId{&sso_accounts_info::userDeviceID, "userDeviceID is empty",
+                                SSO_ERROR_NOT_FOUND, -1, true};
+
+// The account read of the getters: false (logged under the getter's name)
+// when nobody is signed in or the account data cannot be read.
+bool ReadSignedInAccount(const char *getter, sso_accounts_info &info)
+{
+    if (!IsSignedIn())
+        return false;
+    SSOAPIError::Set(SSO_ERROR_NONE);
+    if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
+        SSO_LOGE_FOR(getter, "Failed to SSOAPIClientUtil::GetAccountsInfo()");
+        return false;
+    }
+    return true;
+}
+
+// Hands one text of the active account out through *out: 0, or the getter's
+// failure (logged under its name).
+int HandOutAccountText(const char *getter, const AccountText &text, char **out)
+{
+    sso_accounts_info info;
+    if (!ReadSignedInAccount(getter, info))
+        return -1;
+    const std::string &value = info.*text.field;
+    if (value.empty()) {
+        SSO_LOGE_FOR(getter, "%s", text.missing);
+        return MissingFromTheAccount(text.missingCause);
+    }
+    char *buffer = sso_private_copy_out(value);
+    if (buffer == nullptr) {
+        if (text.outOfMemoryWithLength)
+            SSO_LOGE_FOR(getter, "Failed to malloc(). len(%d)", static_cast<int>(value.size()));
+        else
+            SSO_LOGE_FOR(getter, "SSO_API_CHECK_NULL_RETURN. Return (%s)", "Failed to malloc()");
+        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, text.outOfMemory);
+    }
+    *out = buffer;
+    return 0;
+}
+
+} // namespace
+
+char *sso_private_copy_out(const std::string &text)
 {
     char *buffer = static_cast<char *>(calloc(text.size() + 1, 1));
     if (buffer != nullptr)
         memcpy(buffer, text.data(), text.size());
     return buffer;
 }
-
-} // namespace
 
 extern "C" {
 
@@ -101,29 +157,10 @@ SSO_API_CATCH(-1)
 SSO_API int sso_get_guid(char **guid)
 try {
     SSO_LOG_START();
-    if (guid == nullptr) {
-        SSO_LOG_CHECK_NULL("guid is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
-    if (!IsSignedIn())
-        return -1;
-    sso_accounts_info info;
-    SSOAPIError::Set(SSO_ERROR_NONE);
-    if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
-        SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
-        return -1;
-    }
-    if (info.strLoginGUID.empty()) {
-        SSO_LOGE("SSO not login, please login first.");
-        return MissingFromTheAccount(SSO_ERROR_NOT_SIGNED_IN);
-    }
-    char *buffer = CopyOut(info.strLoginGUID);
-    if (buffer == nullptr) {
-        SSO_LOG_CHECK_NULL("Failed to malloc()");
-        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -101);
-    }
-    *guid = buffer;
-    SSO_LOG_DEVEL("guid : %s", buffer);
+    SSO_REFUSE_IF_NULL(guid == nullptr, "guid is null");
+    if (int result = HandOutAccountText(__func__, kGuid, guid))
+        return result;
+    SSO_LOG_DEVEL("guid : %s", *guid);
     SSO_LOG_END();
     return 0;
 }
@@ -132,29 +169,10 @@ SSO_API_CATCH(-1)
 SSO_API int sso_get_login_vd_uid(char **uid)
 try {
     SSO_LOG_START();
-    if (uid == nullptr) {
-        SSO_LOG_CHECK_NULL("uid is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
-    if (!IsSignedIn())
-        return -1;
-    sso_accounts_info info;
-    SSOAPIError::Set(SSO_ERROR_NONE);
-    if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
-        SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
-        return -1;
-    }
-    if (info.strLoginUID.empty()) {
-        SSO_LOGE("SSO not login, please login first.");
-        return MissingFromTheAccount(SSO_ERROR_NOT_SIGNED_IN);
-    }
-    char *buffer = CopyOut(info.strLoginUID);
-    if (buffer == nullptr) {
-        SSO_LOG_CHECK_NULL("Failed to malloc()");
-        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);
-    }
-    *uid = buffer;
-    SSO_LOG_DEVEL("uid value is %s", buffer);
+    SSO_REFUSE_IF_NULL(uid == nullptr, "uid is null");
+    if (int result = HandOutAccountText(__func__, kUid, uid))
+        return result;
+    SSO_LOG_DEVEL("uid value is %s", *uid);
     SSO_LOG_END();
     return 0;
 }
@@ -163,29 +181,10 @@ SSO_API_CATCH(-1)
 SSO_API int sso_get_auth_token(char **auth_token)
 try {
     SSO_LOG_START();
-    if (auth_token == nullptr) {
-        SSO_LOG_CHECK_NULL("auth_token is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
-    if (!IsSignedIn())
-        return -1;
-    sso_accounts_info info;
-    SSOAPIError::Set(SSO_ERROR_NONE);
-    if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
-        SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
-        return -1;
-    }
-    if (info.strAccountAuth.empty()) {
-        SSO_LOGE("SSO not login, please login first.");
-        return MissingFromTheAccount(SSO_ERROR_NOT_SIGNED_IN);
-    }
+    SSO_REFUSE_IF_NULL(auth_token == nullptr, "auth_token is null");
+    if (int result = HandOutAccountText(__func__, kAuthToken, auth_token))
+        return result;
     // The auth token is never logged, not even on a debug device.
-    char *buffer = CopyOut(info.strAccountAuth);
-    if (buffer == nullptr) {
-        SSO_LOG_CHECK_NULL("Failed to malloc()");
-        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -101);
-    }
-    *auth_token = buffer;
     SSO_LOG_END();
     return 0;
 }
@@ -194,29 +193,10 @@ SSO_API_CATCH(-1)
 SSO_API int sso_get_device_id(char **device_id)
 try {
     SSO_LOG_START();
-    if (device_id == nullptr) {
-        SSO_LOG_CHECK_NULL("device_id is null");
-        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
-    }
-    if (!IsSignedIn())
-        return -1;
-    sso_accounts_info info;
-    SSOAPIError::Set(SSO_ERROR_NONE);
-    if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
-        SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
-        return -1;
-    }
-    if (info.userDeviceID.empty()) {
-        SSO_LOGE("userDeviceID is empty");
-        return MissingFromTheAccount(SSO_ERROR_NOT_FOUND);
-    }
-    char *buffer = CopyOut(info.userDeviceID);
-    if (buffer == nullptr) {
-        SSO_LOGE("Failed to malloc(). len(%d)", static_cast<int>(info.userDeviceID.size()));
-        return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);
-    }
-    *device_id = buffer;
-    SSO_LOG_DEVEL("device_id : %s", buffer);
+    SSO_REFUSE_IF_NULL(device_id == nullptr, "device_id is null");
+    if (int result = HandOutAccountText(__func__, kDeviceId, device_id))
+        return result;
+    SSO_LOG_DEVEL("device_id : %s", *device_id);
     SSO_LOG_END();
     return 0;
 }
@@ -229,14 +209,9 @@ try {
         SSO_LOGE("the input param is nullptr, please check.");
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
-    if (!IsSignedIn())
-        return -1;
     sso_accounts_info info;
-    SSOAPIError::Set(SSO_ERROR_NONE);
-    if (!SSOAPIClientUtil::GetAccountsInfo(info)) {
-        SSO_LOGE("Failed to SSOAPIClientUtil::GetAccountsInfo()");
+    if (!ReadSignedInAccount(__func__, info))
         return -1;
-    }
     // Bounded one byte short of each field; the rest of the caller's record
     // is left as it is.
     snprintf(login_info->login_id, sizeof(login_info->login_id) - 1, "%s", info.strLoginID.c_str());
@@ -266,7 +241,7 @@ try {
         SSO_LOGE("Failed to get Login Info.");
         return -1;
     }
-    char *buffer = CopyOut(info.login_id);
+    char *buffer = sso_private_copy_out(info.login_id);
     if (buffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to malloc()");
         return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);
@@ -322,7 +297,7 @@ try {
         SSO_LOGE("Failed to GetAccountData()");
         result = sso_private_fail(SSO_ERROR_STORAGE_UNREADABLE, -1);
     }
-    char *buffer = CopyOut(text);
+    char *buffer = sso_private_copy_out(text);
     if (buffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to malloc()");
         return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);
@@ -356,7 +331,7 @@ try {
         SSO_LOG_CHECK_NULL("package_id is null");
         return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
-    char *buffer = CopyOut(kAccountUiAppId);
+    char *buffer = sso_private_copy_out(kAccountUiAppId);
     if (buffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to malloc()");
         return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);

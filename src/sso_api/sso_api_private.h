@@ -214,6 +214,10 @@ template <typename P> inline long long sso_private_pointer_log(P pointer)
     return static_cast<long long>(reinterpret_cast<intptr_t>(pointer));
 }
 
+// A calloc'ed copy of text (length + 1, zeroed) for a getter to hand out; the
+// caller frees it. nullptr when no memory could be had.
+char *sso_private_copy_out(const std::string &text);
+
 // The argument checks of the request functions, one line each. Macros, so
 // that the refusal is logged under the function's own name.
 #define SSO_REFUSE_IF(condition, message)                                                          \

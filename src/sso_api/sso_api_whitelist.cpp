@@ -139,13 +139,11 @@ try {
         SSO_LOGE("Failed to GetExtractApplicationData()");
         return -1;
     }
-    size_t size = value.size() + 1;
-    char *buffer = static_cast<char *>(calloc(size, 1));
+    char *buffer = sso_private_copy_out(value);
     if (buffer == nullptr) {
         SSO_LOGE("malloc() failed!");
         return sso_private_fail(SSO_ERROR_OUT_OF_MEMORY, -1);
     }
-    snprintf(buffer, size, "%s", value.c_str());
     if (access_token == nullptr) {
         // Nowhere to hand the copy to: nothing stays allocated.
         free(buffer);
