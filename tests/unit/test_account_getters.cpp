@@ -10,6 +10,7 @@
 
 #include "SSOAPISingleton.h"
 #include "account_documents.h"
+#include "sso_api_private.h"
 #include "sso_api_proxy.h"
 #include "sso_test_harness.h"
 
@@ -303,6 +304,24 @@ TEST_F(Getters, ExtractedApplicationDataWithAnEmptyInputAsksNobody)
     EXPECT_TRUE(sso_private_get_extracted_application_data("pkg", "", "key", out));
     EXPECT_EQ(log().Count("packageId or appId or key is empty"), 3);
     EXPECT_EQ(SSOAPISingleton<CSSOSvcGdbus>::PeekInstance(), nullptr);
+}
+
+// ---------------------------------------------------------------- copy-out
+
+TEST(CopyOut, HandsOutTheWholeTextZeroTerminatedInAFreeableBuffer)
+{
+    const std::string text("a\xc3\xa9"
+                           "b",
+                           4);
+    char *copy = sso_private_copy_out(text);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(std::memcmp(copy, text.data(), text.size()), 0);
+    EXPECT_EQ(copy[text.size()], '\0');
+    free(copy);
+    char *empty = sso_private_copy_out("");
+    ASSERT_NE(empty, nullptr);
+    EXPECT_STREQ(empty, "");
+    free(empty);
 }
 
 } // namespace
