@@ -4,6 +4,7 @@
 
 #include <json/value.h>
 
+#include "SSORequestTable.h"
 #include "publisher.h"
 #include "sim_log.h"
 
@@ -202,47 +203,30 @@ void RequestFamilies::Issue(IssuedEntry entry, const std::string &arg_name,
 
 Outcome RequestFamilies::Compute(const Request &r)
 {
-    const std::string &m = r.method->name;
-    if (m == "sso_request_access_token" || m == "sso_request_access_token_using_authcode")
-        return AccessToken(r);
-    if (m == "sso_request_auth_code" || m == "sso_request_user_authcode" ||
-        m == "sso_request_device_authcode" || m == "sso_request_auth_code_for_effortless_login" ||
-        m == "sso_request_authcode_with_ID_PWD" || m == "sso_request_authcode_for_other_device" ||
-        m == "sso_request_user_authcode_with_dsc" ||
-        m == "sso_request_user_authcode_with_challenge" ||
-        m == "sso_request_user_authcode_with_verifier")
-        return AuthCode(r);
-    if (m == "sso_generate_token_with_authcode_dsc" ||
-        m == "sso_generate_token_with_authcode_dsc_deleteFlag" ||
-        m == "sso_generate_token_with_ID_PWD")
-        return GenerateToken(r);
-    if (m == "sso_register_account")
-        return RegisterAccount(r);
-    if (m == "sso_perform_logout")
-        return Logout(r);
-    if (m == "sso_verify_password")
-        return VerifyPassword(r);
-    if (m == "sso_request_account_list" || m == "sso_get_dynamic_my_account_list")
-        return AccountList(r);
-    if (m == "sso_set_passfw")
-        return SetPassword(r);
-    if (m == "sso_request_reset_passwd")
-        return ResetPassword(r);
-    if (m == "sso_switch_account" || m == "sso_switch_account_by_guid" ||
-        m == "sso_switch_account_with_usertoken")
-        return Switch(r);
-    if (m == "sso_get_user_info" || m == "sso_get_user_info_v4" ||
-        m == "sso_identify_current_user_info" || m == "sso_get_namecheck_auth_info")
-        return UserInfo(r);
-    if (m == "sso_get_user_family_group")
-        return FamilyGroup(r);
-    if (m == "sso_get_user_group_users")
-        return GroupUsers(r);
-    if (m == "sso_service_request_whitelist_accesstoken")
-        return Whitelist(r);
-    if (m == "sso_request_partner_auth_info")
-        return PartnerAuth(r);
-    return Outcome{};
+    using Family = SSORequestFamily;
+    using Handler = Outcome (RequestFamilies::*)(const Request &);
+    static const std::map<Family, Handler> kHandlers = {
+        {Family::AccessToken, &RequestFamilies::AccessToken},
+        {Family::AuthCode, &RequestFamilies::AuthCode},
+        {Family::GenerateToken, &RequestFamilies::GenerateToken},
+        {Family::RegisterAccount, &RequestFamilies::RegisterAccount},
+        {Family::Logout, &RequestFamilies::Logout},
+        {Family::VerifyPassword, &RequestFamilies::VerifyPassword},
+        {Family::AccountList, &RequestFamilies::AccountList},
+        {Family::SetPassword, &RequestFamilies::SetPassword},
+        {Family::ResetPassword, &RequestFamilies::ResetPassword},
+        {Family::Switch, &RequestFamilies::Switch},
+        {Family::UserInfo, &RequestFamilies::UserInfo},
+        {Family::FamilyGroup, &RequestFamilies::FamilyGroup},
+        {Family::GroupUsers, &RequestFamilies::GroupUsers},
+        {Family::Whitelist, &RequestFamilies::Whitelist},
+        {Family::PartnerAuth, &RequestFamilies::PartnerAuth},
+    };
+    const SSORequestType *row = sso_requests::ByServerMethod(r.method->name.c_str());
+    if (row == nullptr)
+        return Outcome{};
+    auto handler = kHandlers.find(row->family);
+    return handler == kHandlers.end() ? Outcome{} : (this->*handler->second)(r);
 }
 
 std::int32_t RequestFamilies::SyncAccept(const Request &r) const
