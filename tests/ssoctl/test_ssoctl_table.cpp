@@ -11,6 +11,7 @@
 #include <set>
 #include <sstream>
 
+#include "SSORequestTable.h"
 #include "ssoctl_test_support.h"
 
 namespace {
@@ -113,6 +114,24 @@ TEST_F(CtlTable, EveryExportedFunctionIsReachedByACommand)
     for (const auto &[function, command] : pairs)
         EXPECT_TRUE(exported.count(function))
             << command << " lists " << function << ", which the header does not export";
+}
+
+// The request table's side: every request the library sends for an exported
+// function is sent by some command, so a new row without a command fails here.
+TEST_F(CtlTable, EveryRequestOfTheTableIsSentByACommand)
+{
+    const std::set<std::string> exported = ExportedFunctions();
+    const auto pairs = CommandFunctions();
+    size_t covered = 0;
+    for (const SSORequestType &row : sso_requests::kTable) {
+        // Internal senders (data reads, the retired partner request) have
+        // no function of their own in the header.
+        if (exported.count(row.function) == 0)
+            continue;
+        ++covered;
+        EXPECT_TRUE(pairs.count(row.function)) << row.function << " is sent by no command";
+    }
+    EXPECT_GE(covered, sso_requests::kCount - 3);
 }
 
 TEST_F(CtlTable, EveryCommandHasHelpWithAnExample)
