@@ -95,34 +95,20 @@ struct Delivery {
         size_t text = 0;
         for (size_t i = 0; roles[i] != '\0'; ++i) {
             GVariant *child = g_variant_get_child_value(parameters, i);
-            switch (roles[i]) {
-            case 'o':
-                objectName = g_variant_dup_string(child, nullptr);
-                break;
-            case 'c':
-                callback = g_variant_get_int64(child);
-                break;
-            case 't':
-                threadId = g_variant_get_int64(child);
-                break;
-            case 'u':
-                userData = g_variant_get_int64(child);
-                break;
-            case 'r':
-                result = g_variant_get_int32(child);
-                break;
-            case 's':
-                if (text < sso_requests::kMaxDeliveryTexts)
-                    texts[text++] = g_variant_dup_string(child, nullptr);
-                break;
-            case 'a':
-                aeIndex = g_variant_get_int32(child);
-                break;
-            case 'm':
-                methodCall = g_variant_dup_string(child, nullptr);
-                break;
-            default:
-                break;
+            const char role = roles[i];
+            if (role == 'o' || role == 'm' || role == 's') {
+                gchar **slot = role == 'o'                              ? &objectName
+                               : role == 'm'                            ? &methodCall
+                               : text < sso_requests::kMaxDeliveryTexts ? &texts[text++]
+                                                                        : nullptr;
+                if (slot != nullptr)
+                    *slot = g_variant_dup_string(child, nullptr);
+            } else if (role == 'r' || role == 'a') {
+                (role == 'r' ? result : aeIndex) = g_variant_get_int32(child);
+            } else {
+                (role == 'c'   ? callback
+                 : role == 't' ? threadId
+                               : userData) = g_variant_get_int64(child);
             }
             g_variant_unref(child);
         }

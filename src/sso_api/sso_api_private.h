@@ -220,20 +220,15 @@ char *sso_private_copy_out(const std::string &text);
 
 // The argument checks of the request functions, one line each. Macros, so
 // that the refusal is logged under the function's own name.
-#define SSO_REFUSE_IF(condition, message)                                                          \
+#define SSO_REFUSE_WITH(condition, logLine)                                                        \
     do {                                                                                           \
         if (condition) {                                                                           \
-            SSO_LOGE(message);                                                                     \
+            logLine;                                                                               \
             return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);                               \
         }                                                                                          \
     } while (0)
-#define SSO_REFUSE_IF_NULL(condition, reason)                                                      \
-    do {                                                                                           \
-        if (condition) {                                                                           \
-            SSO_LOG_CHECK_NULL(reason);                                                            \
-            return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);                               \
-        }                                                                                          \
-    } while (0)
+#define SSO_REFUSE_IF(condition, message) SSO_REFUSE_WITH(condition, SSO_LOGE(message))
+#define SSO_REFUSE_IF_NULL(condition, reason) SSO_REFUSE_WITH(condition, SSO_LOG_CHECK_NULL(reason))
 // (name, text) pairs: -1 for the first text that is not UTF-8.
 #define SSO_REFUSE_IF_NOT_UTF8(...)                                                                \
     do {                                                                                           \
