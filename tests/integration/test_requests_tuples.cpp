@@ -5,9 +5,11 @@
 // shape, with its own user data, on the monitor thread.
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
 #include <vector>
 
+#include "SSORequestTable.h"
 #include "test_requests_support.h"
 
 namespace {
@@ -567,6 +569,23 @@ INSTANTIATE_TEST_SUITE_P(EveryMember, RequestsPerMember, ::testing::ValuesIn(Cas
                          [](const ::testing::TestParamInfo<RequestCase> &info) {
                              return std::string(info.param.name);
                          });
+
+// The cases above against the request table: a new asynchronous row fails
+// here until its exact tuple has a case.
+TEST(RequestsCases, CoverEveryAsynchronousRowOfTheTable)
+{
+    std::set<std::string> cased;
+    for (const RequestCase &c : Cases())
+        cased.insert(c.serverMethod);
+    for (const SSORequestType &row : sso_requests::kTable) {
+        // The retired partner request has a test of its own below, the
+        // whitelist request in test_requests_whitelist.cpp.
+        if (row.form != SSORequestForm::Async || row.delivery == nullptr ||
+            std::string(row.function) == "sso_api_request_whitelist_accesstoken")
+            continue;
+        EXPECT_EQ(cased.count(row.serverMethod), 1u) << row.function << " has no case";
+    }
+}
 
 // --------------------------------------------------- synchronous requests
 
