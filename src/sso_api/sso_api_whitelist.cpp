@@ -13,6 +13,7 @@
 
 #include "CallerInformation.h"
 #include "SSOAPIClientUtil.h"
+#include "SSOAPIUtil.h"
 #include "sso_api_guard.h"
 #include "sso_api_private.h"
 #include "sso_log.h"
@@ -211,6 +212,25 @@ try {
     int ret = sso_get_whitelist_accesstoken(app_id, access_token);
     SSO_LOG_END();
     return ret;
+}
+SSO_API_CATCH(-1)
+
+// Identifies the caller now rather than at its first token request.
+SSO_API int sso_pre_init_callerInformation(void)
+try {
+    SSO_LOG_START();
+    if (!SSOAPIUtil::IsClientAlive()) {
+        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
+        return -1;
+    }
+    CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
+    if (pCallerInfoInstance == nullptr) {
+        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
+        return -1;
+    }
+    pCallerInfoInstance->CheckInit();
+    SSO_LOG_END();
+    return 0;
 }
 SSO_API_CATCH(-1)
 
