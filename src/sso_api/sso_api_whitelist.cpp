@@ -16,6 +16,7 @@
 #include "SSOAPIUtil.h"
 #include "sso_api_guard.h"
 #include "sso_api_private.h"
+#include "sso_glib_ptr.h"
 #include "sso_log.h"
 #include "sso_ss_data_storage.h"
 
@@ -149,14 +150,13 @@ try {
         SSO_LOGE("not allowed with this package name (%s)", packagename);
         return sso_private_fail(SSO_ERROR_NOT_ALLOWED, -1);
     }
-    char *guidBuffer = nullptr;
-    if (sso_get_guid(&guidBuffer) != 0 || guidBuffer == nullptr) {
-        free(guidBuffer);
+    sso_glib::MallocPtr<char> guidBuffer;
+    int guidResult = sso_get_guid(sso_glib::Out(guidBuffer));
+    if (guidResult != 0 || guidBuffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to get GUID");
         return -1;
     }
-    std::string guid = guidBuffer;
-    free(guidBuffer);
+    std::string guid = guidBuffer.get();
 
     std::string dataKey = std::string(kWhitelistTokenKeyPrefix) + app_id;
     CSSOSSData *pSSDataInstance = SSOAPISingleton<CSSOSSData>::GetInstance();
