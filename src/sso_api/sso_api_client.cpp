@@ -16,6 +16,7 @@
 #include "sso_api_guard.h"
 #include "sso_api_private.h"
 #include "sso_api_proxy.h"
+#include "sso_api_records.h"
 #include "sso_log.h"
 
 // Must stay the first static object of the API layer (this file is the
@@ -412,7 +413,7 @@ void sso_handle_api_response(CSSOBusConnection *, const char *, const char *, co
             case CLIENT_METHOD_USERDATA_RESULT_3STRINGS:
                 if (g_strcmp0(methodName, "sso_get_namecheck_auth_info") == 0) {
                     sso_name_check_auth_info_s info;
-                    SSOAPIClientUtil::SetNameCheckAuthInfo(info, s[0], s[1], s[2]);
+                    SSOAPIRecords::SetNameCheckAuthInfo(info, s[0], s[1], s[2]);
                     SSO_LOG_DEVEL("info_birth_date(%s) info_age(%s) check_url(%s)", info.birth_date,
                                   info.age, info.check_url);
                     // A success flag, not the result code.
@@ -423,8 +424,8 @@ void sso_handle_api_response(CSSOBusConnection *, const char *, const char *, co
             case CLIENT_METHOD_USERDATA_RESULT_9STRINGS:
                 if (g_strcmp0(methodName, "sso_get_user_info") == 0) {
                     sso_user_info info;
-                    SSOAPIClientUtil::SetUserInfo(info, s[0], s[1], s[2], s[3], s[4], s[5], s[6],
-                                                  s[7], s[8]);
+                    SSOAPIRecords::SetUserInfo(info, s[0], s[1], s[2], s[3], s[4], s[5], s[6], s[7],
+                                               s[8]);
                     SSO_LOG_DEVEL("user_id(%s) prefix_name(%s) first_name(%s) last_name(%s) "
                                   "birth_date(%s) zip_code(%s) mobile_num(%s) "
                                   "receive_email(%s) auth(%s)",
