@@ -63,6 +63,13 @@ pthread_rwlock_t *ForkGate()
     return &s_forkGate;
 }
 
+// Orders a call's cancel target before the cancelling thread reads it.
+std::mutex &CancelHandOver()
+{
+    static std::mutex handOver;
+    return handOver;
+}
+
 int MsLeft(SSOClock::time_point deadline)
 {
     auto left =
@@ -714,21 +721,32 @@ GDBusMessage *CSSOBusConnection::Call(GDBusMessage *call, int timeoutMs, GCancel
         g_propagate_error(error, sendError);
         return nullptr;
     }
-    // The reply may already have come; a cancel wakes the wait.
+    // The reply may already have come; a cancel wakes the wait. The target
+    // is handed to the cancelling thread under a lock of ours: GLib's own
+    // hand-over (its futex) is one the thread sanitizer cannot see.
     struct CancelTarget {
         CSSOBusConnection *self;
         Waiter *waiter;
-    } target{this, &waiter};
+    } target{};
     gulong cancelHandler = 0;
-    if (cancellable != nullptr)
+    if (cancellable != nullptr) {
+        {
+            std::lock_guard<std::mutex> handOver(CancelHandOver());
+            target = {this, &waiter};
+        }
         cancelHandler =
             g_cancellable_connect(cancellable, G_CALLBACK(+[](GCancellable *, gpointer data) {
-                                      auto *t = static_cast<CancelTarget *>(data);
-                                      std::lock_guard<std::mutex> lock(t->self->m_mutex);
-                                      t->waiter->cancelled = true;
-                                      t->waiter->cv.notify_all();
+                                      CancelTarget t;
+                                      {
+                                          std::lock_guard<std::mutex> handOver(CancelHandOver());
+                                          t = *static_cast<CancelTarget *>(data);
+                                      }
+                                      std::lock_guard<std::mutex> lock(t.self->m_mutex);
+                                      t.waiter->cancelled = true;
+                                      t.waiter->cv.notify_all();
                                   }),
                                   &target, nullptr);
+    }
     bool timedOut = false;
     {
         std::unique_lock<std::mutex> lock(m_mutex);
