@@ -44,6 +44,25 @@ const char *Shown(const std::string &identifying)
     return sso_log_detail::IsDevelMode() ? identifying.c_str() : "<hidden>";
 }
 
+// The name of the key a settings watch reports, or null when the library is
+// going away or the node names nothing; the reason is logged under the
+// handler's name.
+const char *ChangedKeyName(const char *handler, keynode_t *key)
+{
+    if (!SSOAPIUtil::IsClientAlive()) {
+        SSO_LOGE_FOR(handler, "SSOAPIClientLifeCycle is deleted");
+        return nullptr;
+    }
+    if (key == nullptr) {
+        SSO_LOGE_FOR(handler, "SSO_API_CHECK_NULL_RETURN. Return (%s)", "key is null");
+        return nullptr;
+    }
+    const char *keyName = vconf_keynode_get_name(key);
+    if (keyName == nullptr)
+        SSO_LOGE_FOR(handler, "pKeyName is null");
+    return keyName;
+}
+
 // The debug marker for a line that shows such a value.
 const char *ShownTag()
 {
@@ -139,19 +158,9 @@ sso_account_ui_result_cb sso_private_armed_view_state_callback()
 // Runs on the thread of the main loop that subscribed.
 void sso_vconf_login_state_changed_cb(keynode_t *key, void *)
 try {
-    if (!SSOAPIUtil::IsClientAlive()) {
-        SSO_LOGE("SSOAPIClientLifeCycle is deleted");
+    const char *keyName = ChangedKeyName(__func__, key);
+    if (keyName == nullptr)
         return;
-    }
-    if (key == nullptr) {
-        SSO_LOG_CHECK_NULL("key is null");
-        return;
-    }
-    const char *keyName = vconf_keynode_get_name(key);
-    if (keyName == nullptr) {
-        SSO_LOGE("pKeyName is null");
-        return;
-    }
     if (strcmp(keyName, VCONF_LOGIN_STATE) != 0) {
         SSO_LOGE("pKeyName is not [%s]", VCONF_LOGIN_STATE);
         return;
@@ -223,19 +232,9 @@ try {
 // Runs on the thread of the main loop that armed the view callback.
 void sso_vconf_changed_cb(keynode_t *key, void *userData)
 try {
-    if (!SSOAPIUtil::IsClientAlive()) {
-        SSO_LOGE("SSOAPIClientLifeCycle is deleted");
+    const char *keyName = ChangedKeyName(__func__, key);
+    if (keyName == nullptr)
         return;
-    }
-    if (key == nullptr) {
-        SSO_LOG_CHECK_NULL("key is null");
-        return;
-    }
-    const char *keyName = vconf_keynode_get_name(key);
-    if (keyName == nullptr) {
-        SSO_LOGE("pKeyName is null");
-        return;
-    }
     if (strcmp(keyName, VCONF_VIEW_STATE) != 0)
         return;
     if (s_account_view_state_changed_callback == nullptr) {
