@@ -17,6 +17,7 @@
 #include "ICVConf.h"
 #include "SSOAPIClientUtil.h"
 #include "SSOAPIUtil.h"
+#include "sso_api_records.h"
 #include "account_documents.h"
 #include "fuzz_support.h"
 #include "sso_ss_data_storage.h"
@@ -69,7 +70,7 @@ void UserInfoView(const std::string &input)
         s[i] = pieces[i].c_str();
 
     sso_user_info info;
-    SSOAPIClientUtil::SetUserInfo(info, s[0], s[1], s[2], s[3], s[4], s[5], s[6], s[7], s[8]);
+    SSOAPIRecords::SetUserInfo(info, s[0], s[1], s[2], s[3], s[4], s[5], s[6], s[7], s[8]);
     CheckField("user_id", info.user_id, s[0]);
     CheckField("prefix_name", info.prefix_name, s[1]);
     CheckField("first_name", info.first_name, s[2]);

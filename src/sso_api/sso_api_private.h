@@ -170,6 +170,8 @@ bool sso_private_subscribe_vconf_login_state_change();
 void sso_private_unsubscribe_vconf_login_state_change();
 // Drops the view-state watch (if installed) and the armed view callback.
 void sso_private_clear_vconf_view_state_callback();
+// Both watches and the armed view callback: the life cycle's unload hook.
+void sso_private_drop_settings_watches();
 // Arms the one-shot view callback, installing the view-state watch with this
 // user data if it is not installed yet.
 void sso_private_arm_view_state_callback(sso_account_ui_result_cb callback, void *userData);

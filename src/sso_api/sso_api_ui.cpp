@@ -17,6 +17,7 @@
 #include "SSOAPIUtil.h"
 #include "sso_api_guard.h"
 #include "sso_api_private.h"
+#include "sso_glib_ptr.h"
 #include "sso_log.h"
 
 namespace {
@@ -37,13 +38,11 @@ const char *ShownData(const std::string &text, bool identifying)
 // A malloc'ed extra of a handle, or nothing.
 bool GetExtra(app_control_h handle, const char *key, std::string &value)
 {
-    char *raw = nullptr;
-    if (app_control_get_extra_data(handle, key, &raw) != APP_CONTROL_ERROR_NONE || raw == nullptr) {
-        std::free(raw);
+    sso_glib::MallocPtr<char> raw;
+    int result = app_control_get_extra_data(handle, key, sso_glib::Out(raw));
+    if (result != APP_CONTROL_ERROR_NONE || raw == nullptr)
         return false;
-    }
-    value = raw;
-    std::free(raw);
+    value = raw.get();
     return true;
 }
 

@@ -13,8 +13,10 @@
 
 #include "CallerInformation.h"
 #include "SSOAPIClientUtil.h"
+#include "SSOAPIUtil.h"
 #include "sso_api_guard.h"
 #include "sso_api_private.h"
+#include "sso_glib_ptr.h"
 #include "sso_log.h"
 #include "sso_ss_data_storage.h"
 
@@ -119,14 +121,13 @@ try {
         SSO_LOGE("not allowed with this package name (%s)", packagename);
         return sso_private_fail(SSO_ERROR_NOT_ALLOWED, -1);
     }
-    char *guidBuffer = nullptr;
-    if (sso_get_guid(&guidBuffer) != 0 || guidBuffer == nullptr) {
-        free(guidBuffer);
+    sso_glib::MallocPtr<char> guidBuffer;
+    int guidResult = sso_get_guid(sso_glib::Out(guidBuffer));
+    if (guidResult != 0 || guidBuffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to get GUID");
         return -1;
     }
-    std::string guid = guidBuffer;
-    free(guidBuffer);
+    std::string guid = guidBuffer.get();
 
     std::string dataKey = std::string(kWhitelistTokenKeyPrefix) + app_id;
     CSSOSSData *pSSDataInstance = SSOAPISingleton<CSSOSSData>::GetInstance();
@@ -177,6 +178,25 @@ try {
     int ret = sso_get_whitelist_accesstoken(app_id, access_token);
     SSO_LOG_END();
     return ret;
+}
+SSO_API_CATCH(-1)
+
+// Identifies the caller now rather than at its first token request.
+SSO_API int sso_pre_init_callerInformation(void)
+try {
+    SSO_LOG_START();
+    if (!SSOAPIUtil::IsClientAlive()) {
+        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
+        return -1;
+    }
+    CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
+    if (pCallerInfoInstance == nullptr) {
+        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
+        return -1;
+    }
+    pCallerInfoInstance->CheckInit();
+    SSO_LOG_END();
+    return 0;
 }
 SSO_API_CATCH(-1)
 

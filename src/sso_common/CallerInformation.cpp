@@ -1,20 +1,27 @@
 #include "CallerInformation.h"
 
 #include <app_common.h>
-#include <sso_api/sso_api.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <stdexcept>
+#include <type_traits>
+#include <utility>
 
 #include "SSOAPIUtil.h"
 #include "SSOCrypto.h"
-#include "sso_api_guard.h"
+#include "sso_glib_ptr.h"
 #include "sso_log.h"
 
 namespace {
+struct PackageInfoDestroy {
+    void operator()(package_info_h handle) const { package_info_destroy(handle); }
+};
+using PackageInfoPtr = std::unique_ptr<std::remove_pointer_t<package_info_h>, PackageInfoDestroy>;
+
 // Packages that may request on behalf of any package: the SSO service itself
 // and the account application.
 constexpr const char *kSsoServicePackage = "org.orvex.ssoservice";
@@ -134,17 +141,16 @@ bool CCallerInformation::m_CheckBinaryID()
 bool CCallerInformation::m_CheckAppID()
 {
     bool bRet = false;
-    char *appId = nullptr;
-    int ret = app_get_id(&appId);
+    sso_glib::MallocPtr<char> appId;
+    int ret = app_get_id(sso_glib::Out(appId));
     if (ret == APP_ERROR_NONE && appId != nullptr) {
-        m_applicationId = appId;
+        m_applicationId = appId.get();
         bRet = true;
     } else {
         SSO_LOGE("Failed to app_get_id : (%d)", ret);
         m_applicationId = SSOAPIUtil::GetAppId(-1);
         bRet = !m_applicationId.empty();
     }
-    free(appId);
     SSO_LOGD("[END] bRet (%d), m_applicationId (%s)", bRet, m_applicationId.c_str());
     return bRet;
 }
@@ -155,18 +161,16 @@ bool CCallerInformation::m_CheckPackageID()
         SSO_LOGE("m_applicationID is empty");
         return false;
     }
-    char *packageId = nullptr;
-    if (package_manager_get_package_id_by_app_id(m_applicationId.c_str(), &packageId) !=
-            PACKAGE_MANAGER_ERROR_NONE ||
-        packageId == nullptr) {
+    sso_glib::MallocPtr<char> packageId;
+    int ret =
+        package_manager_get_package_id_by_app_id(m_applicationId.c_str(), sso_glib::Out(packageId));
+    if (ret != PACKAGE_MANAGER_ERROR_NONE || packageId == nullptr) {
         SSO_LOGE("Failed to package_manager_get_package_id_by_app_id() : [%s]",
                  m_applicationId.c_str());
-        free(packageId);
         return false;
     }
-    SSO_LOGY("m_applicationId [%s], pPackageId [%s]", m_applicationId.c_str(), packageId);
-    m_packageId = packageId;
-    free(packageId);
+    SSO_LOGY("m_applicationId [%s], pPackageId [%s]", m_applicationId.c_str(), packageId.get());
+    m_packageId = packageId.get();
     SSO_LOGD("[END] bRet (1), m_packageId (%s)", m_packageId.c_str());
     return true;
 }
@@ -175,28 +179,25 @@ bool CCallerInformation::m_CheckPackageID()
 // package.
 std::string CCallerInformation::m_GetCertInfo(std::string /*applicationId*/)
 {
-    package_info_h handle = nullptr;
-    if (package_info_create(m_packageId.c_str(), &handle) != PACKAGE_MANAGER_ERROR_NONE) {
+    PackageInfoPtr handle;
+    if (package_info_create(m_packageId.c_str(), sso_glib::Out(handle)) !=
+        PACKAGE_MANAGER_ERROR_NONE) {
         SSO_LOGE("Failed to package_info_create() : [%s]", m_packageId.c_str());
         return std::string();
     }
-    char *certValue = nullptr;
-    if (package_info_foreach_cert_info(handle, &CCallerInformation::m_PackageInfoCheckCB,
+    sso_glib::MallocPtr<char> certValue;
+    if (package_info_foreach_cert_info(handle.get(), &CCallerInformation::m_PackageInfoCheckCB,
                                        &certValue) != PACKAGE_MANAGER_ERROR_NONE) {
         SSO_LOGE("Fail to get package certificate() : [%s]", m_packageId.c_str());
-        free(certValue);
-        package_info_destroy(handle);
         return std::string();
     }
-    package_info_destroy(handle);
+    handle.reset();
     // A package without an author signer certificate has no text to build
     // the result from; that case leaves as this exception (as constructing a
     // string from null would), and the exported functions catch it.
     if (certValue == nullptr)
         throw std::logic_error("basic_string: construction from null is not valid");
-    std::string result(certValue);
-    free(certValue);
-    return result;
+    return std::string(certValue.get());
 }
 
 bool CCallerInformation::m_PackageInfoCheckCB(package_info_h /*handle*/,
@@ -205,18 +206,18 @@ bool CCallerInformation::m_PackageInfoCheckCB(package_info_h /*handle*/,
 {
     if (certType != PACKAGE_INFO_AUTHOR_SIGNER_CERT || certValue == nullptr)
         return true; // the next one
-    char **out = static_cast<char **>(userData);
-    free(*out);
-    *out = strdup(certValue);
+    // The last one found stands.
+    static_cast<sso_glib::MallocPtr<char> *>(userData)->reset(strdup(certValue));
     return false; // found: stop
 }
 
 bool CCallerInformation::m_DecodeCertificate(const char *text, size_t length,
-                                             unsigned char **decoded, int *decodedLength)
+                                             sso_glib::MallocPtr<unsigned char> &decoded,
+                                             int *decodedLength)
 {
     // Base64 yields 3 bytes per 4 characters: 1.5 times the length is ample.
     size_t bufferSize = static_cast<size_t>(static_cast<double>(length) * 1.5);
-    unsigned char *buffer = static_cast<unsigned char *>(calloc(bufferSize, 1));
+    sso_glib::MallocPtr<unsigned char> buffer(static_cast<unsigned char *>(calloc(bufferSize, 1)));
     if (buffer == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to calloc()");
         return false;
@@ -224,31 +225,27 @@ bool CCallerInformation::m_DecodeCertificate(const char *text, size_t length,
     const SSOCryptoApi *crypto = SSOCrypto();
     if (crypto == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to load libcrypto");
-        free(buffer);
         return false;
     }
-    BIO *source = crypto->BIO_new_mem_buf(text, static_cast<int>(length));
+    SSOBioPtr source(crypto->BIO_new_mem_buf(text, static_cast<int>(length)));
     if (source == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to BIO_new_mem_buf()");
-        free(buffer);
         return false;
     }
-    BIO *base64 = crypto->BIO_new(crypto->BIO_f_base64());
+    SSOBioPtr base64(crypto->BIO_new(crypto->BIO_f_base64()));
     if (base64 == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to BIO_new()");
-        crypto->BIO_free_all(source);
-        free(buffer);
         return false;
     }
     // The registry stores the text on one line.
-    crypto->BIO_set_flags(base64, BIO_FLAGS_BASE64_NO_NL);
-    BIO *chain = crypto->BIO_push(base64, source);
-    int decodedSize = crypto->BIO_read(chain, buffer, static_cast<int>(length));
+    crypto->BIO_set_flags(base64.get(), BIO_FLAGS_BASE64_NO_NL);
+    // The chain owns both: freeing it frees the source too.
+    SSOBioPtr chain(crypto->BIO_push(base64.release(), source.release()));
+    int decodedSize = crypto->BIO_read(chain.get(), buffer.get(), static_cast<int>(length));
     SSO_LOGY("decoded size = %d", decodedSize);
     *decodedLength = decodedSize < 0 ? 0 : decodedSize;
-    *decoded = buffer;
+    decoded = std::move(buffer);
     SSO_LOGD("[END] decodedSize = %d", *decodedLength);
-    crypto->BIO_free_all(chain);
     return true;
 }
 
@@ -260,67 +257,48 @@ std::string CCallerInformation::m_GetPackageSignature(bool useSha256)
         SSO_LOGE("Failed to m_GetCertInfo()");
         return std::string();
     }
-    unsigned char *der = nullptr;
+    sso_glib::MallocPtr<unsigned char> der;
     int derLength = 0;
-    if (!m_DecodeCertificate(certificate.c_str(), certificate.size(), &der, &derLength)) {
+    if (!m_DecodeCertificate(certificate.c_str(), certificate.size(), der, &derLength)) {
         SSO_LOGE("Failed to m_DecodeCertificate()");
         return std::string();
     }
     // m_DecodeCertificate succeeded, so libcrypto is loaded.
     const SSOCryptoApi *crypto = SSOCrypto();
-    const unsigned char *cursor = der;
-    X509 *x509 = crypto->d2i_X509(nullptr, &cursor, derLength);
-    free(der);
+    const unsigned char *cursor = der.get();
+    SSOX509Ptr x509(crypto->d2i_X509(nullptr, &cursor, derLength));
+    der.reset();
     if (x509 == nullptr) {
         SSO_LOG_CHECK_NULL("Failed to d2i_X509()");
         return std::string();
     }
 
-    std::string signature;
-    X509_PUBKEY *publicKey = crypto->X509_get_X509_PUBKEY(x509);
+    X509_PUBKEY *publicKey = crypto->X509_get_X509_PUBKEY(x509.get());
     int keyLength = crypto->i2d_X509_PUBKEY(publicKey, nullptr);
-    unsigned char *keyDer = nullptr;
     if (keyLength < 1) {
         SSO_LOGE("Failed to i2d_X509_PUBKEY()");
-    } else if ((keyDer = static_cast<unsigned char *>(malloc(keyLength))) == nullptr) {
-        SSO_LOG_CHECK_NULL("Failed to scopedDerPubkey()");
-    } else {
-        unsigned char *out = keyDer;
-        crypto->i2d_X509_PUBKEY(publicKey, &out);
-        unsigned char digest[EVP_MAX_MD_SIZE] = {0};
-        unsigned int length = 0;
-        if (crypto->EVP_Digest(keyDer, static_cast<size_t>(keyLength), digest, &length,
-                               useSha256 ? crypto->EVP_sha256() : crypto->EVP_sha1(),
-                               nullptr) != 1) {
-            SSO_LOGE("Failed to EVP_Digest()");
-        } else {
-            SSO_LOGY("length = [%d]", static_cast<int>(digestLength));
-            char hex[3];
-            for (unsigned int i = 0; i < digestLength && i < length; ++i) {
-                snprintf(hex, sizeof(hex), "%02X", digest[i]);
-                signature += hex;
-            }
-        }
+        return std::string();
     }
-    free(keyDer);
-    crypto->X509_free(x509);
+    sso_glib::MallocPtr<unsigned char> keyDer(static_cast<unsigned char *>(malloc(keyLength)));
+    if (keyDer == nullptr) {
+        SSO_LOG_CHECK_NULL("Failed to scopedDerPubkey()");
+        return std::string();
+    }
+    unsigned char *out = keyDer.get();
+    crypto->i2d_X509_PUBKEY(publicKey, &out);
+    unsigned char digest[EVP_MAX_MD_SIZE] = {0};
+    unsigned int length = 0;
+    if (crypto->EVP_Digest(keyDer.get(), static_cast<size_t>(keyLength), digest, &length,
+                           useSha256 ? crypto->EVP_sha256() : crypto->EVP_sha1(), nullptr) != 1) {
+        SSO_LOGE("Failed to EVP_Digest()");
+        return std::string();
+    }
+    SSO_LOGY("length = [%d]", static_cast<int>(digestLength));
+    std::string signature;
+    char hex[3];
+    for (unsigned int i = 0; i < digestLength && i < length; ++i) {
+        snprintf(hex, sizeof(hex), "%02X", digest[i]);
+        signature += hex;
+    }
     return signature;
 }
-
-extern "C" SSO_API int sso_pre_init_callerInformation(void)
-try {
-    SSO_LOG_START();
-    if (!SSOAPIUtil::IsClientAlive()) {
-        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
-        return -1;
-    }
-    CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
-    if (pCallerInfoInstance == nullptr) {
-        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
-        return -1;
-    }
-    pCallerInfoInstance->CheckInit();
-    SSO_LOG_END();
-    return 0;
-}
-SSO_API_CATCH(-1)

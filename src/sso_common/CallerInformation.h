@@ -11,6 +11,7 @@
 #include <string>
 
 #include "SSOAPISingleton.h"
+#include "sso_glib_ptr.h"
 
 class CCallerInformation : public SSOAPISingleton<CCallerInformation> {
 public:
@@ -46,8 +47,8 @@ private:
     std::string m_GetCertInfo(std::string applicationId);
     static bool m_PackageInfoCheckCB(package_info_h handle, package_cert_type_e certType,
                                      const char *certValue, void *userData);
-    bool m_DecodeCertificate(const char *text, size_t length, unsigned char **decoded,
-                             int *decodedLength);
+    bool m_DecodeCertificate(const char *text, size_t length,
+                             sso_glib::MallocPtr<unsigned char> &decoded, int *decodedLength);
     std::string m_GetPackageSignature(bool useSha256);
 
     std::string m_applicationId;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "SSOAPIError.h"
+#include "sso_glib_ptr.h"
 #include "sso_log.h"
 
 // The two wordings of a failed read ("value key" and "value. key") and the
@@ -81,14 +82,13 @@ bool GetIntWithFailureValue(const char *accessor, const char *key, int &value, i
 bool GetString(const char *accessor, const char *key, std::string &value, bool identifying = false)
 {
     SSO_LOGD_FOR(accessor, "[START] ");
-    char *text = vconf_get_str(key);
+    sso_glib::MallocPtr<char> text(vconf_get_str(key));
     if (text == nullptr) {
         SSOAPIError::Set(SSO_ERROR_NOT_FOUND);
         SSO_LOGE_FOR(accessor, "Failed to get vconf value. key=(%s)", key);
         return false;
     }
-    value = text;
-    free(text);
+    value = text.get();
     if (!identifying)
         SSO_LOGD_FOR(accessor, "[END] key(%s) value(%s)", key, value.c_str());
     else if (sso_log_detail::IsDevelMode())
@@ -102,11 +102,9 @@ std::string GetCountryCode(const char *accessor, const char *key)
 {
     SSO_LOGD_FOR(accessor, "[START] ");
     std::string code;
-    char *text = vconf_get_str(key);
-    if (text != nullptr) {
-        code = text;
-        free(text);
-    }
+    sso_glib::MallocPtr<char> text(vconf_get_str(key));
+    if (text != nullptr)
+        code = text.get();
     SSO_LOGD_FOR(accessor, "[END] key(%s) value(%s)", key, code.c_str());
     return code;
 }

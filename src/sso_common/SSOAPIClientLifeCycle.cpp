@@ -7,7 +7,6 @@
 
 #include "CallerInformation.h"
 #include "SSOAPIUtil.h"
-#include "sso_api_private.h"
 #include "sso_api_proxy.h"
 #include "sso_ss_data_storage.h"
 #include "sso_log.h"
@@ -76,7 +75,7 @@ bool SSOAPIBusyScope::WaitUntilNoneOpen(void (*release)(), std::chrono::millisec
     return idle;
 }
 
-SSOAPIClientLifeCycle::SSOAPIClientLifeCycle()
+SSOAPIClientLifeCycle::SSOAPIClientLifeCycle(UnloadHook onUnload) : m_onUnload(onUnload)
 {
     SSO_LOGD_AT(sso_log_lines::kLifeCycleStart, "[START] ");
     SSOAPIUtil::SetClientToAlive();
@@ -104,8 +103,8 @@ SSOAPIClientLifeCycle::~SSOAPIClientLifeCycle()
         if (!SSOAPIBusyScope::WaitUntilNoneOpen(ReleaseBlockedCallers, kBusyWait))
             SSO_LOGE("callers are still inside the library");
         // The settings watches go before anything they could call into.
-        sso_private_clear_vconf_view_state_callback();
-        sso_private_unsubscribe_vconf_login_state_change();
+        if (m_onUnload != nullptr)
+            m_onUnload();
         // One singleton lock at a time, in this order: transport, caller
         // identity, data cache.
         SSOAPISingleton<CSSOSvcGdbus>::RemoveInstance();

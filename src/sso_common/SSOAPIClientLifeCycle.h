@@ -7,8 +7,14 @@
 
 class SSOAPIClientLifeCycle {
 public:
-    // Marks the client alive and records the application id.
-    SSOAPIClientLifeCycle();
+    // Called by the destructor once the blocked callers have left and before
+    // the library's objects go: the layer above drops what it installed (the
+    // settings watches) here. Must not throw.
+    using UnloadHook = void (*)();
+
+    // Marks the client alive and records the application id. onUnload may
+    // be null.
+    explicit SSOAPIClientLifeCycle(UnloadHook onUnload = nullptr);
     // Marks the client terminated first, so that every other thread sees the
     // library as dead before anything goes away, releases the callers that
     // wait in the library, then removes the library's process-wide objects.
@@ -22,6 +28,7 @@ public:
 
 private:
     std::string m_appId;
+    UnloadHook m_onUnload;
 };
 
 // Open while an application thread may block inside the library: a call to

@@ -1,6 +1,7 @@
 // Helpers of the request and dispatch paths: the shapes of the client
 // callback methods, the request's common fields (object name, request id),
-// and the records filled for two of the callbacks.
+// and the account helpers. (The callbacks' records are filled by the API
+// layer: sso_api_records.h.)
 #pragma once
 
 #include <sso_api/sso_api.h>
@@ -48,15 +49,6 @@ public:
 
     // A missing optional string is sent as "HAS_NO_VALUE".
     static std::string GetParameterWithCheckNoValue(const char *value);
-
-    // Fill the records of the name-check and user-info callbacks; each text
-    // is cut one byte short of its field.
-    static void SetNameCheckAuthInfo(sso_name_check_auth_info_s &info, const char *birthDate,
-                                     const char *age, const char *checkUrl);
-    static void SetUserInfo(sso_user_info &info, const char *userId, const char *prefixName,
-                            const char *firstName, const char *lastName, const char *birthDate,
-                            const char *zipCode, const char *mobileNum, const char *receiveEmail,
-                            const char *auth);
 
     // ------------------------------------------------------------ accounts
 

@@ -1,5 +1,7 @@
 #include "SSOAPIError.h"
 
+#include "sso_glib_ptr.h"
+
 #include <cstring>
 
 namespace {
@@ -47,11 +49,10 @@ sso_error_e SSOAPIError::FromBusError(const GError *error)
         return SSO_ERROR_SERVICE_NOT_RUNNING;
     // A remote error GLib does not map: tell by its name.
     if (g_dbus_error_is_remote_error(error)) {
-        gchar *name = g_dbus_error_get_remote_error(error);
-        bool unknown =
-            name != nullptr && (strcmp(name, "org.freedesktop.DBus.Error.ServiceUnknown") == 0 ||
-                                strcmp(name, "org.freedesktop.DBus.Error.NameHasNoOwner") == 0);
-        g_free(name);
+        sso_glib::CharPtr name(g_dbus_error_get_remote_error(error));
+        bool unknown = name != nullptr &&
+                       (strcmp(name.get(), "org.freedesktop.DBus.Error.ServiceUnknown") == 0 ||
+                        strcmp(name.get(), "org.freedesktop.DBus.Error.NameHasNoOwner") == 0);
         if (unknown)
             return SSO_ERROR_SERVICE_NOT_RUNNING;
     }

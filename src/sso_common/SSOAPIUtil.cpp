@@ -2,6 +2,7 @@
 
 #include <app_common.h>
 #include "sso_bus_connection.h"
+#include "sso_glib_ptr.h"
 #include <devfs.h>
 #include <unistd.h>
 
@@ -124,15 +125,14 @@ std::string SSOAPIUtil::GetAppId(int processId)
 
     // Inside an application the platform knows the answer, whatever process
     // was asked for; the command line is only for processes it does not know.
-    char *platformId = nullptr;
-    int ret = app_get_id(&platformId);
+    sso_glib::MallocPtr<char> platformId;
+    int ret = app_get_id(sso_glib::Out(platformId));
     if (ret == APP_ERROR_NONE && platformId != nullptr) {
-        std::string appId = platformId;
-        free(platformId);
+        std::string appId = platformId.get();
         SSO_LOG_END_F("appId [%s]", appId.c_str());
         return appId;
     }
-    free(platformId);
+    platformId.reset();
     SSO_LOG_AT(LOG_ID_MAIN, DLOG_WARN,
                SSO_COLOR_GREEN "Failed to app_get_id(). error(%d)" SSO_COLOR_END, ret);
 
@@ -217,27 +217,23 @@ bool SSOAPIUtil::IsCallerObjectPidInParameters(const std::string &callerObjPid,
     // The first parameter must be a string; anything else is treated as
     // missing rather than handed to g_variant_dup_string, which would only
     // complain and return null.
-    gchar *objName = nullptr;
+    sso_glib::CharPtr objName;
     if (parameters != nullptr && g_variant_is_container(parameters) &&
         g_variant_n_children(parameters) > 0) {
-        GVariant *child = g_variant_get_child_value(parameters, 0);
-        if (child != nullptr) {
-            if (g_variant_is_of_type(child, G_VARIANT_TYPE_STRING))
-                objName = g_variant_dup_string(child, nullptr);
-            g_variant_unref(child);
-        }
+        sso_glib::VariantPtr child(g_variant_get_child_value(parameters, 0));
+        if (child != nullptr && g_variant_is_of_type(child.get(), G_VARIANT_TYPE_STRING))
+            objName.reset(g_variant_dup_string(child.get(), nullptr));
     }
     if (objName == nullptr) {
         SSO_LOGE("pChildValue is null");
         return false;
     }
-    SSO_LOGY("pChildValue [%s]", objName);
-    SSO_LOGY("callerObjPid(%s) vs. dbusParamObjName(%s)", callerObjPid.c_str(), objName);
+    SSO_LOGY("pChildValue [%s]", objName.get());
+    SSO_LOGY("callerObjPid(%s) vs. dbusParamObjName(%s)", callerObjPid.c_str(), objName.get());
 
     // A substring test on purpose: the peer's "obj<pid>" must appear somewhere
     // in the object name it sent.
-    bool valid = strstr(objName, callerObjPid.c_str()) != nullptr;
-    g_free(objName);
+    bool valid = strstr(objName.get(), callerObjPid.c_str()) != nullptr;
     if (!valid) {
         SSO_LOGE("INVALID Not found!");
         return false;

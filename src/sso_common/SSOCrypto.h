@@ -8,6 +8,8 @@
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
+#include <memory>
+
 struct SSOCryptoApi {
     decltype(&::BIO_new_mem_buf) BIO_new_mem_buf;
     decltype(&::BIO_new) BIO_new;
@@ -29,3 +31,15 @@ struct SSOCryptoApi {
 // never unloaded). nullptr when libcrypto or one of them cannot be loaded,
 // which is logged once.
 const SSOCryptoApi *SSOCrypto();
+
+// Owners for what libcrypto hands out, freed through the loaded functions.
+// Only made once SSOCrypto() has returned the table, so it is there to free.
+struct SSOBioFreeAll {
+    void operator()(BIO *b) const { SSOCrypto()->BIO_free_all(b); }
+};
+using SSOBioPtr = std::unique_ptr<BIO, SSOBioFreeAll>;
+
+struct SSOX509Free {
+    void operator()(X509 *x) const { SSOCrypto()->X509_free(x); }
+};
+using SSOX509Ptr = std::unique_ptr<X509, SSOX509Free>;

@@ -10,6 +10,7 @@
 #include "SSOAPIAutoLock.h"
 #include "SSOAPIError.h"
 #include "SSOAPIUtil.h"
+#include "sso_glib_ptr.h"
 #include "sso_log.h"
 
 namespace {
@@ -30,10 +31,16 @@ constexpr guint32 kNameAlreadyOwner = 4;
 
 std::string EncodedError(const GError *error)
 {
-    gchar *name = g_dbus_error_encode_gerror(error);
-    std::string text = name != nullptr ? name : "";
-    g_free(name);
-    return text;
+    sso_glib::CharPtr name(g_dbus_error_encode_gerror(error));
+    return name != nullptr ? name.get() : "";
+}
+
+// Refuses a call from a process that is not the one it claims to be.
+void ReturnInvalidCaller(CSSOBusInvocation &invocation)
+{
+    sso_glib::ErrorPtr error(
+        g_error_new_literal(kInvalidCallerErrorDomain, 0, "process id is different"));
+    invocation.ReturnGError(error.get());
 }
 
 struct timespec MonotonicTimespec(SSOClock::time_point when)
@@ -295,14 +302,13 @@ bool CSSOSvcGdbus::EnsureLink(SSOClock::time_point arrival)
 // Called with m_mutexProxy held, on the requesting thread.
 bool CSSOSvcGdbus::m_GetConnectionToServer(SSOClock::time_point deadline)
 {
-    GError *error = nullptr;
+    sso_glib::ErrorPtr error;
     std::shared_ptr<CSSOBusConnection> connection = CSSOBusConnection::Open(
-        CSSOBusConnection::SystemBusAddress(), deadline, m_pCallCancellable, &error);
+        CSSOBusConnection::SystemBusAddress(), deadline, m_pCallCancellable, sso_glib::Out(error));
     if (connection == nullptr) {
         SSO_LOGE("g_bus_get_sync() return error. %s, detail[message:%s, code:%d]",
-                 EncodedError(error).c_str(), error->message, error->code);
-        SSOAPIError::Set(SSOAPIError::FromBusError(error));
-        g_error_free(error);
+                 EncodedError(error.get()).c_str(), error->message, error->code);
+        SSOAPIError::Set(SSOAPIError::FromBusError(error.get()));
         return false;
     }
     m_pConnectionToServer = connection;
@@ -312,16 +318,15 @@ bool CSSOSvcGdbus::m_GetConnectionToServer(SSOClock::time_point deadline)
 
     // Subscribed on the requesting thread: the handler runs in whatever main
     // context was this thread's default now.
-    GMainContext *context = g_main_context_ref_thread_default();
+    sso_glib::MainContextPtr context(g_main_context_ref_thread_default());
     CSSOBusConnection *raw = connection.get();
     m_signalId = connection->SubscribeSignal(
-        nullptr, SSO_SIGNAL_INTERFACE, nullptr, SSO_SIGNAL_OBJECT_PATH, context,
+        nullptr, SSO_SIGNAL_INTERFACE, nullptr, SSO_SIGNAL_OBJECT_PATH, context.get(),
         [this, raw](GDBusMessage *signal) {
             m_OnSignal(raw, g_dbus_message_get_sender(signal), g_dbus_message_get_path(signal),
                        g_dbus_message_get_interface(signal), g_dbus_message_get_member(signal),
                        g_dbus_message_get_body(signal), this);
         });
-    g_main_context_unref(context);
     if (m_signalId == 0)
         SSO_LOGE("m_signalId is 0");
     return true;
@@ -411,17 +416,16 @@ void CSSOSvcGdbus::m_DestroyProxyMonitor()
     pthread_mutex_lock(&m_mutexMonitorLoop);
     m_bStopRequested = true;
     if (m_pMainLoop != nullptr) {
-        GSource *quit = g_idle_source_new();
-        g_source_set_priority(quit, G_PRIORITY_HIGH);
+        sso_glib::SourcePtr quit(g_idle_source_new());
+        g_source_set_priority(quit.get(), G_PRIORITY_HIGH);
         g_source_set_callback(
-            quit,
+            quit.get(),
             [](gpointer loop) -> gboolean {
                 g_main_loop_quit(static_cast<GMainLoop *>(loop));
                 return G_SOURCE_REMOVE;
             },
             g_main_loop_ref(m_pMainLoop), reinterpret_cast<GDestroyNotify>(g_main_loop_unref));
-        g_source_attach(quit, g_main_loop_get_context(m_pMainLoop));
-        g_source_unref(quit);
+        g_source_attach(quit.get(), g_main_loop_get_context(m_pMainLoop));
     }
     pthread_mutex_unlock(&m_mutexMonitorLoop);
 
@@ -497,12 +501,12 @@ void *CSSOSvcGdbus::m_RunProxyMonitor(void *instance)
     // Everything the link hands to this thread is dispatched here.
     g_main_context_push_thread_default(context);
 
-    GError *error = nullptr;
-    self->m_pNodeInfo = g_dbus_node_info_new_for_xml(m_introspectionXml.c_str(), &error);
+    sso_glib::ErrorPtr error;
+    self->m_pNodeInfo =
+        g_dbus_node_info_new_for_xml(m_introspectionXml.c_str(), sso_glib::Out(error));
     if (error != nullptr) {
         SSO_LOGE("g_dbus_node_info_new_for_xml() return error. %s, detail[message:%s, code:%d]",
-                 EncodedError(error).c_str(), error->message, error->code);
-        g_error_free(error);
+                 EncodedError(error.get()).c_str(), error->message, error->code);
         self->m_SetNameState(NameState::None);
         g_main_context_pop_thread_default(context);
         return nullptr;
@@ -527,12 +531,12 @@ void *CSSOSvcGdbus::m_RunProxyMonitor(void *instance)
         m_OnBusAcquired(connection, clientBusName.c_str(), self);
         // Ours against any other process: replace an earlier owner that lets
         // us, never let anyone replace us, and wait in the queue otherwise.
-        GDBusMessage *request = g_dbus_message_new_method_call(SSO_BUS_NAME, SSO_BUS_PATH,
-                                                               SSO_BUS_INTERFACE, "RequestName");
-        g_dbus_message_set_body(request,
+        sso_glib::ObjectPtr<GDBusMessage> request(g_dbus_message_new_method_call(
+            SSO_BUS_NAME, SSO_BUS_PATH, SSO_BUS_INTERFACE, "RequestName"));
+        g_dbus_message_set_body(request.get(),
                                 g_variant_new("(su)", clientBusName.c_str(), kNameReplaceExisting));
         connection->CallAsync(
-            request, kSetUpSeconds * 1000, context,
+            request.get(), kSetUpSeconds * 1000, context,
             [self, connection](GDBusMessage *reply, const GError *replyError) {
                 guint32 answer = 0;
                 GVariant *body = reply != nullptr ? g_dbus_message_get_body(reply) : nullptr;
@@ -550,7 +554,6 @@ void *CSSOSvcGdbus::m_RunProxyMonitor(void *instance)
                 if (self->m_SetNameState(answer == 0 ? NameState::Failed : NameState::Queued))
                     m_OnNameLost(connection, self->m_clientBusName.c_str(), self);
             });
-        g_object_unref(request);
         ownerId = 1;
     }
     self->m_ownerId.store(ownerId);
@@ -563,17 +566,17 @@ void *CSSOSvcGdbus::m_RunProxyMonitor(void *instance)
         return nullptr;
     }
 
-    GMainLoop *loop = g_main_loop_new(context, FALSE);
+    sso_glib::MainLoopPtr loop(g_main_loop_new(context, FALSE));
     pthread_mutex_lock(&self->m_mutexMonitorLoop);
     bool run = !self->m_bStopRequested;
-    self->m_pMainLoop = loop;
+    self->m_pMainLoop = loop.get();
     pthread_mutex_unlock(&self->m_mutexMonitorLoop);
     if (run)
-        g_main_loop_run(loop);
+        g_main_loop_run(loop.get());
     pthread_mutex_lock(&self->m_mutexMonitorLoop);
     self->m_pMainLoop = nullptr;
     pthread_mutex_unlock(&self->m_mutexMonitorLoop);
-    g_main_loop_unref(loop);
+    loop.reset();
 
     g_main_context_pop_thread_default(context);
     SSO_LOG_END();
@@ -593,20 +596,20 @@ void CSSOSvcGdbus::m_OnBusAcquired(CSSOBusConnection *connection, const gchar *n
     SSO_LOGP("pName [%s]", name);
     self->m_pClientConnection = connection;
 
-    GError *error = nullptr;
+    sso_glib::ErrorPtr error;
     unsigned int registerId = connection->RegisterObject(
         SSO_CLIENT_OBJECT_PATH, self->m_pNodeInfo->interfaces[0], self->m_pLinkContext.load(),
         [self](const CSSOBusConnection::Invocation &invocation) {
             self->m_HandleIncoming(invocation);
         },
-        &error);
+        sso_glib::Out(error));
     if (error != nullptr) {
         SSO_LOGE("g_dbus_connection_register_object() return error. %s, %s, "
                  "detail[message:%s, code:%d]",
-                 EncodedError(error).c_str(), SSO_CLIENT_OBJECT_PATH, error->message, error->code);
+                 EncodedError(error.get()).c_str(), SSO_CLIENT_OBJECT_PATH, error->message,
+                 error->code);
         if (registerId != 0)
             connection->UnregisterObject(registerId);
-        g_error_free(error);
         // The creator is left to its time-out: the request still goes out.
         return;
     }
@@ -695,14 +698,13 @@ bool CSSOSvcGdbus::m_CheckClientName(SSOClock::time_point deadline)
     pid_t holder = 0;
     bool known = false;
     if (conn != nullptr) {
-        GVariant *owner =
-            conn->CallBus("GetNameOwner", g_variant_new("(s)", m_clientBusName.c_str()),
-                          kHolderLookupMs, m_pCallCancellable, nullptr);
+        sso_glib::VariantPtr owner(conn->CallBus("GetNameOwner",
+                                                 g_variant_new("(s)", m_clientBusName.c_str()),
+                                                 kHolderLookupMs, m_pCallCancellable, nullptr));
         if (owner != nullptr) {
             const gchar *unique = nullptr;
-            g_variant_get(owner, "(&s)", &unique);
+            g_variant_get(owner.get(), "(&s)", &unique);
             known = conn->PeerPid(unique, kHolderLookupMs, holder);
-            g_variant_unref(owner);
         }
     }
     if (!known) {
@@ -773,17 +775,11 @@ void CSSOSvcGdbus::m_HandleIncoming(const CSSOBusConnection::Invocation &invocat
             SSO_LOGE("<--- pMethodName [%s] ---", g_dbus_message_get_member(invocation->message()));
             SSO_LOGE("Failed to m_GetCallerObjProcessId()");
             SSO_LOGE("Caller process is invalid");
-            GError *error =
-                g_error_new_literal(kInvalidCallerErrorDomain, 0, "process id is different");
-            invocation->ReturnGError(error);
-            g_error_free(error);
+            ReturnInvalidCaller(*invocation);
         });
     if (!parked) {
         SSO_LOGE("Too many callers wait for their process id; a call from %s is refused", sender);
-        GError *error =
-            g_error_new_literal(kInvalidCallerErrorDomain, 0, "process id is different");
-        invocation->ReturnGError(error);
-        g_error_free(error);
+        ReturnInvalidCaller(*invocation);
     }
 }
 
@@ -802,10 +798,7 @@ void CSSOSvcGdbus::m_HandleMethodCall(CSSOBusConnection *connection, const gchar
     }
     if (!SSOAPIUtil::IsCallerProcessValid(connection, sender, parameters)) {
         SSO_LOGE("Caller process is invalid");
-        GError *error =
-            g_error_new_literal(kInvalidCallerErrorDomain, 0, "process id is different");
-        invocation->ReturnGError(error);
-        g_error_free(error);
+        ReturnInvalidCaller(*invocation);
         return;
     }
     SSOMethodCallHandler handler = self->m_pHandleMethodCallCb.load();
@@ -848,38 +841,36 @@ bool CSSOSvcGdbus::CallMethodToServer(std::string methodName, GVariant *paramete
 
     SSO_LOGP("bus name[%s] path[%s] interface[%s]", SSO_SERVER_BUS_NAME, SSO_SERVER_OBJECT_PATH,
              SSO_SERVER_INTERFACE);
-    GDBusMessage *call = g_dbus_message_new_method_call(SSO_SERVER_BUS_NAME, SSO_SERVER_OBJECT_PATH,
-                                                        SSO_SERVER_INTERFACE, methodName.c_str());
+    sso_glib::ObjectPtr<GDBusMessage> call(g_dbus_message_new_method_call(
+        SSO_SERVER_BUS_NAME, SSO_SERVER_OBJECT_PATH, SSO_SERVER_INTERFACE, methodName.c_str()));
     if (parameters != nullptr)
-        g_dbus_message_set_body(call, parameters);
+        g_dbus_message_set_body(call.get(), parameters);
     // These three must never start the service; any other request may.
     if (methodName == "heartbeat" || methodName == "notify_app_launch_status" ||
         methodName == "notify_special_app") {
         SSO_LOGP("Set G_DBUS_CALL_FLAGS_NO_AUTO_START");
-        g_dbus_message_set_flags(call, G_DBUS_MESSAGE_FLAGS_NO_AUTO_START);
+        g_dbus_message_set_flags(call.get(), G_DBUS_MESSAGE_FLAGS_NO_AUTO_START);
     }
 
-    GError *error = nullptr;
-    GDBusMessage *answer = connection->Call(call, timeout, m_pCallCancellable, &error);
-    g_object_unref(call);
-    GVariant *result = nullptr;
+    sso_glib::ErrorPtr error;
+    sso_glib::ObjectPtr<GDBusMessage> answer(
+        connection->Call(call.get(), timeout, m_pCallCancellable, sso_glib::Out(error)));
+    call.reset();
+    sso_glib::VariantPtr result;
     if (answer != nullptr) {
-        result = g_dbus_message_get_body(answer);
-        result =
-            result != nullptr ? g_variant_ref(result) : g_variant_ref_sink(g_variant_new("()"));
-        g_object_unref(answer);
+        GVariant *body = g_dbus_message_get_body(answer.get());
+        result = body != nullptr ? sso_glib::VariantPtr(g_variant_ref(body))
+                                 : sso_glib::AdoptVariant(g_variant_new("()"));
+        answer.reset();
     }
     if (reply != nullptr)
-        *reply = result;
-    else if (result != nullptr)
-        g_variant_unref(result);
+        *reply = result.release();
     if (error != nullptr) {
         SSO_LOGE("g_dbus_connection_call_sync return error. %s, detail[message:%s, code:%d]",
-                 EncodedError(error).c_str(), error->message, error->code);
-        sso_error_e cause = SSOAPIError::FromBusError(error);
+                 EncodedError(error.get()).c_str(), error->message, error->code);
+        sso_error_e cause = SSOAPIError::FromBusError(error.get());
         SSOAPIError::Set(cause == SSO_ERROR_UNLOADING && isGiven() ? SSO_ERROR_LINK_GIVEN_UP
                                                                    : cause);
-        g_error_free(error);
         return false;
     }
     SSO_LOG_END();

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "sso_glib_ptr.h"
 #include "sso_log.h"
 
 namespace {
@@ -60,6 +61,13 @@ thread_local bool t_forkGateClosed = false;
 pthread_rwlock_t *ForkGate()
 {
     return &s_forkGate;
+}
+
+// Orders a call's cancel target before the cancelling thread reads it.
+std::mutex &CancelHandOver()
+{
+    static std::mutex handOver;
+    return handOver;
 }
 
 int MsLeft(SSOClock::time_point deadline)
@@ -187,15 +195,15 @@ void sso_bus_invoke(GMainContext *context, std::function<void()> fn)
 {
     // Always through a source of that context, even when this thread could
     // run it: the handler must run where its owner asked.
-    GSource *source = g_idle_source_new();
-    g_source_set_priority(source, G_PRIORITY_DEFAULT);
+    sso_glib::SourcePtr source(g_idle_source_new());
+    g_source_set_priority(source.get(), G_PRIORITY_DEFAULT);
     Closure *closure = nullptr;
     {
         std::lock_guard<std::mutex> lock(s_handOverMutex);
         closure = new Closure{std::move(fn)};
     }
     g_source_set_callback(
-        source,
+        source.get(),
         [](gpointer data) -> gboolean {
             auto *closure = static_cast<Closure *>(data);
             std::function<void()> run;
@@ -216,8 +224,7 @@ void sso_bus_invoke(GMainContext *context, std::function<void()> fn)
             }
             delete closure;
         });
-    g_source_attach(source, context);
-    g_source_unref(source);
+    g_source_attach(source.get(), context);
 }
 
 // ---------------------------------------------------------------- invocation
@@ -238,37 +245,32 @@ CSSOBusInvocation::~CSSOBusInvocation()
 
 void CSSOBusInvocation::ReturnValue(GVariant *value)
 {
-    if (value != nullptr)
-        g_variant_ref_sink(value);
+    sso_glib::VariantPtr owned = sso_glib::AdoptVariant(value);
     if (!m_answered &&
         !(g_dbus_message_get_flags(m_call) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED)) {
-        GDBusMessage *reply = g_dbus_message_new_method_reply(m_call);
-        if (value != nullptr)
-            g_dbus_message_set_body(reply, value);
-        m_connection->Send(reply);
-        g_object_unref(reply);
+        sso_glib::ObjectPtr<GDBusMessage> reply(g_dbus_message_new_method_reply(m_call));
+        if (owned != nullptr)
+            g_dbus_message_set_body(reply.get(), owned.get());
+        m_connection->Send(reply.get());
     }
     m_answered = true;
-    if (value != nullptr)
-        g_variant_unref(value);
 }
 
 void CSSOBusInvocation::ReturnDBusError(const char *errorName, const char *message)
 {
     if (!m_answered &&
         !(g_dbus_message_get_flags(m_call) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED)) {
-        GDBusMessage *reply = g_dbus_message_new_method_error_literal(m_call, errorName, message);
-        m_connection->Send(reply);
-        g_object_unref(reply);
+        sso_glib::ObjectPtr<GDBusMessage> reply(
+            g_dbus_message_new_method_error_literal(m_call, errorName, message));
+        m_connection->Send(reply.get());
     }
     m_answered = true;
 }
 
 void CSSOBusInvocation::ReturnGError(const GError *error)
 {
-    gchar *name = g_dbus_error_encode_gerror(error);
-    ReturnDBusError(name, error->message);
-    g_free(name);
+    sso_glib::CharPtr name(g_dbus_error_encode_gerror(error));
+    ReturnDBusError(name.get(), error->message);
 }
 
 // ----------------------------------------------------------------- records
@@ -310,10 +312,8 @@ struct CSSOBusConnection::SignalEntry {
 
 std::string CSSOBusConnection::SystemBusAddress()
 {
-    gchar *address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    std::string text = address != nullptr ? address : "";
-    g_free(address);
-    return text;
+    sso_glib::CharPtr address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+    return address != nullptr ? address.get() : "";
 }
 
 CSSOBusConnection::CSSOBusConnection(int fd) : m_fd(fd)
@@ -403,18 +403,18 @@ void CSSOBusConnection::CloseInheritedSockets()
 int CSSOBusConnection::ConnectSocket(const std::string &address, SSOClock::time_point deadline,
                                      GCancellable *cancellable, GError **error)
 {
-    gchar **entries = g_strsplit(address.c_str(), ";", -1);
+    sso_glib::StrvPtr entries(g_strsplit(address.c_str(), ";", -1));
     int connected = -1;
-    GError *last = nullptr;
-    for (gchar **entry = entries; *entry != nullptr && connected < 0; ++entry) {
+    sso_glib::ErrorPtr last;
+    for (gchar **entry = entries.get(); *entry != nullptr && connected < 0; ++entry) {
         struct sockaddr_un addr;
         socklen_t length = 0;
         if (!UnixSocketAddress(*entry, addr, length))
             continue;
         int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         if (fd < 0) {
-            g_clear_error(&last);
-            SetErrno(&last, "socket", errno);
+            last.reset();
+            SetErrno(sso_glib::Out(last), "socket", errno);
             continue;
         }
         for (;;) {
@@ -437,19 +437,19 @@ int CSSOBusConnection::ConnectSocket(const std::string &address, SSOClock::time_
                 poll(&none, 1, std::min(10, MsLeft(deadline)));
                 if (polled)
                     g_cancellable_release_fd(cancellable);
-                g_clear_error(&last);
+                last.reset();
                 if (cancellable != nullptr &&
-                    g_cancellable_set_error_if_cancelled(cancellable, &last))
+                    g_cancellable_set_error_if_cancelled(cancellable, sso_glib::Out(last)))
                     break;
                 if (MsLeft(deadline) == 0) {
-                    SetTimedOut(&last);
+                    SetTimedOut(sso_glib::Out(last));
                     break;
                 }
                 continue;
             }
             if (err == EINPROGRESS) {
-                g_clear_error(&last);
-                if (!WaitFd(fd, POLLOUT, deadline, cancellable, &last))
+                last.reset();
+                if (!WaitFd(fd, POLLOUT, deadline, cancellable, sso_glib::Out(last)))
                     break;
                 int soError = 0;
                 socklen_t soLength = sizeof(soError);
@@ -460,23 +460,21 @@ int CSSOBusConnection::ConnectSocket(const std::string &address, SSOClock::time_
                 }
                 err = soError;
             }
-            g_clear_error(&last);
-            g_set_error(&last, G_IO_ERROR, g_io_error_from_errno(err), "Could not connect: %s",
-                        g_strerror(err));
+            g_set_error(sso_glib::Out(last), G_IO_ERROR, g_io_error_from_errno(err),
+                        "Could not connect: %s", g_strerror(err));
             break;
         }
         if (connected < 0)
             close(fd);
     }
-    g_strfreev(entries);
+    entries.reset();
     if (connected < 0) {
         if (last == nullptr)
-            g_set_error(&last, G_IO_ERROR, G_IO_ERROR_INVALID_ARGUMENT,
+            g_set_error(sso_glib::Out(last), G_IO_ERROR, G_IO_ERROR_INVALID_ARGUMENT,
                         "No usable address in \"%s\"", address.c_str());
-        g_propagate_error(error, last);
+        g_propagate_error(error, last.release());
         return -1;
     }
-    g_clear_error(&last);
     return connected;
 }
 
@@ -561,26 +559,26 @@ bool CSSOBusConnection::Authenticate(SSOClock::time_point deadline, GCancellable
 bool CSSOBusConnection::SayHello(SSOClock::time_point deadline, GCancellable *cancellable,
                                  GError **error)
 {
-    GDBusMessage *hello =
-        g_dbus_message_new_method_call(SSO_BUS_NAME, SSO_BUS_PATH, SSO_BUS_INTERFACE, "Hello");
+    sso_glib::ObjectPtr<GDBusMessage> hello(
+        g_dbus_message_new_method_call(SSO_BUS_NAME, SSO_BUS_PATH, SSO_BUS_INTERFACE, "Hello"));
     uint32_t serial = NextSerial();
-    g_dbus_message_set_serial(hello, serial);
-    bool sent = SendLocked(hello, deadline, cancellable, error);
-    g_object_unref(hello);
+    g_dbus_message_set_serial(hello.get(), serial);
+    bool sent = SendLocked(hello.get(), deadline, cancellable, error);
+    hello.reset();
     if (!sent)
         return false;
     // Nothing else is sent to a connection before its Hello is answered.
     for (;;) {
-        GDBusMessage *message = ReadMessage(deadline, cancellable, error);
+        sso_glib::ObjectPtr<GDBusMessage> message(ReadMessage(deadline, cancellable, error));
         if (message == nullptr)
             return false;
-        bool ours = g_dbus_message_get_reply_serial(message) == serial;
+        bool ours = g_dbus_message_get_reply_serial(message.get()) == serial;
         if (ours) {
             bool ok = false;
-            if (g_dbus_message_to_gerror(message, error)) {
+            if (g_dbus_message_to_gerror(message.get(), error)) {
                 ok = false;
             } else {
-                GVariant *body = g_dbus_message_get_body(message);
+                GVariant *body = g_dbus_message_get_body(message.get());
                 if (body != nullptr && g_variant_is_of_type(body, G_VARIANT_TYPE("(s)"))) {
                     const gchar *name = nullptr;
                     g_variant_get(body, "(&s)", &name);
@@ -591,10 +589,8 @@ bool CSSOBusConnection::SayHello(SSOClock::time_point deadline, GCancellable *ca
                                         "The bus answered Hello without a name");
                 }
             }
-            g_object_unref(message);
             return ok;
         }
-        g_object_unref(message);
     }
 }
 
@@ -679,16 +675,12 @@ bool CSSOBusConnection::SendLocked(GDBusMessage *message, SSOClock::time_point d
                                    GCancellable *cancellable, GError **error)
 {
     gsize size = 0;
-    guchar *blob = g_dbus_message_to_blob(message, &size, G_DBUS_CAPABILITY_FLAGS_NONE, error);
+    std::unique_ptr<guchar, sso_glib::GFree> blob(
+        g_dbus_message_to_blob(message, &size, G_DBUS_CAPABILITY_FLAGS_NONE, error));
     if (blob == nullptr)
         return false;
-    bool ok;
-    {
-        std::lock_guard<std::mutex> lock(m_writeMutex);
-        ok = WriteAll(blob, size, deadline, cancellable, error);
-    }
-    g_free(blob);
-    return ok;
+    std::lock_guard<std::mutex> lock(m_writeMutex);
+    return WriteAll(blob.get(), size, deadline, cancellable, error);
 }
 
 bool CSSOBusConnection::Send(GDBusMessage *message)
@@ -696,12 +688,10 @@ bool CSSOBusConnection::Send(GDBusMessage *message)
     if (isClosed())
         return false;
     g_dbus_message_set_serial(message, NextSerial());
-    GError *error = nullptr;
-    bool ok = SendLocked(message, SSOClock::now() + kSendTimeout, nullptr, &error);
-    if (!ok) {
+    sso_glib::ErrorPtr error;
+    bool ok = SendLocked(message, SSOClock::now() + kSendTimeout, nullptr, sso_glib::Out(error));
+    if (!ok)
         SSO_LOGE("Failed to send a message to the bus: %s", error != nullptr ? error->message : "");
-        g_clear_error(&error);
-    }
     return ok;
 }
 
@@ -731,21 +721,32 @@ GDBusMessage *CSSOBusConnection::Call(GDBusMessage *call, int timeoutMs, GCancel
         g_propagate_error(error, sendError);
         return nullptr;
     }
-    // The reply may already have come; a cancel wakes the wait.
+    // The reply may already have come; a cancel wakes the wait. The target
+    // is handed to the cancelling thread under a lock of ours: GLib's own
+    // hand-over (its futex) is one the thread sanitizer cannot see.
     struct CancelTarget {
         CSSOBusConnection *self;
         Waiter *waiter;
-    } target{this, &waiter};
+    } target{};
     gulong cancelHandler = 0;
-    if (cancellable != nullptr)
+    if (cancellable != nullptr) {
+        {
+            std::lock_guard<std::mutex> handOver(CancelHandOver());
+            target = {this, &waiter};
+        }
         cancelHandler =
             g_cancellable_connect(cancellable, G_CALLBACK(+[](GCancellable *, gpointer data) {
-                                      auto *t = static_cast<CancelTarget *>(data);
-                                      std::lock_guard<std::mutex> lock(t->self->m_mutex);
-                                      t->waiter->cancelled = true;
-                                      t->waiter->cv.notify_all();
+                                      CancelTarget t;
+                                      {
+                                          std::lock_guard<std::mutex> handOver(CancelHandOver());
+                                          t = *static_cast<CancelTarget *>(data);
+                                      }
+                                      std::lock_guard<std::mutex> lock(t.self->m_mutex);
+                                      t.waiter->cancelled = true;
+                                      t.waiter->cv.notify_all();
                                   }),
                                   &target, nullptr);
+    }
     bool timedOut = false;
     {
         std::unique_lock<std::mutex> lock(m_mutex);
@@ -781,18 +782,15 @@ GDBusMessage *CSSOBusConnection::Call(GDBusMessage *call, int timeoutMs, GCancel
 GVariant *CSSOBusConnection::CallBus(const char *method, GVariant *body, int timeoutMs,
                                      GCancellable *cancellable, GError **error)
 {
-    GDBusMessage *call =
-        g_dbus_message_new_method_call(SSO_BUS_NAME, SSO_BUS_PATH, SSO_BUS_INTERFACE, method);
+    sso_glib::ObjectPtr<GDBusMessage> call(
+        g_dbus_message_new_method_call(SSO_BUS_NAME, SSO_BUS_PATH, SSO_BUS_INTERFACE, method));
     if (body != nullptr)
-        g_dbus_message_set_body(call, body);
-    GDBusMessage *reply = Call(call, timeoutMs, cancellable, error);
-    g_object_unref(call);
+        g_dbus_message_set_body(call.get(), body);
+    sso_glib::ObjectPtr<GDBusMessage> reply(Call(call.get(), timeoutMs, cancellable, error));
     if (reply == nullptr)
         return nullptr;
-    GVariant *result = g_dbus_message_get_body(reply);
-    result = result != nullptr ? g_variant_ref(result) : g_variant_ref_sink(g_variant_new("()"));
-    g_object_unref(reply);
-    return result;
+    GVariant *result = g_dbus_message_get_body(reply.get());
+    return result != nullptr ? g_variant_ref(result) : g_variant_ref_sink(g_variant_new("()"));
 }
 
 void CSSOBusConnection::CallAsync(GDBusMessage *call, int timeoutMs, GMainContext *context,
@@ -908,12 +906,11 @@ unsigned CSSOBusConnection::SubscribeSignal(const char *sender, const char *inte
     }
     // The bus's answer is not waited for: signals sent before it is in place
     // are not ours to see anyway.
-    GDBusMessage *add =
-        g_dbus_message_new_method_call(SSO_BUS_NAME, SSO_BUS_PATH, SSO_BUS_INTERFACE, "AddMatch");
-    g_dbus_message_set_body(add, g_variant_new("(s)", rule.c_str()));
-    g_dbus_message_set_flags(add, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
-    Send(add);
-    g_object_unref(add);
+    sso_glib::ObjectPtr<GDBusMessage> add(
+        g_dbus_message_new_method_call(SSO_BUS_NAME, SSO_BUS_PATH, SSO_BUS_INTERFACE, "AddMatch"));
+    g_dbus_message_set_body(add.get(), g_variant_new("(s)", rule.c_str()));
+    g_dbus_message_set_flags(add.get(), G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
+    Send(add.get());
     return id;
 }
 
@@ -969,21 +966,20 @@ bool CSSOBusConnection::PeerPid(const std::string &uniqueName, int timeoutMs, pi
         return true;
     if (!g_dbus_is_unique_name(uniqueName.c_str()))
         return false;
-    GVariant *reply =
-        CallBus("GetConnectionUnixProcessID", g_variant_new("(s)", uniqueName.c_str()), timeoutMs,
-                nullptr, nullptr);
+    sso_glib::VariantPtr reply(CallBus("GetConnectionUnixProcessID",
+                                       g_variant_new("(s)", uniqueName.c_str()), timeoutMs, nullptr,
+                                       nullptr));
     if (reply == nullptr)
         return false;
-    bool ok = g_variant_is_of_type(reply, G_VARIANT_TYPE("(u)"));
+    bool ok = g_variant_is_of_type(reply.get(), G_VARIANT_TYPE("(u)"));
     if (ok) {
         guint32 value = 0;
-        g_variant_get(reply, "(u)", &value);
+        g_variant_get(reply.get(), "(u)", &value);
         pid = static_cast<pid_t>(value);
         SSO_LOGP("GetConnectionUnixProcessID(%s) = %d", uniqueName.c_str(), static_cast<int>(pid));
         std::lock_guard<std::mutex> lock(m_mutex);
         RememberPeerPid(uniqueName, pid);
     }
-    g_variant_unref(reply);
     return ok;
 }
 
@@ -1282,9 +1278,9 @@ void CSSOBusConnection::DispatchCall(GDBusMessage *message)
     }
     auto invocation = std::make_shared<CSSOBusInvocation>(shared_from_this(), message);
     if (object == nullptr) {
-        gchar *text = g_strdup_printf("No such object path '%s'", path != nullptr ? path : "");
-        invocation->ReturnDBusError("org.freedesktop.DBus.Error.UnknownObject", text);
-        g_free(text);
+        sso_glib::CharPtr text(
+            g_strdup_printf("No such object path '%s'", path != nullptr ? path : ""));
+        invocation->ReturnDBusError("org.freedesktop.DBus.Error.UnknownObject", text.get());
         return;
     }
     AnswerObjectCall(object, invocation);
@@ -1327,35 +1323,32 @@ void CSSOBusConnection::AnswerObjectCall(const std::shared_ptr<ObjectEntry> &obj
             return;
         }
         if (g_strcmp0(member, "GetMachineId") == 0) {
-            gchar *id = g_dbus_generate_guid();
-            invocation->ReturnValue(g_variant_new("(s)", id));
-            g_free(id);
+            sso_glib::CharPtr id(g_dbus_generate_guid());
+            invocation->ReturnValue(g_variant_new("(s)", id.get()));
             return;
         }
     }
     if (interface != nullptr && g_strcmp0(interface, object->interface->name) != 0) {
-        gchar *text = g_strdup_printf("No such interface '%s' on object at path %s", interface,
-                                      object->path.c_str());
-        invocation->ReturnDBusError("org.freedesktop.DBus.Error.UnknownMethod", text);
-        g_free(text);
+        sso_glib::CharPtr text(g_strdup_printf("No such interface '%s' on object at path %s",
+                                               interface, object->path.c_str()));
+        invocation->ReturnDBusError("org.freedesktop.DBus.Error.UnknownMethod", text.get());
         return;
     }
     GDBusMethodInfo *method = g_dbus_interface_info_lookup_method(object->interface, member);
     if (method == nullptr) {
-        gchar *text = g_strdup_printf("No such method '%s'", member != nullptr ? member : "");
-        invocation->ReturnDBusError("org.freedesktop.DBus.Error.UnknownMethod", text);
-        g_free(text);
+        sso_glib::CharPtr text(
+            g_strdup_printf("No such method '%s'", member != nullptr ? member : ""));
+        invocation->ReturnDBusError("org.freedesktop.DBus.Error.UnknownMethod", text.get());
         return;
     }
     std::string expected;
     for (GDBusArgInfo **arg = method->in_args; arg != nullptr && *arg != nullptr; ++arg)
         expected += (*arg)->signature;
     if (expected != signature) {
-        gchar *text =
+        sso_glib::CharPtr text(
             g_strdup_printf("Type of message, '(%s)', does not match expected type '(%s)'",
-                            signature, expected.c_str());
-        invocation->ReturnDBusError("org.freedesktop.DBus.Error.InvalidArgs", text);
-        g_free(text);
+                            signature, expected.c_str()));
+        invocation->ReturnDBusError("org.freedesktop.DBus.Error.InvalidArgs", text.get());
         return;
     }
     // A bounded queue: a flood is answered here rather than held in memory.

@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "../platform/app_control_test_util.h"
-#include "sso_api_private.h"
 #include "sso_test_harness.h"
 #include "vconf_test_util.h"
 

@@ -2,6 +2,7 @@
 // account UI program, launched as a real process through the platform's
 // application launcher.
 #include "account_ui_support.h"
+#include "sso_api_private.h"
 
 namespace {
 

@@ -6,6 +6,7 @@
 #include <atomic>
 
 #include "account_ui_support.h"
+#include "sso_api_private.h"
 
 namespace {
 

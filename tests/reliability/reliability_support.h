@@ -57,6 +57,20 @@ inline std::string ThreadNames()
     return out;
 }
 
+// The id of the process's thread of that name (the library's monitor thread
+// is "SSOProxyMonitor"), or 0 when there is none.
+inline long long ThreadIdNamed(const std::string &wanted)
+{
+    for (const auto &tid : ProcEntries("/proc/self/task")) {
+        std::ifstream comm("/proc/self/task/" + tid + "/comm");
+        std::string name;
+        std::getline(comm, name);
+        if (name == wanted)
+            return std::stoll(tid);
+    }
+    return 0;
+}
+
 // Open descriptors, not counting the one that lists them.
 inline int OpenFdCount()
 {

@@ -12,7 +12,6 @@
 #include <string>
 #include <thread>
 
-#include "SSOAPIClientUtil.h"
 #include "bus_fault_support.h"
 #include "sso_api/sso_api.h"
 
@@ -123,10 +122,13 @@ TEST_P(BusFaults, TheFirstRequestAndOneQueuedBehindItFailWithinTheSetUpAndOneCal
 TEST_P(BusFaults, GiveProxyOfAnIdleClientTakesUnderASecond)
 {
     Link();
+    // The helper below finds the monitor thread while the link is up.
+    ASSERT_NE(reliability::ThreadIdNamed("SSOProxyMonitor"), 0) << reliability::ThreadNames();
     BreakBus();
     long long took = Timed([] { sso_give_proxy(); }).count();
     EXPECT_LT(took, kTearDownBoundMs);
-    EXPECT_EQ(SSOAPIClientUtil::GetDBusProxyThreadId(), 0);
+    // The link is given up: its monitor thread is gone.
+    EXPECT_EQ(reliability::ThreadIdNamed("SSOProxyMonitor"), 0) << reliability::ThreadNames();
     // Given up for good: nothing more goes to the bus, nothing waits on it.
     long long checkTook = Timed([] { EXPECT_EQ(sso_check_alive(), -1); }).count();
     EXPECT_LT(checkTook, kTearDownBoundMs);

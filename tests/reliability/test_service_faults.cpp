@@ -14,7 +14,6 @@
 #include <thread>
 #include <vector>
 
-#include "SSOAPIClientUtil.h"
 #include "reliability_support.h"
 #include "sso_api/sso_api.h"
 

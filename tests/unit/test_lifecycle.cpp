@@ -3,6 +3,7 @@
 
 #include "SSOAPIClientLifeCycle.h"
 #include "SSOAPIUtil.h"
+#include "sso_ss_data_storage.h"
 #include "sso_test_harness.h"
 
 namespace {
@@ -49,6 +50,48 @@ TEST_F(LifeCycle, DestructorMarksTerminatedBeforeAnythingElse)
     EXPECT_TRUE(log().Contains("m_appId[org.example.lifecycle] Alive[0]"));
     EXPECT_NE(lines.back().find("~SSOAPIClientLifeCycle("), std::string::npos) << lines.back();
     EXPECT_NE(lines.back().find("[END] "), std::string::npos);
+    unsetenv("SSO_PLATFORM_APP_ID");
+}
+
+// What the unload hook saw when it ran.
+struct HookSeen {
+    int calls = 0;
+    bool aliveDuringHook = true;
+    bool dataCacheStillThere = false;
+} g_hookSeen;
+
+void RecordUnload()
+{
+    ++g_hookSeen.calls;
+    g_hookSeen.aliveDuringHook = SSOAPIUtil::IsClientAlive();
+    g_hookSeen.dataCacheStillThere =
+        SSOAPISingleton<CSSOSSData>::PeekConstructedInstance() != nullptr;
+}
+
+TEST_F(LifeCycle, UnloadHookRunsOnceAfterTerminationAndBeforeTheObjectsGo)
+{
+    setenv("SSO_PLATFORM_APP_ID", "org.example.lifecycle", 1);
+    g_hookSeen = HookSeen();
+    auto lifeCycle = std::make_unique<SSOAPIClientLifeCycle>(RecordUnload);
+    // The construction made the data cache, which the destructor removes.
+    ASSERT_NE(SSOAPISingleton<CSSOSSData>::PeekConstructedInstance(), nullptr);
+    EXPECT_EQ(g_hookSeen.calls, 0);
+    lifeCycle.reset();
+    EXPECT_EQ(g_hookSeen.calls, 1);
+    EXPECT_FALSE(g_hookSeen.aliveDuringHook);
+    EXPECT_TRUE(g_hookSeen.dataCacheStillThere);
+    EXPECT_EQ(SSOAPISingleton<CSSOSSData>::PeekConstructedInstance(), nullptr);
+    unsetenv("SSO_PLATFORM_APP_ID");
+}
+
+TEST_F(LifeCycle, WithoutAnUnloadHookTheDestructorStillEnds)
+{
+    setenv("SSO_PLATFORM_APP_ID", "org.example.lifecycle", 1);
+    auto lifeCycle = std::make_unique<SSOAPIClientLifeCycle>(nullptr);
+    log().Clear();
+    lifeCycle.reset();
+    EXPECT_TRUE(log().Contains("~SSOAPIClientLifeCycle("));
+    EXPECT_FALSE(SSOAPIUtil::IsClientAlive());
     unsetenv("SSO_PLATFORM_APP_ID");
 }
 

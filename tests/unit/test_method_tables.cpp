@@ -10,6 +10,7 @@
 #include "SSOAPIClientUtil.h"
 #include "SSOAPISingleton.h"
 #include "SSOAPIUtil.h"
+#include "sso_api_records.h"
 #include "sso_api_proxy.h"
 #include "sso_test_harness.h"
 
@@ -220,15 +221,15 @@ TEST_F(MethodTables, RecordsAreCutOneByteShortOfTheirFields)
     std::string longText(600, 'u');
     sso_user_info info;
     memset(&info, 'x', sizeof(info));
-    SSOAPIClientUtil::SetUserInfo(info, longText.c_str(), "p", nullptr, "l", "b", "z", "m", "r",
-                                  longText.c_str());
+    SSOAPIRecords::SetUserInfo(info, longText.c_str(), "p", nullptr, "l", "b", "z", "m", "r",
+                               longText.c_str());
     EXPECT_EQ(strlen(info.user_id), 126u);
     EXPECT_STREQ(info.prefix_name, "p");
     EXPECT_STREQ(info.first_name, "");
     EXPECT_EQ(strlen(info.auth), 510u);
 
     sso_name_check_auth_info_s check;
-    SSOAPIClientUtil::SetNameCheckAuthInfo(check, longText.c_str(), nullptr, longText.c_str());
+    SSOAPIRecords::SetNameCheckAuthInfo(check, longText.c_str(), nullptr, longText.c_str());
     EXPECT_EQ(strlen(check.birth_date), 126u);
     EXPECT_STREQ(check.age, "");
     EXPECT_EQ(strlen(check.check_url), 254u);

@@ -7,6 +7,7 @@
 
 #include "SSOAPIClientUtil.h"
 #include "SSOAPIUtil.h"
+#include "sso_api_records.h"
 #include "account_documents.h"
 #include "sso_ss_data_storage.h"
 #include "sso_test_harness.h"
@@ -412,8 +413,8 @@ TEST_F(JsonViews, UserInfoCarriesEightFieldsAndTheDevicesCountryCodes)
     vconf_set_str("db/sso/sa_user_country_code", "US");
     vconf_set_str("db/sso/sa_user_country_code_3alpha", "USA");
     sso_user_info user;
-    SSOAPIClientUtil::SetUserInfo(user, "id1", "Ms", "Ann", "Lee", "19800101", "12345", "555", "Y",
-                                  "SECRET-AUTH");
+    SSOAPIRecords::SetUserInfo(user, "id1", "Ms", "Ann", "Lee", "19800101", "12345", "555", "Y",
+                               "SECRET-AUTH");
     char *out = nullptr;
     ASSERT_TRUE(SSOAPIClientUtil::GetJsonStringUserInfoAndCountryCode(user, &out));
     Json::Value v = Parse(out);

@@ -1,38 +1,21 @@
-// Small owners for GLib objects, so early returns and exceptions never leak
-// a reference.
+// The simulator's GLib helpers: the library's owners (sso_glib_ptr.h) under
+// the simulator's names, and the text forms the journal records.
 #pragma once
 
 #include <gio/gio.h>
+
+#include "sso_glib_ptr.h"
 
 #include <memory>
 #include <string>
 
 namespace ssosim {
 
-struct VariantUnref {
-    void operator()(GVariant *v) const { g_variant_unref(v); }
-};
-// Owns one reference (floating references are sunk on adoption).
-using VariantPtr = std::unique_ptr<GVariant, VariantUnref>;
-inline VariantPtr AdoptVariant(GVariant *v)
-{
-    return VariantPtr(v ? g_variant_ref_sink(v) : nullptr);
-}
-
-struct ObjectUnref {
-    void operator()(gpointer p) const { g_object_unref(p); }
-};
-template <typename T> using ObjectPtr = std::unique_ptr<T, ObjectUnref>;
-
-struct ErrorFree {
-    void operator()(GError *e) const { g_error_free(e); }
-};
-using ErrorPtr = std::unique_ptr<GError, ErrorFree>;
-
-struct GFree {
-    void operator()(gpointer p) const { g_free(p); }
-};
-using CharPtr = std::unique_ptr<gchar, GFree>;
+using sso_glib::AdoptVariant;
+using sso_glib::CharPtr;
+using sso_glib::ErrorPtr;
+using sso_glib::ObjectPtr;
+using sso_glib::VariantPtr;
 
 // The GVariant text form with type annotations, as the journal records it.
 inline std::string PrintVariant(GVariant *v)

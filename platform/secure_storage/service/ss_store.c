@@ -491,3 +491,8 @@ int ss_store_delete(const char *item_id)
         return errno == ENOENT ? SS_ERROR_NO_ITEM : io_error(errno);
     return SS_ERROR_NONE;
 }
+
+void ss_store_thread_done(void)
+{
+    OPENSSL_thread_stop();
+}

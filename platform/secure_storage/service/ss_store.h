@@ -40,6 +40,11 @@ int ss_store_delete(const char *item_id);
 /* Wipes and frees a buffer from ss_store_read; NULL is ignored. */
 void ss_store_free(unsigned char *buffer, size_t length);
 
+/* Frees what the cryptography keeps for the calling thread (its random
+ * generator). A worker calls it before it reports itself gone, so a service
+ * that exits right after has nothing of a worker's left behind. */
+void ss_store_thread_done(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -178,6 +178,9 @@ static void *worker(void *arg)
         g_idle++;
         pthread_mutex_unlock(&g_workers_lock);
     }
+    pthread_mutex_unlock(&g_workers_lock);
+    ss_store_thread_done();
+    pthread_mutex_lock(&g_workers_lock);
     g_threads--;
     pthread_cond_broadcast(&g_workers_done);
     pthread_mutex_unlock(&g_workers_lock);
