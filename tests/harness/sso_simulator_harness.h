@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "../../tools/sso-simulator/result_codes.h"
+#include "run_tool.h"
 #include "sso_test_harness.h"
 
 namespace ssotest {
@@ -188,11 +189,7 @@ inline constexpr const char *kSimErrorAlreadySignedIn =
     "org.orvex.tv.ssoservice.simulator.Error.AlreadySignedIn";
 
 // What a finished sso-simulator command printed.
-struct SimulatorCommandResult {
-    int status = -1; // exit status, -1 on time-out
-    std::string out;
-    std::string err;
-};
+using SimulatorCommandResult = ToolResult;
 
 // Runs "sso-simulator ARGS..." (e.g. {"ctl", "journal"}) to completion with
 // stdout and stderr captured; env entries are added to the environment.
@@ -247,6 +244,10 @@ public:
     void Reset();
 
     std::vector<JournalEntry> Journal();
+    // The journal without the liveness checks the library makes on its own
+    // (sso_check_alive): the requests a test caused, and their methods.
+    std::vector<JournalEntry> Requests();
+    std::vector<std::string> RequestMethods();
     void ClearJournal();
     std::vector<DeliveryEntry> Deliveries();
     void ClearDeliveries();
@@ -329,6 +330,9 @@ public:
 
 private:
     GVariant *Call(const char *method, GVariant *params, const char *reply_type);
+    // A control call that answers nothing; with a string, that one argument.
+    void Command(const char *method, GVariant *params = nullptr);
+    void Command(const char *method, const std::string &arg);
     void DropConnection();
 
     ChildProcess child_;

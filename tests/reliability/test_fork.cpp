@@ -35,7 +35,7 @@ using reliability::RecordingCb;
 using reliability::SetExitSignalBlocked;
 using reliability::Timed;
 
-constexpr const char *kAppId = "org.example.fork";
+constexpr char kAppId[] = "org.example.fork";
 
 int Send(void *userData)
 {
@@ -87,15 +87,7 @@ int ChildMain()
     exit(0);
 }
 
-class AfterFork : public ssotest::SimulatorTest {
-protected:
-    void SetUp() override
-    {
-        setenv("SSO_PLATFORM_APP_ID", kAppId, 1);
-        SimulatorTest::SetUp();
-        ReceivedLog::Get().Clear();
-    }
-};
+class AfterFork : public reliability::AppTest<ssotest::SimulatorTest, kAppId> {};
 
 TEST_F(AfterFork, TheChildGetsALinkOfItsOwnItsResultAndExitsWithinASecond)
 {
