@@ -332,27 +332,33 @@ TEST_F(SecureStorage, EachCredentialReadsItsOwnVersionAfterRewrites)
 
 // ---- damaged item files ----
 
-// Where a byte is flipped, as an offset from the start (>= 0) or the end (< 0).
-struct TamperCase {
+// A place in an item file: a byte offset from the start (>= 0) or the end
+// (< 0). Where a byte is flipped, or how much of the file is kept.
+struct FilePlace {
     const char *name;
     long offset;
+    size_t In(const std::string &file) const
+    {
+        return offset >= 0 ? static_cast<size_t>(offset)
+                           : file.size() - static_cast<size_t>(-offset);
+    }
 };
+using TamperCase = FilePlace;
+using TruncateCase = FilePlace;
 
-void PrintTo(const TamperCase &c, std::ostream *os)
+void PrintTo(const FilePlace &c, std::ostream *os)
 {
     *os << c.name;
 }
 
 class SecureStorageTampered : public SecureStorage,
-                              public ::testing::WithParamInterface<TamperCase> {};
+                              public ::testing::WithParamInterface<FilePlace> {};
 
 TEST_P(SecureStorageTampered, FailsWithAuthenticationAndHandsNothingOut)
 {
     ASSERT_EQ(SS_ERROR_NONE, Write("item", "a document worth protecting", cred_));
     std::string file = ReadWholeFile(ItemPath("item"));
-    long offset = GetParam().offset;
-    size_t at =
-        offset >= 0 ? static_cast<size_t>(offset) : file.size() - static_cast<size_t>(-offset);
+    size_t at = GetParam().In(file);
     ASSERT_LT(at, file.size());
     file[at] = static_cast<char>(file[at] ^ 0x01);
     WriteWholeFile(ItemPath("item"), file);
@@ -375,27 +381,14 @@ INSTANTIATE_TEST_SUITE_P(
                       TamperCase{"TagFirstByte", -16}, TamperCase{"TagLastByte", -1}),
     [](const auto &info) { return std::string(info.param.name); });
 
-// How much of the file is kept: a byte count (>= 0) or all but so many (< 0).
-struct TruncateCase {
-    const char *name;
-    long keep;
-};
-
-void PrintTo(const TruncateCase &c, std::ostream *os)
-{
-    *os << c.name;
-}
-
 class SecureStorageTruncated : public SecureStorage,
-                               public ::testing::WithParamInterface<TruncateCase> {};
+                               public ::testing::WithParamInterface<FilePlace> {};
 
 TEST_P(SecureStorageTruncated, FailsWithAuthentication)
 {
     ASSERT_EQ(SS_ERROR_NONE, Write("item", "a document worth protecting", cred_));
     std::string file = ReadWholeFile(ItemPath("item"));
-    long keep = GetParam().keep;
-    size_t n = keep >= 0 ? static_cast<size_t>(keep) : file.size() - static_cast<size_t>(-keep);
-    WriteWholeFile(ItemPath("item"), file.substr(0, n));
+    WriteWholeFile(ItemPath("item"), file.substr(0, GetParam().In(file)));
 
     EXPECT_EQ(SS_ERROR_AUTHENTICATION, Read("item", cred_).rc);
     EXPECT_EQ(SS_ERROR_AUTHENTICATION, ss_validate("item", &cred_, SS_FLAG_READ));
