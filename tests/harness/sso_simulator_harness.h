@@ -170,6 +170,11 @@ inline constexpr int kSimResultAccountExists = ssosim::kResultAccountExists;
 inline constexpr int kSimResultInvalidToken = ssosim::kResultInvalidToken;
 inline constexpr int kSimResultNotWhitelisted = ssosim::kResultNotWhitelisted;
 inline constexpr int kSimResultNoSuchGroup = ssosim::kResultNoSuchGroup;
+// The answer to a request whose object name is not the sender's, and the
+// error a read with such a name gets; the table of every code with its name.
+inline constexpr int kSimResultNotYourObject = ssosim::kResultNotYourObject;
+inline constexpr const char *kSimErrorNotYourObject = ssosim::kErrorNotYourObject;
+inline constexpr const auto &kSimResultCodeTable = ssosim::kResultCodeTable;
 
 // The application-data key under which the simulator stores a whitelist token
 // for an app id (in "SSO_PUBLICDATA_ID_<package>", under the account's GUID).
