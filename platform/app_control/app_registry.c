@@ -30,16 +30,8 @@
 /* Encodes an app id into name (MAX_FILE_NAME + 1 bytes); -1 when unusable. */
 static int encode_id(const char *app_id, char *name)
 {
-    if (!app_id)
+    if (!sso_platform_valid_name(app_id, MAX_ID_LEN))
         return -1;
-    size_t len = strlen(app_id);
-    if (len == 0 || len > MAX_ID_LEN)
-        return -1;
-    for (size_t i = 0; i < len; ++i) {
-        unsigned char c = (unsigned char)app_id[i];
-        if (c < 0x20 || c == 0x7f)
-            return -1;
-    }
     return sso_platform_encode_name(app_id, name);
 }
 

@@ -232,6 +232,21 @@ static int plain_name_byte(unsigned char c, size_t pos)
            c == '-';
 }
 
+int sso_platform_valid_name(const char *name, size_t max_len)
+{
+    if (!name)
+        return 0;
+    size_t len = strnlen(name, max_len + 1);
+    if (len == 0 || len > max_len)
+        return 0;
+    for (size_t i = 0; i < len; ++i) {
+        unsigned char c = (unsigned char)name[i];
+        if (c < 0x20 || c == 0x7f)
+            return 0;
+    }
+    return 1;
+}
+
 int sso_platform_encode_name(const char *name, char *out)
 {
     static const char hex[] = "0123456789ABCDEF";

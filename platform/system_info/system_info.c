@@ -33,16 +33,8 @@
 /* "<root>/features/<encoded key>" into buf, or -1 for an unusable key. */
 static int flag_path(const char *key, char *buf, size_t size)
 {
-    if (!key)
+    if (!sso_platform_valid_name(key, MAX_KEY_LEN))
         return -1;
-    size_t len = strlen(key);
-    if (len == 0 || len > MAX_KEY_LEN)
-        return -1;
-    for (size_t i = 0; i < len; ++i) {
-        unsigned char c = (unsigned char)key[i];
-        if (c < 0x20 || c == 0x7f)
-            return -1;
-    }
     char name[MAX_FILE_NAME + 1];
     if (sso_platform_encode_name(key, name) != 0)
         return -1;

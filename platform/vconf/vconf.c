@@ -79,15 +79,7 @@ static int check_key(const char *key)
 {
     if (!key)
         return VCONF_ERROR;
-    size_t len = strlen(key);
-    if (len == 0 || len > MAX_KEY_LEN)
-        return VCONF_ERROR_WRONG_PREFIX;
-    for (size_t i = 0; i < len; ++i) {
-        unsigned char c = (unsigned char)key[i];
-        if (c < 0x20 || c == 0x7f)
-            return VCONF_ERROR_WRONG_PREFIX;
-    }
-    return VCONF_OK;
+    return sso_platform_valid_name(key, MAX_KEY_LEN) ? VCONF_OK : VCONF_ERROR_WRONG_PREFIX;
 }
 
 /* Encodes key into buf (at least MAX_FILE_NAME + 1 bytes). Fails when the
@@ -308,7 +300,8 @@ static int write_key(const char *key, int type, const char *content, size_t len)
 
 /* ---- reads and writes ---- */
 
-SSO_PLATFORM_EXPORT int vconf_get_int(const char *key, int *val)
+/* Reads a setting held as a number (an int or a bool) of the given type. */
+static int get_number(const char *key, int type, int *val)
 {
     if (!val)
         return VCONF_ERROR;
@@ -316,7 +309,7 @@ SSO_PLATFORM_EXPORT int vconf_get_int(const char *key, int *val)
     int rc = read_key(key, &v);
     if (rc != VCONF_OK)
         return rc;
-    if (v.type != VCONF_TYPE_INT) {
+    if (v.type != type) {
         free(v.sval);
         return VCONF_ERROR_WRONG_TYPE;
     }
@@ -324,20 +317,14 @@ SSO_PLATFORM_EXPORT int vconf_get_int(const char *key, int *val)
     return VCONF_OK;
 }
 
+SSO_PLATFORM_EXPORT int vconf_get_int(const char *key, int *val)
+{
+    return get_number(key, VCONF_TYPE_INT, val);
+}
+
 SSO_PLATFORM_EXPORT int vconf_get_bool(const char *key, int *val)
 {
-    if (!val)
-        return VCONF_ERROR;
-    struct value v;
-    int rc = read_key(key, &v);
-    if (rc != VCONF_OK)
-        return rc;
-    if (v.type != VCONF_TYPE_BOOL) {
-        free(v.sval);
-        return VCONF_ERROR_WRONG_TYPE;
-    }
-    *val = v.ival;
-    return VCONF_OK;
+    return get_number(key, VCONF_TYPE_BOOL, val);
 }
 
 SSO_PLATFORM_EXPORT char *vconf_get_str(const char *key)

@@ -92,14 +92,21 @@ inline int WriteItem(const std::string &item, const std::string &text)
                     &cred, 0);
 }
 
+// Bumps the data version as the service does after a write: the library
+// reads the document again at its next call.
+inline void AnnouncePublicData(int step = 1)
+{
+    int version = 0;
+    if (vconf_get_int("memory/sso/public_data_ver", &version) != 0)
+        version = 0;
+    vconf_set_int("memory/sso/public_data_ver", version + step);
+}
+
 // Writes the document and bumps the data version, as the service does.
 inline void PublishDocument(const std::string &text)
 {
     WriteItem("SSO_PUBLICDATA_ID", text);
-    int version = 0;
-    if (vconf_get_int("memory/sso/public_data_ver", &version) != 0)
-        version = 0;
-    vconf_set_int("memory/sso/public_data_ver", version + 1);
+    AnnouncePublicData();
 }
 
 inline void SetLoginState(int state)

@@ -11,21 +11,12 @@
 #include <sstream>
 #include <string>
 
+#include "test_files.h"
+
 namespace sstest {
 
-inline std::string ReadFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-inline void WriteFile(const std::string &path, const std::string &bytes)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
-}
+using ssotest::ReadWholeFile;
+using ssotest::WriteWholeFile;
 
 // The permission bits of path (not following a link), or (mode_t)-1.
 inline mode_t ModeOf(const std::string &path)

@@ -24,6 +24,8 @@
 #include <vector>
 
 #include "loop_thread.h"
+#include "records.h"
+#include "run_tool.h"
 #include "sso_test_harness.h"
 
 namespace vconftest {
@@ -69,7 +71,7 @@ struct Event {
 
 // Records every callback it receives. Callback<N> are distinct functions, so
 // several recorders can watch one key (a key and callback pair is unique).
-class Recorder {
+class Recorder : public ssotest::Records<Event> {
 public:
     template <int N = 0> static void Callback(keynode_t *node, void *self)
     {
@@ -90,15 +92,10 @@ public:
         if (s)
             e.sval = s;
         e.thread = std::this_thread::get_id();
-        std::lock_guard<std::mutex> lock(mutex_);
-        events_.push_back(std::move(e));
+        Add(std::move(e));
     }
 
-    std::vector<Event> Events() const
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return events_;
-    }
+    std::vector<Event> Events() const { return All(); }
 
     std::vector<Event> EventsFor(const std::string &key) const
     {
@@ -109,60 +106,20 @@ public:
         return out;
     }
 
-    size_t Count(const std::string &key) const { return EventsFor(key).size(); }
+    size_t Count(const std::string &key) const
+    {
+        return CountIf([&](const Event &e) { return e.key == key; });
+    }
 
     bool WaitForCount(const std::string &key, size_t n, std::chrono::milliseconds timeout = 10s)
     {
         return ssotest::WaitUntil([&] { return Count(key) >= n; }, timeout);
     }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<Event> events_;
 };
 
-struct CliResult {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-inline std::string ReadWholeFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-// Runs sso-platform with the given arguments; stderr is captured through a
-// temporary file (the harness collects stdout only).
-inline CliResult RunCli(const std::vector<std::string> &args,
-                        std::map<std::string, std::string> env = {})
-{
-    const char *tmpdir = std::getenv("TMPDIR");
-    std::string templ = std::string(tmpdir && *tmpdir ? tmpdir : "/tmp") + "/sso-cli-err-XXXXXX";
-    std::vector<char> buf(templ.begin(), templ.end());
-    buf.push_back('\0');
-    int fd = mkstemp(buf.data());
-    if (fd < 0) {
-        ADD_FAILURE() << "mkstemp failed";
-        return {};
-    }
-    close(fd);
-    std::string err_path(buf.data());
-    std::vector<std::string> argv = {"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>\"$SSO_TEST_STDERR\"",
-                                     ssotest::ToolPath("sso-platform")};
-    argv.insert(argv.end(), args.begin(), args.end());
-    env["SSO_TEST_STDERR"] = err_path;
-    ssotest::CommandResult r = ssotest::RunCommand(argv, env);
-    CliResult result;
-    result.status = r.status;
-    result.out = r.out;
-    result.err = ReadWholeFile(err_path);
-    unlink(err_path.c_str());
-    return result;
-}
+using ssotest::CliResult;
+using ssotest::ReadWholeFile;
+using ssotest::RunCli;
 
 // Makes writes into the store fail. Permission bits do not stop root (tests
 // run as root in CI), so there a regular file takes the store directory's

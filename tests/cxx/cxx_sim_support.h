@@ -80,14 +80,7 @@ protected:
     }
 
     // The server methods of the journal, without the liveness checks.
-    std::vector<std::string> Methods()
-    {
-        std::vector<std::string> out;
-        for (const auto &entry : sim_.Journal())
-            if (entry.method != "sso_check_alive")
-                out.push_back(entry.method);
-        return out;
-    }
+    std::vector<std::string> Methods() { return sim_.RequestMethods(); }
 
     std::string kimGuid_;
     std::string leeGuid_;

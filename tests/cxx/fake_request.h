@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "records.h"
+
 namespace cxxtest {
 
 // One request the fake "C library" accepted.
@@ -20,32 +22,10 @@ template <class Callback> struct Sent {
     void *user_data = nullptr;
 };
 
-template <class Callback> class FakeLibrary {
+template <class Callback> class FakeLibrary : public ssotest::Records<Sent<Callback>> {
 public:
-    void Accept(Callback callback, void *user_data)
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        sent_.push_back({callback, user_data});
-    }
-    std::vector<Sent<Callback>> All()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return sent_;
-    }
-    Sent<Callback> Last()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return sent_.back();
-    }
-    void Clear()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        sent_.clear();
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<Sent<Callback>> sent_;
+    void Accept(Callback callback, void *user_data) { this->Add({callback, user_data}); }
+    Sent<Callback> Last() const { return this->All().back(); }
 };
 
 inline FakeLibrary<sso::detail::TextCallback> &TextLibrary()

@@ -16,6 +16,7 @@
 
 #include "fake_request.h"
 #include "loop_thread.h"
+#include "records.h"
 #include "runtime.h"
 #include "sso_test_harness.h"
 
@@ -34,7 +35,7 @@ struct Call {
     std::thread::id thread;
 };
 
-class Calls {
+class Calls : public ssotest::Records<Call> {
 public:
     template <class T = std::string> auto Recorder()
     {
@@ -48,28 +49,9 @@ public:
                     c.text = r.payload();
             }
             c.thread = std::this_thread::get_id();
-            std::lock_guard<std::mutex> lock(mutex_);
-            calls_.push_back(c);
+            Add(std::move(c));
         };
     }
-    std::vector<Call> All()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return calls_;
-    }
-    size_t Count()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return calls_.size();
-    }
-    bool WaitFor(size_t n)
-    {
-        return ssotest::WaitUntil([&] { return Count() >= n; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<Call> calls_;
 };
 
 const sso::Delivery kHere = sso::Delivery::immediate();
@@ -572,8 +554,8 @@ TEST(CxxErrors, EveryCauseHasAStableNameAndASentence)
     EXPECT_STREQ(sso::name(sso::errc::deadline_exceeded), "deadline_exceeded");
     EXPECT_STREQ(sso::name(sso::errc::not_signed_in), "not_signed_in");
     EXPECT_STREQ(sso::name(static_cast<sso::errc>(9999)), "unknown");
-    for (int v : {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 50, 100, 101, 102,
-                  103}) {
+    for (int v :
+         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 50, 100, 101, 102, 103}) {
         auto e = static_cast<sso::errc>(v);
         EXPECT_STRNE(sso::name(e), "unknown") << v;
         EXPECT_EQ(sso::make_error_code(e).message().find("unknown"), std::string::npos) << v;

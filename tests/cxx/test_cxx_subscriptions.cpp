@@ -13,6 +13,7 @@
 
 #include "cxx_sim_support.h"
 #include "loop_thread.h"
+#include "records.h"
 
 namespace {
 
@@ -27,33 +28,14 @@ struct Seen {
     std::thread::id thread;
 };
 
-class Events {
+class Events : public ssotest::Records<Seen> {
 public:
     sso::LoginHandler Handler()
     {
         return [this](const sso::LoginEvent &e) {
-            std::lock_guard<std::mutex> lock(mutex_);
-            seen_.push_back({e.state, e.login_id, e.guid, e.icon_path, std::this_thread::get_id()});
+            Add({e.state, e.login_id, e.guid, e.icon_path, std::this_thread::get_id()});
         };
     }
-    std::vector<Seen> All()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return seen_;
-    }
-    size_t Count()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return seen_.size();
-    }
-    bool WaitFor(size_t n)
-    {
-        return ssotest::WaitUntil([&] { return Count() >= n; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<Seen> seen_;
 };
 
 class CxxSubscriptions : public CxxSimTest {

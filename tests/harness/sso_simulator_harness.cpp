@@ -15,14 +15,6 @@ namespace {
 // CallClient waits for the client inside the simulator (up to 20 s there).
 constexpr int kControlTimeoutMs = 30000;
 
-std::string ReadWholeFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 std::string TakeError(GError *error)
 {
     std::string message = error && error->message ? error->message : "unknown error";
@@ -95,28 +87,7 @@ SimulatorCommandResult RunSimulatorCommand(const std::vector<std::string> &args,
                                            const std::map<std::string, std::string> &env,
                                            std::chrono::milliseconds timeout)
 {
-    const char *tmpdir = getenv("TMPDIR");
-    std::string templ = std::string(tmpdir && *tmpdir ? tmpdir : "/tmp") + "/sso-sim-err-XXXXXX";
-    std::vector<char> buf(templ.begin(), templ.end());
-    buf.push_back('\0');
-    int fd = mkstemp(buf.data());
-    if (fd < 0)
-        throw std::runtime_error("mkstemp failed");
-    close(fd);
-    const std::string err_path(buf.data());
-    // The shell only redirects stderr into the file and then becomes the tool.
-    std::vector<std::string> argv = {"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>\"$SSO_SIM_STDERR\"",
-                                     ToolPath("sso-simulator")};
-    argv.insert(argv.end(), args.begin(), args.end());
-    std::map<std::string, std::string> full_env = env;
-    full_env["SSO_SIM_STDERR"] = err_path;
-    CommandResult r = RunCommand(argv, full_env, timeout);
-    SimulatorCommandResult result;
-    result.status = r.status;
-    result.out = r.out;
-    result.err = ReadWholeFile(err_path);
-    unlink(err_path.c_str());
-    return result;
+    return RunTool("sso-simulator", args, env, std::nullopt, timeout);
 }
 
 // ----------------------------------------------------------------- Simulator
@@ -239,6 +210,16 @@ void Simulator::DropConnection()
         }
 }
 
+void Simulator::Command(const char *method, GVariant *params)
+{
+    g_variant_unref(Call(method, params, "()"));
+}
+
+void Simulator::Command(const char *method, const std::string &arg)
+{
+    Command(method, g_variant_new("(s)", arg.c_str()));
+}
+
 GVariant *Simulator::Call(const char *method, GVariant *params, const char *reply_type)
 {
     GVariant *owned = params ? g_variant_ref_sink(params) : nullptr;
@@ -273,12 +254,12 @@ void Simulator::Configure(const std::string &method, const Behaviour &behaviour)
 
 void Simulator::ResetMethod(const std::string &method)
 {
-    g_variant_unref(Call("ResetMethod", g_variant_new("(s)", method.c_str()), "()"));
+    Command("ResetMethod", method);
 }
 
 void Simulator::Reset()
 {
-    g_variant_unref(Call("Reset", nullptr, "()"));
+    Command("Reset");
 }
 
 std::vector<JournalEntry> Simulator::Journal()
@@ -291,9 +272,26 @@ std::vector<JournalEntry> Simulator::Journal()
     return out;
 }
 
+std::vector<JournalEntry> Simulator::Requests()
+{
+    std::vector<JournalEntry> out;
+    for (auto &entry : Journal())
+        if (entry.method != "sso_check_alive")
+            out.push_back(entry);
+    return out;
+}
+
+std::vector<std::string> Simulator::RequestMethods()
+{
+    std::vector<std::string> out;
+    for (auto &entry : Requests())
+        out.push_back(entry.method);
+    return out;
+}
+
 void Simulator::ClearJournal()
 {
-    g_variant_unref(Call("ClearJournal", nullptr, "()"));
+    Command("ClearJournal");
 }
 
 std::vector<DeliveryEntry> Simulator::Deliveries()
@@ -308,7 +306,7 @@ std::vector<DeliveryEntry> Simulator::Deliveries()
 
 void Simulator::ClearDeliveries()
 {
-    g_variant_unref(Call("ClearDeliveries", nullptr, "()"));
+    Command("ClearDeliveries");
 }
 
 bool Simulator::WaitForJournal(std::size_t n, std::chrono::milliseconds timeout)
@@ -383,7 +381,7 @@ std::string Simulator::NameOwner(const std::string &bus_name)
 
 int Simulator::Quit(std::chrono::milliseconds timeout)
 {
-    g_variant_unref(Call("Quit", nullptr, "()"));
+    Command("Quit");
     int status = child_.Wait(timeout);
     if (status != -1)
         exit_status_ = status;
@@ -438,17 +436,17 @@ std::string Simulator::AddAccount(const AccountSpec &spec)
 
 void Simulator::RemoveAccount(const std::string &login_id_or_guid)
 {
-    g_variant_unref(Call("RemoveAccount", g_variant_new("(s)", login_id_or_guid.c_str()), "()"));
+    Command("RemoveAccount", login_id_or_guid);
 }
 
 void Simulator::SignIn(const std::string &login_id_or_guid)
 {
-    g_variant_unref(Call("SignIn", g_variant_new("(s)", login_id_or_guid.c_str()), "()"));
+    Command("SignIn", login_id_or_guid);
 }
 
 void Simulator::SignOut()
 {
-    g_variant_unref(Call("SignOut", nullptr, "()"));
+    Command("SignOut");
 }
 
 std::string Simulator::Accounts()
@@ -464,24 +462,23 @@ std::string Simulator::State()
 void Simulator::SetApplicationData(const std::string &package, const std::string &guid,
                                    const std::string &key, const std::string &value)
 {
-    g_variant_unref(Call(
-        "SetApplicationData",
-        g_variant_new("(ssss)", package.c_str(), guid.c_str(), key.c_str(), value.c_str()), "()"));
+    Command("SetApplicationData",
+            g_variant_new("(ssss)", package.c_str(), guid.c_str(), key.c_str(), value.c_str()));
 }
 
 void Simulator::RemoveApplicationData(const std::string &package)
 {
-    g_variant_unref(Call("RemoveApplicationData", g_variant_new("(s)", package.c_str()), "()"));
+    Command("RemoveApplicationData", package);
 }
 
 void Simulator::WritePublicData(const std::string &text)
 {
-    g_variant_unref(Call("WritePublicData", g_variant_new("(s)", text.c_str()), "()"));
+    Command("WritePublicData", text);
 }
 
 void Simulator::Publish()
 {
-    g_variant_unref(Call("Publish", nullptr, "()"));
+    Command("Publish");
 }
 
 std::string Simulator::Issued()
@@ -491,7 +488,7 @@ std::string Simulator::Issued()
 
 void Simulator::ClearIssued()
 {
-    g_variant_unref(Call("ClearIssued", nullptr, "()"));
+    Command("ClearIssued");
 }
 
 void Simulator::RegisterClient(const std::string &app_id, const std::string &secret)

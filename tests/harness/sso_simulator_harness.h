@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "../../tools/sso-simulator/result_codes.h"
+#include "run_tool.h"
 #include "sso_test_harness.h"
 
 namespace ssotest {
@@ -169,6 +170,11 @@ inline constexpr int kSimResultAccountExists = ssosim::kResultAccountExists;
 inline constexpr int kSimResultInvalidToken = ssosim::kResultInvalidToken;
 inline constexpr int kSimResultNotWhitelisted = ssosim::kResultNotWhitelisted;
 inline constexpr int kSimResultNoSuchGroup = ssosim::kResultNoSuchGroup;
+// The answer to a request whose object name is not the sender's, and the
+// error a read with such a name gets; the table of every code with its name.
+inline constexpr int kSimResultNotYourObject = ssosim::kResultNotYourObject;
+inline constexpr const char *kSimErrorNotYourObject = ssosim::kErrorNotYourObject;
+inline constexpr const auto &kSimResultCodeTable = ssosim::kResultCodeTable;
 
 // The application-data key under which the simulator stores a whitelist token
 // for an app id (in "SSO_PUBLICDATA_ID_<package>", under the account's GUID).
@@ -188,11 +194,7 @@ inline constexpr const char *kSimErrorAlreadySignedIn =
     "org.orvex.tv.ssoservice.simulator.Error.AlreadySignedIn";
 
 // What a finished sso-simulator command printed.
-struct SimulatorCommandResult {
-    int status = -1; // exit status, -1 on time-out
-    std::string out;
-    std::string err;
-};
+using SimulatorCommandResult = ToolResult;
 
 // Runs "sso-simulator ARGS..." (e.g. {"ctl", "journal"}) to completion with
 // stdout and stderr captured; env entries are added to the environment.
@@ -247,6 +249,10 @@ public:
     void Reset();
 
     std::vector<JournalEntry> Journal();
+    // The journal without the liveness checks the library makes on its own
+    // (sso_check_alive): the requests a test caused, and their methods.
+    std::vector<JournalEntry> Requests();
+    std::vector<std::string> RequestMethods();
     void ClearJournal();
     std::vector<DeliveryEntry> Deliveries();
     void ClearDeliveries();
@@ -329,6 +335,9 @@ public:
 
 private:
     GVariant *Call(const char *method, GVariant *params, const char *reply_type);
+    // A control call that answers nothing; with a string, that one argument.
+    void Command(const char *method, GVariant *params = nullptr);
+    void Command(const char *method, const std::string &arg);
     void DropConnection();
 
     ChildProcess child_;

@@ -1,5 +1,7 @@
 #include "sso_test_harness.h"
 
+#include "test_files.h"
+
 #include <dirent.h>
 #include <dlog.h>
 #include <fcntl.h>
@@ -42,6 +44,23 @@ std::string MakeTempDir(const char *prefix)
     return std::string(buf.data());
 }
 
+// fork() for a child that must not outlive this process: it is killed when
+// the parent goes, and exits at once if the parent went before it could ask.
+// 0 in the child (only async-signal-safe calls there), its pid here.
+pid_t ForkTied()
+{
+    pid_t parent = getpid();
+    pid_t pid = fork();
+    if (pid < 0)
+        throw std::runtime_error("fork failed");
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            _exit(127);
+    }
+    return pid;
+}
+
 void RemoveTree(const std::string &path)
 {
     if (path.empty() || path == "/")
@@ -59,16 +78,6 @@ void WriteFile(const std::string &path, const std::string &content)
     if (!out)
         throw std::runtime_error("cannot write " + path);
     out << content;
-}
-
-std::string ReadFileOrEmpty(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return {};
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
 }
 
 void MkdirP(const std::string &path)
@@ -130,7 +139,7 @@ std::string StrictPolicyConfig(const std::string &dir)
             const std::string name = entry->d_name;
             if (name.size() < 5 || name.compare(name.size() - 5, 5, ".conf") != 0)
                 continue;
-            std::string text = ReadFileOrEmpty(source + "/" + name);
+            std::string text = ReadWholeFile(source + "/" + name);
             const std::string key = "<policy user=\"";
             std::size_t at = text.find(key);
             if (at != std::string::npos) {
@@ -256,14 +265,8 @@ void PrivateBus::StartWithPolicy(BusPolicy bus_policy, const std::string &extra_
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe2 failed");
-    pid_t parent = getpid();
-    pid_t pid = fork();
-    if (pid < 0)
-        throw std::runtime_error("fork failed");
+    pid_t pid = ForkTied();
     if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent)
-            _exit(127);
         // The address is written to fd 3; dup2 clears FD_CLOEXEC on it.
         dup2(fds[1], 3);
         int devnull = open("/dev/null", O_RDWR);
@@ -409,7 +412,7 @@ bool PlatformRoot::SuspendStorage()
             if (e->d_name[0] == '.')
                 continue;
             ++seen;
-            std::string stat = ReadFileOrEmpty(tasks + "/" + e->d_name + "/stat");
+            std::string stat = ReadWholeFile(tasks + "/" + e->d_name + "/stat");
             std::size_t paren = stat.rfind(')');
             char state =
                 paren != std::string::npos && paren + 2 < stat.size() ? stat[paren + 2] : '?';
@@ -457,7 +460,7 @@ void PlatformRoot::RemoveDeviceFile(const std::string &device_path)
 
 std::string LogCapture::Text() const
 {
-    return ReadFileOrEmpty(path_);
+    return ReadWholeFile(path_);
 }
 
 std::vector<std::string> LogCapture::Lines() const
@@ -566,14 +569,8 @@ ChildProcess ChildProcess::Spawn(const std::vector<std::string> &argv,
         cenv.push_back(const_cast<char *>(e.c_str()));
     cenv.push_back(nullptr);
 
-    pid_t parent = getpid();
-    pid_t pid = fork();
-    if (pid < 0)
-        throw std::runtime_error("fork failed");
+    pid_t pid = ForkTied();
     if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent)
-            _exit(127);
         if (!stdout_to_parent)
             dup2(fds[1], 1);
         if (argv[0].find('/') == std::string::npos)
@@ -596,14 +593,8 @@ ChildProcess ChildProcess::Fork(const std::function<int()> &fn)
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe2 failed");
-    pid_t parent = getpid();
-    pid_t pid = fork();
-    if (pid < 0)
-        throw std::runtime_error("fork failed");
+    pid_t pid = ForkTied();
     if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent)
-            _exit(127);
         dup2(fds[1], 1);
         int rc = 1;
         try {

@@ -218,4 +218,15 @@ protected:
     LogCapture log() const { return LogCapture(root_.log_path()); }
 };
 
+// A platform root with its storage service running.
+class StorageTest : public RootTest {
+protected:
+    void SetUp() override
+    {
+        RootTest::SetUp();
+        root_.StartStorage();
+    }
+    std::string StoreDir() const { return root_.path() + "/secure-storage"; }
+};
+
 } // namespace ssotest

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "../platform/app_control_test_util.h"
+#include "records.h"
 #include "sso_test_harness.h"
 #include "vconf_test_util.h"
 
@@ -36,36 +37,9 @@ struct Call {
     std::thread::id thread;
 };
 
-class Calls {
+class Calls : public ssotest::Records<Call> {
 public:
-    void Add(Call c)
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        calls_.push_back(std::move(c));
-    }
-    std::vector<Call> All() const
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return calls_;
-    }
-    size_t Count() const
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return calls_.size();
-    }
-    bool WaitForCount(size_t n) const
-    {
-        return ssotest::WaitUntil([&] { return Count() >= n; }, std::chrono::seconds(20));
-    }
-    void Clear()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        calls_.clear();
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<Call> calls_;
+    bool WaitForCount(size_t n) const { return WaitFor(n, std::chrono::seconds(20)); }
 };
 
 // Two distinct callbacks over one recorder each.

@@ -12,9 +12,11 @@
 #include <string>
 
 #include "SSOAPIClientUtil.h"
-#include "sso_ss_data_storage.h"
+#include "account_documents.h"
 #include "sso_simulator_harness.h"
+#include "sso_ss_data_storage.h"
 #include "sso_test_harness.h"
+#include "test_files.h"
 
 namespace {
 
@@ -149,18 +151,10 @@ TEST_F(AccountState, SwitchingIsSeenAtTheNextCall)
 TEST_F(AccountState, ATamperedItemFailsClearlyAndTheNextGoodWriteIsPickedUp)
 {
     sim_.SignIn("kim@example.com");
-    std::string path = root_.path() + "/secure-storage/items/SSO_PUBLICDATA_ID";
-    FILE *f = fopen(path.c_str(), "r+b");
-    ASSERT_NE(f, nullptr);
-    fseek(f, 20, SEEK_SET);
-    int c = fgetc(f);
-    fseek(f, 20, SEEK_SET);
-    fputc(c ^ 0x01, f);
-    fclose(f);
+    ASSERT_TRUE(
+        ssotest::FlipBits(root_.path() + "/secure-storage/items/SSO_PUBLICDATA_ID", 20, 0x01));
     // The service announces a change; the item no longer authenticates.
-    int version = 0;
-    vconf_get_int("memory/sso/public_data_ver", &version);
-    vconf_set_int("memory/sso/public_data_ver", version + 100);
+    ssotest::AnnouncePublicData(100);
     char *text = nullptr;
     EXPECT_EQ(sso_get_guid(&text), -1);
     EXPECT_EQ(text, nullptr);

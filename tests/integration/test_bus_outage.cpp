@@ -19,18 +19,11 @@ namespace {
 using reliability::ReceivedLog;
 using reliability::RecordingCb;
 
-constexpr const char *kAppId = "org.example.outage";
+constexpr char kAppId[] = "org.example.outage";
 constexpr int kOutages = 10;
 
-class BusOutage : public ssotest::SimulatorTest {
+class BusOutage : public reliability::AppTest<ssotest::SimulatorTest, kAppId> {
 protected:
-    void SetUp() override
-    {
-        setenv("SSO_PLATFORM_APP_ID", kAppId, 1);
-        SimulatorTest::SetUp();
-        ReceivedLog::Get().Clear();
-    }
-
     // A device auth code (no account needed, so a fresh service will do);
     // its return value.
     static int Request(void *userData)

@@ -11,7 +11,6 @@
 #include <string>
 #include <thread>
 
-#include "../../tools/sso-simulator/result_codes.h"
 #include "sso_simulator_harness.h"
 #include "sso_test_harness.h"
 
@@ -83,7 +82,7 @@ TEST_F(Causes, NobodySignedInIsNotSignedIn)
 TEST_F(Causes, ARefusalKeepsTheServicesAnswer)
 {
     ssotest::Behaviour refuse;
-    refuse.accept = ssosim::kResultNotYourObject;
+    refuse.accept = ssotest::kSimResultNotYourObject;
     sim_.Configure("sso_request_access_token", refuse);
     Forget();
     EXPECT_EQ(Token(), -1);
@@ -216,7 +215,7 @@ TEST(CauseNames, EveryCauseHasAStableSnakeCaseNameAndASentence)
 
 TEST(CauseNames, TheServicesResultCodesAreNamedAsTheServiceNamesThem)
 {
-    for (const auto &c : ssosim::kResultCodeTable) {
+    for (const auto &c : ssotest::kSimResultCodeTable) {
         std::string expected = c.name;
         for (char &ch : expected)
             if (ch == '-')

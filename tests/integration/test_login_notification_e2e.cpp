@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "records.h"
 #include "sso_simulator_harness.h"
 #include "sso_test_harness.h"
 #include "vconf_test_util.h"
@@ -24,19 +25,16 @@ struct Note {
     bool hasIcon = false;
 };
 
-std::mutex g_mutex;
-std::vector<Note> g_notes;
+ssotest::Records<Note> g_notes;
 
 void Add(Note n)
 {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_notes.push_back(std::move(n));
+    g_notes.Add(std::move(n));
 }
 
 std::vector<Note> Notes()
 {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return g_notes;
+    return g_notes.All();
 }
 
 int Single(void *, int, sso_login_state state, char *text, char *icon)
@@ -62,8 +60,7 @@ protected:
         kim.login_id = "kim@example.com";
         kim.icon_path = "/opt/usr/share/account/kim.png";
         kimGuid_ = sim_.AddAccount(kim);
-        std::lock_guard<std::mutex> lock(g_mutex);
-        g_notes.clear();
+        g_notes.Clear();
     }
     void TearDown() override
     {
@@ -76,10 +73,7 @@ protected:
         loop_.Stop();
         SimulatorTest::TearDown();
     }
-    bool WaitForNotes(size_t n)
-    {
-        return ssotest::WaitUntil([&] { return Notes().size() >= n; });
-    }
+    bool WaitForNotes(size_t n) { return g_notes.WaitFor(n); }
 
     vconftest::LoopThread loop_;
     std::string kimGuid_;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "SSOAPIClientUtil.h"
+#include "records.h"
 #include "sso_api/sso_api.h"
 #include "sso_api_private.h"
 #include "sso_simulator_harness.h"
@@ -33,7 +34,7 @@ struct Call {
     std::vector<std::string> texts;
 };
 
-class Recorder {
+class Recorder : public ssotest::Records<Call> {
 public:
     static Recorder &Get()
     {
@@ -46,28 +47,9 @@ public:
     {
         char name[32] = {0};
         pthread_getname_np(pthread_self(), name, sizeof(name));
-        std::lock_guard<std::mutex> lock(mutex_);
-        calls_.push_back(Call{kind, name, userData, result, std::move(texts)});
+        Records::Add(Call{kind, name, userData, result, std::move(texts)});
     }
-    std::vector<Call> Calls()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return calls_;
-    }
-    size_t Count()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return calls_.size();
-    }
-    void Clear()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        calls_.clear();
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<Call> calls_;
+    std::vector<Call> Calls() const { return All(); }
 };
 
 inline std::string Text(const char *text)
@@ -136,11 +118,7 @@ inline std::string ObjectName()
 // The journal without the liveness checks some requests make first.
 inline std::vector<ssotest::JournalEntry> Sent(ssotest::Simulator &sim)
 {
-    std::vector<ssotest::JournalEntry> out;
-    for (auto &entry : sim.Journal())
-        if (entry.method != "sso_check_alive")
-            out.push_back(entry);
-    return out;
+    return sim.Requests();
 }
 
 // The ae_index of a journalled asynchronous request: the second to last

@@ -31,8 +31,6 @@
 // launched with a request. The app gets SIGKILL when the thread that launched
 // it ends (parent death signal), so a hanging one never outlives a test.
 #include <signal.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <app_control.h>
@@ -44,54 +42,16 @@
 #include <utility>
 #include <vector>
 
+#include "../../tools/common/launch_record.h"
+
 namespace {
 
 constexpr const char *kPrefix = "test_app.";
 constexpr const char *kReplyPrefix = "test_app.reply.";
 
-std::string Escape(const std::string &s)
-{
-    static const char hex[] = "0123456789ABCDEF";
-    std::string out;
-    for (unsigned char c : s) {
-        if (c == '%' || c == '=' || c < 0x20 || c == 0x7f) {
-            out += '%';
-            out += hex[c >> 4];
-            out += hex[c & 0xf];
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out;
-}
-
-using Lines = std::vector<std::pair<std::string, std::string>>;
-
-// Writes the lines to path through a temporary file and a rename.
-void WriteRecord(const std::string &path, const Lines &lines)
-{
-    if (path.empty())
-        return;
-    std::string text;
-    for (const auto &line : lines)
-        text += Escape(line.first) + "=" + Escape(line.second) + "\n";
-    std::string tmp = path + ".tmp." + std::to_string(getpid());
-    std::FILE *f = std::fopen(tmp.c_str(), "wb");
-    if (!f)
-        return;
-    bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    ok = std::fclose(f) == 0 && ok;
-    if (ok)
-        std::rename(tmp.c_str(), path.c_str());
-    else
-        std::remove(tmp.c_str());
-}
-
-std::string Env(const char *name)
-{
-    const char *v = std::getenv(name);
-    return v ? v : "";
-}
+using ssotools::Env;
+using ssotools::WriteRecord;
+using Lines = ssotools::RecordLines;
 
 // The value of an extra, or fallback when absent.
 std::string Extra(app_control_h h, const std::string &key, const std::string &fallback = "")
@@ -99,41 +59,13 @@ std::string Extra(app_control_h h, const std::string &key, const std::string &fa
     char *value = nullptr;
     if (app_control_get_extra_data(h, key.c_str(), &value) != APP_CONTROL_ERROR_NONE)
         return fallback;
-    std::string s = value;
-    std::free(value);
-    return s;
-}
-
-std::string Owned(char *s)
-{
-    std::string out = s ? s : "";
-    std::free(s);
-    return out;
-}
-
-bool CollectKey(app_control_h, const char *key, void *keys) noexcept
-{
-    try {
-        static_cast<std::vector<std::string> *>(keys)->push_back(key);
-        return true;
-    } catch (...) {
-        return false;
-    }
-}
-
-std::vector<std::string> Keys(app_control_h h)
-{
-    std::vector<std::string> keys;
-    app_control_foreach_extra_data(h, CollectKey, &keys);
-    return keys;
+    return ssotools::Owned(value);
 }
 
 int Run()
 {
     // Die with the launcher; never leave a core file behind on "crash".
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    struct rlimit no_core = {0, 0};
-    setrlimit(RLIMIT_CORE, &no_core);
+    ssotools::DieWithLauncher();
 
     app_control_h request = nullptr;
     int rc = app_control_get_launch_request(&request);
@@ -148,21 +80,8 @@ int Run()
         return 3;
     }
 
-    char *s = nullptr;
-    app_control_get_app_id(request, &s);
-    record.emplace_back("app_id", Owned(s));
-    s = nullptr;
-    app_control_get_caller(request, &s);
-    record.emplace_back("caller", Owned(s));
-    s = nullptr;
-    app_control_get_operation(request, &s);
-    record.emplace_back("operation", Owned(s));
-    app_control_launch_mode_e mode = APP_CONTROL_LAUNCH_MODE_SINGLE;
-    app_control_get_launch_mode(request, &mode);
-    record.emplace_back("launch_mode", mode == APP_CONTROL_LAUNCH_MODE_GROUP ? "group" : "single");
-    const std::vector<std::string> keys = Keys(request);
-    for (const std::string &key : keys)
-        record.emplace_back("extra." + key, Extra(request, key));
+    ssotools::RecordRequest(request, record);
+    const std::vector<std::string> keys = ssotools::ExtraKeys(request);
 
     const std::string record_path = Extra(request, "test_app.record", Env("SSO_TEST_APP_RECORD"));
     const std::string action = Extra(request, "test_app.action", Env("SSO_TEST_APP_ACTION"));
@@ -211,9 +130,5 @@ int Run()
 
 int main()
 {
-    try {
-        return Run();
-    } catch (...) {
-        return 4;
-    }
+    return ssotools::RunLaunched(Run);
 }

@@ -27,6 +27,8 @@
 #include <vector>
 
 #include "loop_thread.h"
+#include "records.h"
+#include "run_tool.h"
 #include "sso_test_harness.h"
 
 namespace apptest {
@@ -104,7 +106,7 @@ struct Reply {
 };
 
 // Records every reply callback it receives; the user data of a request.
-class Replies {
+class Replies : public ssotest::Records<Reply> {
 public:
     static void Callback(app_control_h request, app_control_h reply, app_control_result_e result,
                          void *self) noexcept
@@ -119,10 +121,10 @@ public:
             r.request_app_id = AppIdOf(request);
             r.thread = std::this_thread::get_id();
             auto *replies = static_cast<Replies *>(self);
+            replies->Add(std::move(r));
             std::function<void()> then;
             {
                 std::lock_guard<std::mutex> lock(replies->mutex_);
-                replies->replies_.push_back(std::move(r));
                 then = replies->then_;
             }
             if (then)
@@ -139,26 +141,13 @@ public:
         then_ = std::move(fn);
     }
 
-    std::vector<Reply> All() const
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return replies_;
-    }
-
-    size_t Count() const
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return replies_.size();
-    }
-
     bool WaitForCount(size_t n, std::chrono::milliseconds timeout = 20s) const
     {
-        return ssotest::WaitUntil([&] { return Count() >= n; }, timeout);
+        return WaitFor(n, timeout);
     }
 
 private:
-    mutable std::mutex mutex_;
-    std::vector<Reply> replies_;
+    std::mutex mutex_; // guards then_
     std::function<void()> then_;
 };
 
@@ -178,13 +167,7 @@ inline std::string Unescape(const std::string &s)
     return out;
 }
 
-inline std::string ReadWholeFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
+using ssotest::ReadWholeFile;
 
 inline bool FileExists(const std::string &path)
 {
@@ -256,37 +239,7 @@ inline bool HasChildren()
 
 // ---- running sso-platform ----
 
-struct CliResult {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-inline CliResult RunCli(const std::vector<std::string> &args,
-                        std::map<std::string, std::string> env = {})
-{
-    const char *tmpdir = std::getenv("TMPDIR");
-    std::string templ = std::string(tmpdir && *tmpdir ? tmpdir : "/tmp") + "/sso-cli-err-XXXXXX";
-    std::vector<char> buf(templ.begin(), templ.end());
-    buf.push_back('\0');
-    int fd = mkstemp(buf.data());
-    if (fd < 0) {
-        ADD_FAILURE() << "mkstemp failed";
-        return {};
-    }
-    close(fd);
-    std::string err_path(buf.data());
-    std::vector<std::string> argv = {"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>\"$SSO_TEST_STDERR\"",
-                                     ssotest::ToolPath("sso-platform")};
-    argv.insert(argv.end(), args.begin(), args.end());
-    env["SSO_TEST_STDERR"] = err_path;
-    ssotest::CommandResult r = ssotest::RunCommand(argv, env);
-    CliResult result;
-    result.status = r.status;
-    result.out = r.out;
-    result.err = ReadWholeFile(err_path);
-    unlink(err_path.c_str());
-    return result;
-}
+using ssotest::CliResult;
+using ssotest::RunCli;
 
 } // namespace apptest

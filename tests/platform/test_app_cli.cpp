@@ -150,19 +150,8 @@ TEST_F(AppCli, AnUnusableRegistryFails)
 
 TEST_F(AppCli, HelpShowsCommandsAndExamples)
 {
-    CliResult group = RunCli({"app", "--help"});
-    ASSERT_EQ(0, group.status);
-    for (const char *needle : {"add", "rm", "list", "Examples:", "app add"})
-        EXPECT_NE(std::string::npos, group.out.find(needle)) << needle;
-    for (const char *command : {"add", "rm", "list"}) {
-        CliResult r = RunCli({"app", command, "--help"});
-        EXPECT_EQ(0, r.status) << command;
-        EXPECT_NE(std::string::npos, r.out.find("Usage: sso-platform app")) << command;
-        EXPECT_NE(std::string::npos, r.out.find("Example")) << command;
-    }
+    ssotest::ExpectGroupHelp("app", {"add", "rm", "list"}, "app add");
     EXPECT_NE(std::string::npos, RunCli({"app", "add", "--help"}).out.find("--exec PATH"));
-    CliResult top = RunCli({"--help"});
-    EXPECT_NE(std::string::npos, top.out.find("app")) << top.out;
 }
 
 } // namespace

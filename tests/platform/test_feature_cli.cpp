@@ -112,18 +112,7 @@ TEST_F(FeatureCli, BadUsageExitsWithTwo)
 
 TEST_F(FeatureCli, HelpShowsCommandsAndExamples)
 {
-    CliResult group = RunCli({"feature", "--help"});
-    ASSERT_EQ(0, group.status);
-    for (const char *needle : {"get", "set", "unset", "Examples:", "feature set"})
-        EXPECT_NE(std::string::npos, group.out.find(needle)) << needle;
-    for (const char *command : {"get", "set", "unset"}) {
-        CliResult r = RunCli({"feature", command, "--help"});
-        EXPECT_EQ(0, r.status) << command;
-        EXPECT_NE(std::string::npos, r.out.find("Usage: sso-platform feature")) << command;
-        EXPECT_NE(std::string::npos, r.out.find("Example")) << command;
-    }
-    CliResult top = RunCli({"--help"});
-    EXPECT_NE(std::string::npos, top.out.find("feature")) << top.out;
+    ssotest::ExpectGroupHelp("feature", {"get", "set", "unset"}, "feature set");
 }
 
 } // namespace

@@ -20,6 +20,7 @@
 
 #include "app_control_test_util.h"
 #include "sso_test_harness.h"
+#include "test_files.h"
 
 namespace {
 
@@ -300,10 +301,7 @@ TEST_F(PlatformLog, FiltersByTagPriorityAndPid)
     EXPECT_EQ(3u, Lines(RunCli({"log", "--file", path_, "--pid", me}).out).size());
 
     // The stored lines keep their codes.
-    std::ifstream in(path_);
-    const std::string stored((std::istreambuf_iterator<char>(in)),
-                             std::istreambuf_iterator<char>());
-    EXPECT_TRUE(Has(stored, "\x1b[0;35m[START]"));
+    EXPECT_TRUE(Has(ssotest::ReadWholeFile(path_), "\x1b[0;35m[START]"));
 }
 
 TEST_F(PlatformLog, RendersColoursWhenAskedAndJsonStripsThem)

@@ -26,8 +26,8 @@
 namespace {
 
 using sstest::ModeOf;
-using sstest::ReadFile;
-using sstest::WriteFile;
+using sstest::ReadWholeFile;
+using sstest::WriteWholeFile;
 
 constexpr uint32_t kModuleId = 0x53534F41u;
 constexpr uint64_t kUuid0 = 0x5f0a93c2d1e84b7aull;
@@ -90,14 +90,8 @@ int Write(const std::string &id, const std::string &data, const ss_credential_t 
                     &cred, 0);
 }
 
-class SecureStorage : public ssotest::RootTest {
+class SecureStorage : public ssotest::StorageTest {
 protected:
-    void SetUp() override
-    {
-        RootTest::SetUp();
-        root_.StartStorage();
-    }
-    std::string StoreDir() const { return root_.path() + "/secure-storage"; }
     std::string KeyPath() const { return StoreDir() + "/device.key"; }
     // For ids made of plain characters only, the file name is the id.
     std::string ItemPath(const std::string &plain_id) const
@@ -134,7 +128,7 @@ TEST_P(SecureStorageRoundTrip, ReadsBackExactlyWhatWasWrittenWithATrailingNul)
     EXPECT_TRUE(r.nul_terminated);
     EXPECT_EQ(SS_ERROR_NONE, ss_validate("item", &cred_, SS_FLAG_READ));
     // Sealed at rest: the file is the content plus the fixed overhead.
-    EXPECT_EQ(content.size() + kOverhead, ReadFile(ItemPath("item")).size());
+    EXPECT_EQ(content.size() + kOverhead, ReadWholeFile(ItemPath("item")).size());
 }
 
 std::string BinaryContent()
@@ -181,7 +175,7 @@ TEST_F(SecureStorage, TheItemIsEncryptedAtRest)
 {
     const std::string secret = "plain-text-that-must-not-be-on-disk";
     ASSERT_EQ(SS_ERROR_NONE, Write("item", secret, cred_));
-    std::string file = ReadFile(ItemPath("item"));
+    std::string file = ReadWholeFile(ItemPath("item"));
     EXPECT_EQ(std::string("SSOSS1\0\0", 8), file.substr(0, 8));
     EXPECT_EQ(std::string::npos, file.find(secret));
     EXPECT_EQ(std::string::npos, file.find("plain-text"));
@@ -338,30 +332,36 @@ TEST_F(SecureStorage, EachCredentialReadsItsOwnVersionAfterRewrites)
 
 // ---- damaged item files ----
 
-// Where a byte is flipped, as an offset from the start (>= 0) or the end (< 0).
-struct TamperCase {
+// A place in an item file: a byte offset from the start (>= 0) or the end
+// (< 0). Where a byte is flipped, or how much of the file is kept.
+struct FilePlace {
     const char *name;
     long offset;
+    size_t In(const std::string &file) const
+    {
+        return offset >= 0 ? static_cast<size_t>(offset)
+                           : file.size() - static_cast<size_t>(-offset);
+    }
 };
+using TamperCase = FilePlace;
+using TruncateCase = FilePlace;
 
-void PrintTo(const TamperCase &c, std::ostream *os)
+void PrintTo(const FilePlace &c, std::ostream *os)
 {
     *os << c.name;
 }
 
 class SecureStorageTampered : public SecureStorage,
-                              public ::testing::WithParamInterface<TamperCase> {};
+                              public ::testing::WithParamInterface<FilePlace> {};
 
 TEST_P(SecureStorageTampered, FailsWithAuthenticationAndHandsNothingOut)
 {
     ASSERT_EQ(SS_ERROR_NONE, Write("item", "a document worth protecting", cred_));
-    std::string file = ReadFile(ItemPath("item"));
-    long offset = GetParam().offset;
-    size_t at =
-        offset >= 0 ? static_cast<size_t>(offset) : file.size() - static_cast<size_t>(-offset);
+    std::string file = ReadWholeFile(ItemPath("item"));
+    size_t at = GetParam().In(file);
     ASSERT_LT(at, file.size());
     file[at] = static_cast<char>(file[at] ^ 0x01);
-    WriteFile(ItemPath("item"), file);
+    WriteWholeFile(ItemPath("item"), file);
 
     unsigned char sentinel = 0;
     unsigned char *buffer = &sentinel;
@@ -381,27 +381,14 @@ INSTANTIATE_TEST_SUITE_P(
                       TamperCase{"TagFirstByte", -16}, TamperCase{"TagLastByte", -1}),
     [](const auto &info) { return std::string(info.param.name); });
 
-// How much of the file is kept: a byte count (>= 0) or all but so many (< 0).
-struct TruncateCase {
-    const char *name;
-    long keep;
-};
-
-void PrintTo(const TruncateCase &c, std::ostream *os)
-{
-    *os << c.name;
-}
-
 class SecureStorageTruncated : public SecureStorage,
-                               public ::testing::WithParamInterface<TruncateCase> {};
+                               public ::testing::WithParamInterface<FilePlace> {};
 
 TEST_P(SecureStorageTruncated, FailsWithAuthentication)
 {
     ASSERT_EQ(SS_ERROR_NONE, Write("item", "a document worth protecting", cred_));
-    std::string file = ReadFile(ItemPath("item"));
-    long keep = GetParam().keep;
-    size_t n = keep >= 0 ? static_cast<size_t>(keep) : file.size() - static_cast<size_t>(-keep);
-    WriteFile(ItemPath("item"), file.substr(0, n));
+    std::string file = ReadWholeFile(ItemPath("item"));
+    WriteWholeFile(ItemPath("item"), file.substr(0, GetParam().In(file)));
 
     EXPECT_EQ(SS_ERROR_AUTHENTICATION, Read("item", cred_).rc);
     EXPECT_EQ(SS_ERROR_AUTHENTICATION, ss_validate("item", &cred_, SS_FLAG_READ));
@@ -419,7 +406,7 @@ INSTANTIATE_TEST_SUITE_P(Lengths, SecureStorageTruncated,
 TEST_F(SecureStorage, AnItemWithBytesAppendedFailsWithAuthentication)
 {
     ASSERT_EQ(SS_ERROR_NONE, Write("item", "contents", cred_));
-    WriteFile(ItemPath("item"), ReadFile(ItemPath("item")) + "x");
+    WriteWholeFile(ItemPath("item"), ReadWholeFile(ItemPath("item")) + "x");
     EXPECT_EQ(SS_ERROR_AUTHENTICATION, Read("item", cred_).rc);
 }
 
@@ -427,7 +414,7 @@ TEST_F(SecureStorage, AnItemFileCopiedOverAnotherItemsNameFailsWithAuthenticatio
 {
     ASSERT_EQ(SS_ERROR_NONE, Write("alpha", "alpha contents", cred_));
     ASSERT_EQ(SS_ERROR_NONE, Write("beta", "beta contents", cred_));
-    WriteFile(ItemPath("beta"), ReadFile(ItemPath("alpha")));
+    WriteWholeFile(ItemPath("beta"), ReadWholeFile(ItemPath("alpha")));
 
     EXPECT_EQ(SS_ERROR_AUTHENTICATION, Read("beta", cred_).rc);
     EXPECT_EQ(SS_ERROR_AUTHENTICATION, ss_validate("beta", &cred_, SS_FLAG_READ));
@@ -448,10 +435,10 @@ TEST_F(SecureStorage, ValidateAgreesWithReadInEveryState)
     ASSERT_EQ(SS_ERROR_NONE, Write("good", "good", cred_));
     ASSERT_EQ(SS_ERROR_NONE, Write("empty", "", cred_));
     ASSERT_EQ(SS_ERROR_NONE, Write("bad", "bad contents", cred_));
-    std::string file = ReadFile(ItemPath("bad"));
+    std::string file = ReadWholeFile(ItemPath("bad"));
     file[25] = static_cast<char>(file[25] ^ 0x80);
-    WriteFile(ItemPath("bad"), file);
-    WriteFile(ItemPath("short"), "SSOSS1");
+    WriteWholeFile(ItemPath("bad"), file);
+    WriteWholeFile(ItemPath("short"), "SSOSS1");
 
     struct {
         const char *id;
@@ -480,13 +467,13 @@ TEST_F(SecureStorage, TheFirstWriteCreatesAnOwnerOnlyDeviceKeyThatLaterWritesKee
     ASSERT_EQ(SS_ERROR_NONE, Write("one", "1", cred_));
     ASSERT_TRUE(Exists(KeyPath()));
     EXPECT_EQ(0600u, ModeOf(KeyPath()));
-    std::string key = ReadFile(KeyPath());
+    std::string key = ReadWholeFile(KeyPath());
     EXPECT_EQ(32u, key.size());
     EXPECT_NE(std::string(32, '\0'), key);
 
     ASSERT_EQ(SS_ERROR_NONE, Write("two", "2", cred_));
     ASSERT_EQ(SS_ERROR_NONE, Write("one", "1 again", cred_));
-    EXPECT_EQ(key, ReadFile(KeyPath()));
+    EXPECT_EQ(key, ReadWholeFile(KeyPath()));
     // The key, the items and the service's lock and socket: no temporary
     // files left over.
     std::vector<std::string> names = ListDir(StoreDir());
@@ -507,7 +494,7 @@ TEST_F(SecureStorage, ItemsAndDirectoriesAreOwnerOnly)
 TEST_F(SecureStorage, AnotherDeviceKeyMakesEveryItemFailAuthentication)
 {
     ASSERT_EQ(SS_ERROR_NONE, Write("item", "x", cred_));
-    WriteFile(KeyPath(), std::string(32, 'k'));
+    WriteWholeFile(KeyPath(), std::string(32, 'k'));
     EXPECT_EQ(SS_ERROR_AUTHENTICATION, Read("item", cred_).rc);
 }
 
@@ -535,11 +522,11 @@ class SecureStorageBadKey : public SecureStorage, public ::testing::WithParamInt
 TEST_P(SecureStorageBadKey, FailsReadsAndWritesWithCrypto)
 {
     ASSERT_EQ(SS_ERROR_NONE, Write("item", "x", cred_));
-    WriteFile(KeyPath(), GetParam().contents);
+    WriteWholeFile(KeyPath(), GetParam().contents);
     EXPECT_EQ(SS_ERROR_CRYPTO, Read("item", cred_).rc);
     EXPECT_EQ(SS_ERROR_CRYPTO, Write("item", "y", cred_));
     EXPECT_EQ(SS_ERROR_CRYPTO, Write("new", "y", cred_));
-    EXPECT_EQ(GetParam().contents, ReadFile(KeyPath())); // never silently replaced
+    EXPECT_EQ(GetParam().contents, ReadWholeFile(KeyPath())); // never silently replaced
 }
 
 INSTANTIATE_TEST_SUITE_P(Keys, SecureStorageBadKey,
@@ -625,7 +612,7 @@ TEST_F(SecureStorage, ProcessesWritingFirstConcurrentlyAgreeOnOneDeviceKey)
             ASSERT_EQ(SS_ERROR_NONE, r.rc) << "round " << round << " process " << p;
             EXPECT_EQ("from process " + std::to_string(p), r.data);
         }
-        EXPECT_EQ(32u, ReadFile(KeyPath()).size());
+        EXPECT_EQ(32u, ReadWholeFile(KeyPath()).size());
         EXPECT_EQ((std::vector<std::string>{"device.key", "items", "lock", "socket"}),
                   ListDir(StoreDir()))
             << "round " << round;
@@ -957,12 +944,12 @@ TEST_F(SecureStorage, FreeingANullBufferIsHarmless)
 TEST_F(SecureStorage, AnItemsDirectoryBlockedByARegularFileFailsWithIo)
 {
     ASSERT_EQ(0, ssotest::RunCommand({"/bin/rm", "-rf", StoreDir() + "/items"}).status);
-    WriteFile(StoreDir() + "/items", "not a directory");
+    WriteWholeFile(StoreDir() + "/items", "not a directory");
     EXPECT_EQ(SS_ERROR_IO, Write("item", "x", cred_));
     EXPECT_EQ(SS_ERROR_IO, Read("item", cred_).rc);
     EXPECT_EQ(SS_ERROR_IO, ss_validate("item", &cred_, SS_FLAG_READ));
     EXPECT_EQ(SS_ERROR_IO, ss_delete("item", &cred_, 0));
-    EXPECT_EQ("not a directory", ReadFile(StoreDir() + "/items"));
+    EXPECT_EQ("not a directory", ReadWholeFile(StoreDir() + "/items"));
 }
 
 TEST_F(SecureStorage, AnItemPathTakenByADirectoryFailsWithIo)
@@ -982,9 +969,9 @@ TEST_F(SecureStorage, ItemContentsNeverReachThePlatformLog)
     EXPECT_EQ(secret, Read("log.item", cred_).data);
     ss_credential_t other = MakeCredential(1);
     EXPECT_EQ(SS_ERROR_AUTHENTICATION, Read("log.item", other).rc);
-    std::string file = ReadFile(ItemPath("log.item"));
+    std::string file = ReadWholeFile(ItemPath("log.item"));
     file[30] = static_cast<char>(file[30] ^ 1);
-    WriteFile(ItemPath("log.item"), file);
+    WriteWholeFile(ItemPath("log.item"), file);
     EXPECT_EQ(SS_ERROR_AUTHENTICATION, Read("log.item", cred_).rc);
     EXPECT_EQ(SS_ERROR_NONE, ss_delete("log.item", &cred_, 0));
 

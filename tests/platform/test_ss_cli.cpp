@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "run_tool.h"
 #include "sso_deployment.h"
 #include "sso_test_harness.h"
 #include "storage_test_util.h"
@@ -24,56 +25,16 @@
 namespace {
 
 using sstest::Credential;
-using sstest::ReadFile;
-using sstest::WriteFile;
+using sstest::ReadWholeFile;
+using sstest::WriteWholeFile;
 
-std::string TempPath(const char *tag)
-{
-    const char *tmpdir = std::getenv("TMPDIR");
-    std::string templ =
-        std::string(tmpdir && *tmpdir ? tmpdir : "/tmp") + "/sso-ss-" + tag + "-XXXXXX";
-    std::vector<char> buf(templ.begin(), templ.end());
-    buf.push_back('\0');
-    int fd = mkstemp(buf.data());
-    if (fd < 0) {
-        ADD_FAILURE() << "mkstemp failed";
-        return {};
-    }
-    close(fd);
-    return buf.data();
-}
+using ssotest::CliResult;
 
-struct CliResult {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-// Runs sso-platform with stdin from the given bytes (or /dev/null) and stderr
-// captured through a temporary file.
+// Runs sso-platform with stdin from the given bytes (or /dev/null).
 CliResult RunSs(const std::vector<std::string> &args,
                 const std::optional<std::string> &input = std::nullopt)
 {
-    std::string err_path = TempPath("err");
-    std::string in_path = "/dev/null";
-    if (input) {
-        in_path = TempPath("in");
-        WriteFile(in_path, *input);
-    }
-    std::vector<std::string> argv = {
-        "/bin/sh", "-c", "exec \"$0\" \"$@\" <\"$SSO_TEST_STDIN\" 2>\"$SSO_TEST_STDERR\"",
-        ssotest::ToolPath("sso-platform")};
-    argv.insert(argv.end(), args.begin(), args.end());
-    ssotest::CommandResult r =
-        ssotest::RunCommand(argv, {{"SSO_TEST_STDERR", err_path}, {"SSO_TEST_STDIN", in_path}});
-    CliResult result;
-    result.status = r.status;
-    result.out = r.out;
-    result.err = ReadFile(err_path);
-    unlink(err_path.c_str());
-    if (input)
-        unlink(in_path.c_str());
-    return result;
+    return ssotest::RunTool("sso-platform", args, {}, input);
 }
 
 ss_credential_t DeploymentCredential()
@@ -107,14 +68,7 @@ std::string BinaryBytes()
     return s;
 }
 
-class SsCli : public ssotest::RootTest {
-protected:
-    void SetUp() override
-    {
-        RootTest::SetUp();
-        root_.StartStorage();
-    }
-};
+class SsCli : public ssotest::StorageTest {};
 
 // ---- contents through the tool ----
 
@@ -141,7 +95,7 @@ TEST_F(SsCli, PutFromADashReadsStdin)
 TEST_F(SsCli, PutFromAFileStoresItsBytes)
 {
     const std::string path = root_.path() + "/input.bin";
-    WriteFile(path, BinaryBytes());
+    WriteWholeFile(path, BinaryBytes());
     CliResult put = RunSs({"ss", "put", "item", path});
     ASSERT_EQ(0, put.status) << put.err;
     EXPECT_TRUE(RunSs({"ss", "get", "item"}).out == BinaryBytes());
@@ -246,10 +200,10 @@ TEST_F(SsCli, ATamperedItemFailsGetWithOne)
 {
     ASSERT_EQ(0, RunSs({"ss", "put", "item"}, "contents").status);
     const std::string path = root_.path() + "/secure-storage/items/item";
-    std::string file = ReadFile(path);
+    std::string file = ReadWholeFile(path);
     ASSERT_FALSE(file.empty());
     file.back() = static_cast<char>(file.back() ^ 0x10);
-    WriteFile(path, file);
+    WriteWholeFile(path, file);
     CliResult r = RunSs({"ss", "get", "item"});
     EXPECT_EQ(1, r.status);
     EXPECT_EQ("", r.out);
@@ -260,7 +214,7 @@ TEST_F(SsCli, AStoreBlockedByARegularFileFailsPutWithOne)
 {
     ASSERT_EQ(
         0, ssotest::RunCommand({"/bin/rm", "-rf", root_.path() + "/secure-storage/items"}).status);
-    WriteFile(root_.path() + "/secure-storage/items", "not a directory");
+    WriteWholeFile(root_.path() + "/secure-storage/items", "not a directory");
     CliResult r = RunSs({"ss", "put", "item"}, "x");
     EXPECT_EQ(1, r.status);
     EXPECT_EQ(0u, r.err.rfind("sso-platform: ", 0)) << r.err;

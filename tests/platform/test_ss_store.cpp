@@ -19,8 +19,8 @@
 namespace {
 
 using sstest::ModeOf;
-using sstest::ReadFile;
-using sstest::WriteFile;
+using sstest::ReadWholeFile;
+using sstest::WriteWholeFile;
 
 ss_credential_t Credential()
 {
@@ -88,7 +88,7 @@ TEST_F(SsStore, AMissingRootFailsWithIoAndIsNotCreated)
 
 TEST_F(SsStore, ARootThatIsARegularFileFailsWithIo)
 {
-    WriteFile(root_.path() + "/plain-file", "not a directory");
+    WriteWholeFile(root_.path() + "/plain-file", "not a directory");
     PointRootAt(root_.path() + "/plain-file");
     EXPECT_EQ(SS_ERROR_IO, ss_store_prepare());
     EXPECT_EQ(SS_ERROR_IO, Write("item", "x"));
@@ -98,14 +98,14 @@ TEST_F(SsStore, ARootThatIsARegularFileFailsWithIo)
 
 TEST_F(SsStore, AStoreBlockedByARegularFileFailsWithIoAndStays)
 {
-    WriteFile(StoreDir(), "not a directory");
+    WriteWholeFile(StoreDir(), "not a directory");
     EXPECT_EQ(SS_ERROR_IO, ss_store_prepare());
     EXPECT_EQ(SS_ERROR_IO, Write("item", "x"));
     EXPECT_EQ(SS_ERROR_IO, Read("item"));
     ss_credential_t c = Credential();
     EXPECT_EQ(SS_ERROR_IO, ss_store_read("item", &c, nullptr, nullptr));
     EXPECT_EQ(SS_ERROR_IO, ss_store_delete("item"));
-    EXPECT_EQ("not a directory", ReadFile(StoreDir()));
+    EXPECT_EQ("not a directory", ReadWholeFile(StoreDir()));
 }
 
 TEST_F(SsStore, FreeingANullBufferIsHarmless)

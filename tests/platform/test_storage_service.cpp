@@ -32,8 +32,8 @@
 namespace {
 
 using sstest::ModeOf;
-using sstest::ReadFile;
-using sstest::WriteFile;
+using sstest::ReadWholeFile;
+using sstest::WriteWholeFile;
 
 using Clock = std::chrono::steady_clock;
 
@@ -161,15 +161,9 @@ int AddPackage(const std::string &id, uid_t uid)
     return package_manager_add_package_as(id.c_str(), apps, 1, nullptr, 0, uid, nullptr);
 }
 
-class StorageService : public ssotest::RootTest {
+class StorageService : public ssotest::StorageTest {
 protected:
-    void SetUp() override
-    {
-        RootTest::SetUp();
-        root_.StartStorage();
-    }
-    std::string Store() const { return root_.path() + "/secure-storage"; }
-    std::string Socket() const { return Store() + "/socket"; }
+    std::string Socket() const { return StoreDir() + "/socket"; }
 };
 
 // Two packages of two users, each with its data, and the shared document.
@@ -297,7 +291,7 @@ TEST_F(StorageAccess, TheNamedServiceUserReadsAndWritesEverything)
 
 TEST_F(StorageAccess, TheStoresFilesAreOutOfEveryOtherUsersReach)
 {
-    const std::string store = Store();
+    const std::string store = StoreDir();
     EXPECT_EQ(0, As(kUidA, [store] {
                   int failures = 0;
                   for (const std::string path : {store + "/device.key", store + "/items/" + kItemA,
@@ -422,11 +416,11 @@ TEST_F(StorageService, TheSocketIsEveryonesAndTheStoreNobodyElses)
 {
     ASSERT_EQ(SS_ERROR_NONE, Write("item", "x"));
     EXPECT_EQ(0666u, ModeOf(Socket()));
-    EXPECT_EQ(0711u, ModeOf(Store()));
-    EXPECT_EQ(0700u, ModeOf(Store() + "/items"));
-    EXPECT_EQ(0600u, ModeOf(Store() + "/items/item"));
-    EXPECT_EQ(0600u, ModeOf(Store() + "/device.key"));
-    EXPECT_EQ(0600u, ModeOf(Store() + "/lock"));
+    EXPECT_EQ(0711u, ModeOf(StoreDir()));
+    EXPECT_EQ(0700u, ModeOf(StoreDir() + "/items"));
+    EXPECT_EQ(0600u, ModeOf(StoreDir() + "/items/item"));
+    EXPECT_EQ(0600u, ModeOf(StoreDir() + "/device.key"));
+    EXPECT_EQ(0600u, ModeOf(StoreDir() + "/lock"));
 }
 
 // ----------------------------------------------------- a service that fails
@@ -685,7 +679,7 @@ TEST_F(StorageService, TheServiceNeedsARootAndAStoreOfItsOwn)
     r = RunService({"--root", blocked});
     EXPECT_EQ(1, r.status);
     EXPECT_NE(std::string::npos, r.out.find("is not a directory")) << r.out;
-    EXPECT_EQ("not a directory", ReadFile(blocked + "/secure-storage"));
+    EXPECT_EQ("not a directory", ReadWholeFile(blocked + "/secure-storage"));
 
     if (ssotest::CanSwitchUsers()) {
         const std::string foreign = root_.path() + "/foreign";

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "sso_test_harness.h"
+#include "test_files.h"
 
 namespace {
 
@@ -24,11 +25,6 @@ protected:
     std::string KeyFile() const
     {
         return FlagFile("com.veltra%2Ffeatureconf%2Faccount.signin_mandatory");
-    }
-    static std::string ReadRaw(const std::string &path)
-    {
-        std::ifstream in(path, std::ios::binary);
-        return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     }
     void WriteRaw(const std::string &path, const std::string &bytes) const
     {
@@ -53,9 +49,9 @@ TEST_F(SystemInfo, SetThenGetGivesTheValue)
 TEST_F(SystemInfo, FlagsAreStoredOneFileAKeyPercentEncoded)
 {
     ASSERT_EQ(SYSTEM_INFO_ERROR_NONE, system_info_set_custom_bool(kKey, true));
-    EXPECT_EQ("true\n", ReadRaw(KeyFile()));
+    EXPECT_EQ("true\n", ssotest::ReadWholeFile(KeyFile()));
     ASSERT_EQ(SYSTEM_INFO_ERROR_NONE, system_info_set_custom_bool(kKey, false));
-    EXPECT_EQ("false\n", ReadRaw(KeyFile()));
+    EXPECT_EQ("false\n", ssotest::ReadWholeFile(KeyFile()));
 }
 
 TEST_F(SystemInfo, KeysAreIndependent)

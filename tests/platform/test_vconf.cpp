@@ -241,7 +241,7 @@ INSTANTIATE_TEST_SUITE_P(Names, VconfBadKey,
                                            std::string("tab\there"), std::string(256, 'k'),
                                            std::string(248, 'k'),
                                            // Encodes past the file name limit.
-                                           std::string(100, '/')));
+                                           std::string(100, '/'), std::string("del\x7f")));
 
 class VconfOddKey : public Vconf, public ::testing::WithParamInterface<std::string> {};
 

@@ -151,6 +151,11 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         ErrorCase{"GetMissingKey", {"vconf", "get", "missing"}, 1, "not set"},
         ErrorCase{"UnsetMissingKey", {"vconf", "unset", "missing"}, 1, "not set"},
+        // The key is named as given, even one that looks like a format.
+        ErrorCase{"MissingKeyNamedAsGiven",
+                  {"vconf", "get", "db/100%s%d"},
+                  1,
+                  "sso-platform: key 'db/100%s%d' is not set"},
         ErrorCase{"SetAnotherType",
                   {"vconf", "set", "int/key", "x", "--type", "string"},
                   1,

@@ -2,6 +2,7 @@
 // open, with peers running as another user ("nobody") and as the service's
 // user (the user running the tests; the strict bus names it in the policy).
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <iterator>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "policy_peers.h"
+#include "test_files.h"
 
 #ifndef SSO_POLICY_PEER
 #error "SSO_POLICY_PEER must be defined"
@@ -40,10 +42,8 @@ TEST_F(StrictBusPolicy, TheShippedFilesNameTheServiceUser)
     const std::string dir = ssotest::BuildDir() + "/share/dbus-1/system.d/";
     for (const char *file :
          {"org.orvex.tv.ssoservice.server.conf", "org.orvex.tv.ssoservice.ssoclient.conf"}) {
-        std::ifstream in(dir + file);
-        ASSERT_TRUE(in) << dir << file;
-        const std::string text((std::istreambuf_iterator<char>(in)),
-                               std::istreambuf_iterator<char>());
+        ASSERT_EQ(0, access((dir + file).c_str(), R_OK)) << dir << file;
+        const std::string text = ssotest::ReadWholeFile(dir + file);
         EXPECT_NE(std::string::npos, text.find("<policy user=\"" SSO_SERVICE_USER "\">")) << file;
         EXPECT_EQ(std::string::npos, text.find('@')) << file << " has an unconfigured variable";
     }

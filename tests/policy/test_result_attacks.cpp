@@ -34,7 +34,7 @@ using reliability::ReceivedLog;
 using reliability::RecordingCb;
 using ssotest::ChildProcess;
 
-constexpr const char *kAppId = "org.example.victim";
+constexpr char kAppId[] = "org.example.victim";
 constexpr const char *kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
 constexpr const char *kMethod = "sso_request_access_token";
 // RequestName flags.
@@ -47,13 +47,11 @@ int AbortIfCalled(void *, int, char *)
     std::abort();
 }
 
-class ResultAttacks : public policytest::StrictBusWithPeers {
+class ResultAttacks : public reliability::AppTest<policytest::StrictBusWithPeers, kAppId> {
 protected:
     void SetUp() override
     {
-        setenv("SSO_PLATFORM_APP_ID", kAppId, 1);
-        StrictBusWithPeers::SetUp();
-        ReceivedLog::Get().Clear();
+        AppTest::SetUp();
         busName_ = std::string(ssotest::kSsoClientNamePrefix) + "obj" + std::to_string(getpid()) +
                    "_" + kAppId;
     }
@@ -216,7 +214,7 @@ TEST_F(ResultAttacks, ARequestInTheClientsNameIsRefusedByTheService)
         RunAttacker({"forge", obj, PointerText(reinterpret_cast<const void *>(&RecordingCb)),
                      PointerText(&own), std::to_string(SSOAPIClientUtil::GetDBusProxyThreadId())});
     EXPECT_NE(std::string::npos,
-              out.find("answer " + std::to_string(ssosim::kResultNotYourObject) + "\n"))
+              out.find("answer " + std::to_string(ssotest::kSimResultNotYourObject) + "\n"))
         << out;
     EXPECT_EQ(std::string::npos, out.find("caught")) << out;
     EXPECT_EQ(1u, sim_.Deliveries().size());

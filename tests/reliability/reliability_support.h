@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "records.h"
 #include "sso_simulator_harness.h"
 #include "sso_test_harness.h"
 
@@ -158,7 +159,7 @@ struct Received {
 
 // The callbacks of one test. Result callbacks run on the library's thread,
 // the test reads on its own.
-class ReceivedLog {
+class ReceivedLog : public ssotest::Records<Received> {
 public:
     static ReceivedLog &Get()
     {
@@ -167,40 +168,24 @@ public:
     }
     void Add(void *userData, int result, const char *text)
     {
-        std::lock_guard<std::mutex> lock(mutex_);
-        all_.push_back({userData, result, text != nullptr ? text : "(null)", ThreadName()});
-    }
-    std::vector<Received> All()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return all_;
-    }
-    size_t Count()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return all_.size();
+        Records::Add({userData, result, text != nullptr ? text : "(null)", ThreadName()});
     }
     int CountFor(const void *userData)
     {
-        std::lock_guard<std::mutex> lock(mutex_);
-        int n = 0;
-        for (const auto &r : all_)
-            n += r.userData == userData ? 1 : 0;
-        return n;
+        return static_cast<int>(CountIf([&](const Received &r) { return r.userData == userData; }));
     }
-    void Clear()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        all_.clear();
-    }
-    bool WaitFor(size_t n, Ms timeout = Ms(10000))
-    {
-        return ssotest::WaitUntil([&] { return Count() >= n; }, timeout);
-    }
+};
 
-private:
-    std::mutex mutex_;
-    std::vector<Received> all_;
+// Base run as the application AppId with an empty ReceivedLog. The app id is
+// set before Base starts anything: the library reads it when it loads.
+template <class Base, const char *AppId> class AppTest : public Base {
+protected:
+    void SetUp() override
+    {
+        setenv("SSO_PLATFORM_APP_ID", AppId, 1);
+        Base::SetUp();
+        ReceivedLog::Get().Clear();
+    }
 };
 
 inline int RecordingCb(void *userData, int result, char *text)

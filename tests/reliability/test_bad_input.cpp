@@ -24,6 +24,7 @@
 #include "reliability_support.h"
 #include "sso_api/sso_api.h"
 #include "test_certs.h"
+#include "test_files.h"
 
 #ifndef SSO_API_HEADER
 #error "SSO_API_HEADER must name include/sso_api/sso_api.h"
@@ -58,10 +59,7 @@ std::string Trim(const std::string &s)
 
 std::map<std::string, Export> ParseHeader()
 {
-    std::ifstream in(SSO_API_HEADER);
-    std::ostringstream all;
-    all << in.rdbuf();
-    std::string text = all.str();
+    std::string text = ssotest::ReadWholeFile(SSO_API_HEADER);
     text = std::regex_replace(text, std::regex(R"(/\*[\s\S]*?\*/)"), " ");
     text = std::regex_replace(text, std::regex(R"(//[^\n]*)"), " ");
     std::map<std::string, Export> out;

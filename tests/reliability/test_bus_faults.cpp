@@ -26,7 +26,7 @@ using reliability::ReceivedLog;
 using reliability::RecordingCb;
 using reliability::Timed;
 
-constexpr const char *kAppId = "org.example.busfaults";
+constexpr char kAppId[] = "org.example.busfaults";
 
 // The most one request may block: the link's set-up (10 s) and one call
 // (5 s), with room for a loaded machine.
@@ -41,15 +41,8 @@ int Send(void *userData)
     return sso_request_authcode_for_other_device("DSC-busfaults", &RecordingCb, userData);
 }
 
-class BusFaults : public reliability::BusFaultTest {
+class BusFaults : public reliability::AppTest<reliability::BusFaultTest, kAppId> {
 protected:
-    void SetUp() override
-    {
-        setenv("SSO_PLATFORM_APP_ID", kAppId, 1);
-        BusFaultTest::SetUp();
-        ReceivedLog::Get().Clear();
-    }
-
     // A request and its result: the link is up and idle.
     void Link()
     {
@@ -70,6 +63,20 @@ protected:
         EXPECT_TRUE(
             ssotest::WaitUntil([&] { return reliability::TransportCreated(log(), getpid()); }));
         return caller;
+    }
+
+    // sso_give_proxy timed while caller is inside a request, and how long the
+    // caller then took to leave it.
+    struct GiveProxyTimes {
+        long long took;
+        long long callerLeft;
+    };
+    static GiveProxyTimes GiveProxyWith(std::thread &caller)
+    {
+        auto given = reliability::Clock::now();
+        long long took = Timed([] { sso_give_proxy(); }).count();
+        caller.join();
+        return {took, std::chrono::duration_cast<Ms>(reliability::Clock::now() - given).count()};
     }
 
     // Process pid logged n calls to the service (the transport logs each
@@ -140,11 +147,7 @@ TEST_P(BusFaults, GiveProxyWithARequestInsideTheSetUpTakesUnderASecond)
     std::atomic<int> result{-2};
     std::atomic<long long> requestTook{0};
     std::thread caller = RequestInsideTheSetUp(result, requestTook);
-    auto given = reliability::Clock::now();
-    long long took = Timed([] { sso_give_proxy(); }).count();
-    caller.join();
-    long long callerLeft =
-        std::chrono::duration_cast<Ms>(reliability::Clock::now() - given).count();
+    auto [took, callerLeft] = GiveProxyWith(caller);
 
     EXPECT_LT(took, kTearDownBoundMs);
     // The request is cut short, not waited out.
@@ -165,11 +168,7 @@ TEST_P(BusFaults, GiveProxyWithARequestWaitingForTheBusTakesUnderASecond)
     // The second call (the first was the link's): waiting for the bus, or
     // already failed when nobody can be reached.
     ASSERT_TRUE(ssotest::WaitUntil([&] { return CallsLogged(getpid(), 2) || result != -2; }));
-    auto given = reliability::Clock::now();
-    long long took = Timed([] { sso_give_proxy(); }).count();
-    caller.join();
-    long long callerLeft =
-        std::chrono::duration_cast<Ms>(reliability::Clock::now() - given).count();
+    auto [took, callerLeft] = GiveProxyWith(caller);
 
     EXPECT_LT(took, kTearDownBoundMs);
     EXPECT_EQ(result.load(), -1);

@@ -35,7 +35,7 @@ using reliability::RecordingCb;
 using reliability::SetExitSignalBlocked;
 using reliability::Timed;
 
-constexpr const char *kAppId = "org.example.fork";
+constexpr char kAppId[] = "org.example.fork";
 
 int Send(void *userData)
 {
@@ -87,19 +87,17 @@ int ChildMain()
     exit(0);
 }
 
-class AfterFork : public ssotest::SimulatorTest {
+class AfterFork : public reliability::AppTest<ssotest::SimulatorTest, kAppId> {
 protected:
     void SetUp() override
     {
-        setenv("SSO_PLATFORM_APP_ID", kAppId, 1);
 #if defined(__SANITIZE_THREAD__)
         // The thread sanitizer cannot follow a child of a process with
         // threads that starts threads of its own (the child's link): it
         // stops the child. The address sanitizer build runs these.
         GTEST_SKIP() << "a child that starts threads after fork() is beyond the thread sanitizer";
 #endif
-        SimulatorTest::SetUp();
-        ReceivedLog::Get().Clear();
+        AppTest::SetUp();
     }
 };
 

@@ -22,7 +22,7 @@ using reliability::PointerText;
 using reliability::ReceivedLog;
 using reliability::RecordingCb;
 
-constexpr const char *kAppId = "org.example.peer";
+constexpr char kAppId[] = "org.example.peer";
 
 // What the peer sends, given the simulator's own object name (which passes
 // the sender check from the simulator's process), the library's object name
@@ -75,13 +75,11 @@ std::string Shape3(const std::string &obj, long long tid, const std::string &met
            ", 0, 'mapping', 7, '" + method + "')";
 }
 
-class PeerTest : public ssotest::SimulatorTest {
+class PeerTest : public reliability::AppTest<ssotest::SimulatorTest, kAppId> {
 protected:
     void SetUp() override
     {
-        setenv("SSO_PLATFORM_APP_ID", kAppId, 1);
-        SimulatorTest::SetUp();
-        ReceivedLog::Get().Clear();
+        AppTest::SetUp();
         ASSERT_EQ(sso_check_alive(), 0);
         target_.peerObj = sim_.ObjectName();
         target_.ownObj = SSOAPIClientUtil::GetDBusObjectName();

@@ -26,7 +26,7 @@ namespace {
 using reliability::ReceivedLog;
 using reliability::RecordingCb;
 
-constexpr const char *kAppId = "org.example.secrets";
+constexpr char kAppId[] = "org.example.secrets";
 constexpr const char *kPackage = "org.example.secrets.pkg";
 constexpr const char *kClient = "org.example.player";
 constexpr const char *kScope = "profile";
@@ -93,13 +93,12 @@ std::vector<std::string> Entries(const std::vector<std::string> &lines)
     return entries;
 }
 
-class SecretsInLogs : public ssotest::SimulatorTest, public ::testing::WithParamInterface<bool> {
+class SecretsInLogs : public reliability::AppTest<ssotest::SimulatorTest, kAppId>,
+                      public ::testing::WithParamInterface<bool> {
 protected:
     void SetUp() override
     {
-        setenv("SSO_PLATFORM_APP_ID", kAppId, 1);
-        SimulatorTest::SetUp();
-        ReceivedLog::Get().Clear();
+        AppTest::SetUp();
         if (GetParam())
             root_.CreateDeviceFile("/etc/debug");
         auto cert = certtest::MakeCert(root_.path());

@@ -25,7 +25,7 @@ using reliability::RecordingCb;
 using reliability::ThreadCount;
 using reliability::Timed;
 
-constexpr const char *kAppId = "org.example.faults";
+constexpr char kAppId[] = "org.example.faults";
 // Needs neither a signed-in user nor a liveness check: one D-Bus call each.
 constexpr const char *kRequest = "sso_request_authcode_for_other_device";
 
@@ -40,15 +40,8 @@ std::string ClientBusName()
            kAppId;
 }
 
-class ServiceFaults : public ssotest::SimulatorTest {
+class ServiceFaults : public reliability::AppTest<ssotest::SimulatorTest, kAppId> {
 protected:
-    void SetUp() override
-    {
-        setenv("SSO_PLATFORM_APP_ID", kAppId, 1);
-        SimulatorTest::SetUp();
-        ReceivedLog::Get().Clear();
-    }
-
     // One request through and called back: the link, its thread and the
     // harness's own connection exist, so later counts compare like with like.
     void Warm()

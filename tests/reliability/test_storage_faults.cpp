@@ -22,6 +22,7 @@
 #include "account_documents.h"
 #include "reliability_support.h"
 #include "sso_api/sso_api.h"
+#include "test_files.h"
 
 namespace {
 
@@ -54,12 +55,8 @@ int AddEntry(const char *path, const struct stat *st, int, struct FTW *)
     f.mode = st->st_mode;
     f.size = S_ISDIR(st->st_mode) ? 0 : st->st_size;
     f.mtimeNs = static_cast<long long>(st->st_mtim.tv_sec) * 1000000000LL + st->st_mtim.tv_nsec;
-    if (S_ISREG(st->st_mode)) {
-        std::ifstream in(path, std::ios::binary);
-        std::ostringstream all;
-        all << in.rdbuf();
-        f.content = all.str();
-    }
+    if (S_ISREG(st->st_mode))
+        f.content = ssotest::ReadWholeFile(path);
     (*g_snapshot)[rel] = f;
     return 0;
 }
@@ -99,37 +96,31 @@ struct Outcome {
     std::string text;
 };
 
-Outcome Guid()
+// A getter that hands out a calloc'ed text (or nothing).
+Outcome TextOf(int (*getter)(char **))
 {
     char *text = nullptr;
     Outcome o;
-    o.result = sso_get_guid(&text);
+    o.result = getter(&text);
     if (text != nullptr)
         o.text = text;
     free(text);
     return o;
+}
+
+Outcome Guid()
+{
+    return TextOf(sso_get_guid);
 }
 
 Outcome AuthToken()
 {
-    char *text = nullptr;
-    Outcome o;
-    o.result = sso_get_auth_token(&text);
-    if (text != nullptr)
-        o.text = text;
-    free(text);
-    return o;
+    return TextOf(sso_get_auth_token);
 }
 
 Outcome Accounts()
 {
-    char *text = nullptr;
-    Outcome o;
-    o.result = sso_get_accounts(&text);
-    if (text != nullptr)
-        o.text = text;
-    free(text);
-    return o;
+    return TextOf(sso_get_accounts);
 }
 
 Outcome LoginInfo()
@@ -184,18 +175,9 @@ public:
     void PublishText(const std::string &text) { Publish(text); }
     void FlipByteOfTheItem()
     {
-        std::string path = ItemPath();
-        FILE *f = fopen(path.c_str(), "r+b");
-        ASSERT_NE(f, nullptr);
-        fseek(f, 40, SEEK_SET);
-        int c = fgetc(f);
-        fseek(f, 40, SEEK_SET);
-        fputc(c ^ 0x20, f);
-        fclose(f);
+        ASSERT_TRUE(ssotest::FlipBits(ItemPath(), 40, 0x20));
         // The service says the data changed; the item no longer authenticates.
-        int version = 0;
-        vconf_get_int("memory/sso/public_data_ver", &version);
-        vconf_set_int("memory/sso/public_data_ver", version + 1);
+        ssotest::AnnouncePublicData();
     }
     std::string GoodDocument() const { return ssotest::Document(accounts_, 0); }
 };
@@ -466,9 +448,7 @@ TEST_F(StorageFaults, AReadOnlyRootIsReadAndNothingIsWritten)
 {
     // A new version is announced first, so the document is read again under
     // the read-only root rather than served from this process's cache.
-    int version = 0;
-    vconf_get_int("memory/sso/public_data_ver", &version);
-    vconf_set_int("memory/sso/public_data_ver", version + 1);
+    ssotest::AnnouncePublicData();
     // Read-only for everyone, the log and the storage service's socket
     // excepted. A root user writes anyway, so the getters run in a child that
     // gives up root first.

@@ -18,17 +18,15 @@ namespace {
 using reliability::ReceivedLog;
 using reliability::Timed;
 
-constexpr const char *kAppId = "org.example.unloadbus";
+constexpr char kAppId[] = "org.example.unloadbus";
 
 using RequestFn = int (*)(const char *, sso_request_auth_code_cb, void *);
 
-class UnloadBusFaults : public reliability::BusFaultTest {
+class UnloadBusFaults : public reliability::AppTest<reliability::BusFaultTest, kAppId> {
 protected:
     void SetUp() override
     {
-        setenv("SSO_PLATFORM_APP_ID", kAppId, 1);
-        BusFaultTest::SetUp();
-        ReceivedLog::Get().Clear();
+        AppTest::SetUp();
         (void)sim_.Accounts();
         before_ = reliability::HoldingsWithGlibThreads();
     }

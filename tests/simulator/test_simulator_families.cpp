@@ -1147,7 +1147,7 @@ TEST(SimFamiliesHelp, TheRunHelpNamesEveryResultCode)
 {
     auto help = ssotest::RunSimulatorCommand({"run", "--help"});
     ASSERT_EQ(0, help.status) << help.err;
-    for (const auto &c : ssosim::kResultCodeTable)
+    for (const auto &c : ssotest::kSimResultCodeTable)
         EXPECT_TRUE(Has(help.out, std::to_string(c.code) + "  " + c.name)) << c.name;
     EXPECT_EQ(3, ssotest::kSimResultNotSignedIn);
     EXPECT_EQ(4, ssotest::kSimResultWrongPassword);

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "../platform/app_control_test_util.h"
+#include "run_tool.h"
 #include "sso_simulator_harness.h"
 
 namespace ctltest {
@@ -26,11 +27,7 @@ inline constexpr const char *kWebApp = "QHVMP48x7k.WebAccountExtension";
 // The bullet-like ellipsis ssoctl puts after the shown part of a secret.
 inline constexpr const char *kEllipsis = "\xE2\x80\xA6";
 
-struct CtlResult {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
+using CtlResult = ssotest::ToolResult;
 
 // Runs "ssoctl ARGS..." to completion; stdin is /dev/null unless input is
 // given (then it is what ssoctl reads).
@@ -38,32 +35,8 @@ inline CtlResult RunCtl(const std::vector<std::string> &args,
                         std::map<std::string, std::string> env = {},
                         const std::string *input = nullptr)
 {
-    const char *tmpdir = std::getenv("TMPDIR");
-    std::string dir = std::string(tmpdir && *tmpdir ? tmpdir : "/tmp") + "/ssoctl-test-XXXXXX";
-    std::vector<char> buf(dir.begin(), dir.end());
-    buf.push_back('\0');
-    if (mkdtemp(buf.data()) == nullptr) {
-        ADD_FAILURE() << "mkdtemp failed";
-        return {};
-    }
-    dir = buf.data();
-    const std::string err_path = dir + "/stderr";
-    const std::string in_path = input ? dir + "/stdin" : "/dev/null";
-    if (input)
-        std::ofstream(in_path, std::ios::binary) << *input;
-    std::vector<std::string> argv = {
-        "/bin/sh", "-c", "exec \"$0\" \"$@\" 2>\"$SSOCTL_TEST_STDERR\" <\"$SSOCTL_TEST_STDIN\"",
-        ssotest::ToolPath("ssoctl")};
-    argv.insert(argv.end(), args.begin(), args.end());
-    env["SSOCTL_TEST_STDERR"] = err_path;
-    env["SSOCTL_TEST_STDIN"] = in_path;
-    ssotest::CommandResult r = ssotest::RunCommand(argv, env);
-    CtlResult result{r.status, r.out, apptest::ReadWholeFile(err_path)};
-    unlink(err_path.c_str());
-    if (input)
-        unlink(in_path.c_str());
-    rmdir(dir.c_str());
-    return result;
+    return ssotest::RunTool("ssoctl", args, std::move(env),
+                            input ? std::optional<std::string>(*input) : std::nullopt);
 }
 
 inline Json::Value ParseJson(const std::string &text)
@@ -114,14 +87,7 @@ protected:
     }
     // Methods of the requests the simulator received (its liveness checks
     // left out).
-    std::vector<std::string> Methods()
-    {
-        std::vector<std::string> out;
-        for (const auto &e : sim_.Journal())
-            if (e.method != "sso_check_alive")
-                out.push_back(e.method);
-        return out;
-    }
+    std::vector<std::string> Methods() { return sim_.RequestMethods(); }
     std::string ArgsOf(const std::string &method)
     {
         for (const auto &e : sim_.Journal())

@@ -11,8 +11,9 @@
 #include <thread>
 #include <vector>
 
-#include "account_documents.h"
 #include "SSOAPIUtil.h"
+#include "account_documents.h"
+#include "records.h"
 #include "sso_api_private.h"
 #include "sso_test_harness.h"
 #include "vconf_test_util.h"
@@ -33,25 +34,16 @@ struct Call {
     std::string icon;
 };
 
-std::mutex g_mutex;
-std::vector<Call> g_calls;
+ssotest::Records<Call> g_calls;
 
 void Add(Call c)
 {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_calls.push_back(std::move(c));
+    g_calls.Add(std::move(c));
 }
 
 std::vector<Call> Calls()
 {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return g_calls;
-}
-
-size_t CallCount()
-{
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return g_calls.size();
+    return g_calls.All();
 }
 
 template <int N> int Single(void *ud, int result, sso_login_state state, char *text, char *icon)
@@ -98,10 +90,7 @@ class LoginNotification : public ssotest::RootTest {
 protected:
     void SetUp() override
     {
-        {
-            std::lock_guard<std::mutex> lock(g_mutex);
-            g_calls.clear();
-        }
+        g_calls.Clear();
         accounts_ = {MakeAccount(1), MakeAccount(2)};
         ssotest::PublishDocument(ssotest::Document(accounts_, -1));
         vconf_set_int("db/sso/login_status", 0);
@@ -142,10 +131,7 @@ protected:
         ssotest::SignIn(accounts_, -1);
     }
 
-    bool WaitForCalls(size_t n)
-    {
-        return ssotest::WaitUntil([&] { return CallCount() >= n; });
-    }
+    bool WaitForCalls(size_t n) { return g_calls.WaitFor(n); }
 
     vconftest::LoopThread loop_;
     std::vector<TestAccount> accounts_;
@@ -316,7 +302,7 @@ TEST_F(LoginNotification, AfterUnsubscribeMapEntriesHearNothingUntilANewSubscrip
     ssotest::SetLoginState(0);
     ASSERT_TRUE(ssotest::WaitUntil([&] { return marker.Count("db/sso/login_status") >= 1; }));
     loop_.Run([] {});
-    EXPECT_EQ(CallCount(), 0u);
+    EXPECT_EQ(g_calls.Count(), 0u);
     // A new registration brings the watch back for everyone in the map.
     ASSERT_EQ(Register(Multi<2>, nullptr), 0);
     ServiceSignsIn(1);
@@ -341,7 +327,7 @@ TEST_F(LoginNotification, NothingIsDeliveredOnceTheLibraryIsTerminated)
     ServiceSignsIn(0);
     ASSERT_TRUE(
         ssotest::WaitUntil([&] { return log().Contains("SSOAPIClientLifeCycle is deleted"); }));
-    EXPECT_EQ(CallCount(), 0u);
+    EXPECT_EQ(g_calls.Count(), 0u);
     SSOAPIUtil::SetClientToAlive();
 }
 
@@ -355,7 +341,7 @@ TEST_F(LoginNotification, TheViewCallbackFiresOnceWhenTheViewCloses)
     ASSERT_TRUE(ssotest::WaitUntil([&] {
         return log().Contains("Ignore! s_account_view_state_changed_callback will not be invoked.");
     }));
-    EXPECT_EQ(CallCount(), 0u);
+    EXPECT_EQ(g_calls.Count(), 0u);
     vconf_set_int("memory/sso/view_status", 0);
     ASSERT_TRUE(WaitForCalls(1));
     Call c = Calls()[0];
@@ -370,7 +356,7 @@ TEST_F(LoginNotification, TheViewCallbackFiresOnceWhenTheViewCloses)
         return log().Contains(
             "SSO_API_CHECK_NULL_RETURN. Return (s_account_view_state_changed_callback is null)");
     }));
-    EXPECT_EQ(CallCount(), 1u);
+    EXPECT_EQ(g_calls.Count(), 1u);
 }
 
 TEST_F(LoginNotification, ClearingTheViewCallbackRemovesTheWatch)
@@ -384,7 +370,7 @@ TEST_F(LoginNotification, ClearingTheViewCallbackRemovesTheWatch)
     vconf_set_int("memory/sso/view_status", 0);
     ASSERT_TRUE(ssotest::WaitUntil([&] { return marker.Count("memory/sso/view_status") >= 1; }));
     loop_.Run([] {});
-    EXPECT_EQ(CallCount(), 0u);
+    EXPECT_EQ(g_calls.Count(), 0u);
 }
 
 TEST_F(LoginNotification, CbResetDropsEveryRegistrationAndReturnsZero)

@@ -13,6 +13,7 @@
 
 #include "SSOAPIUtil.h"
 #include "sso_test_harness.h"
+#include "test_files.h"
 
 namespace {
 
@@ -73,11 +74,7 @@ pid_t StartWithArgv0(const std::string &argv0)
         _exit(127);
     }
     std::string path = "/proc/" + std::to_string(pid) + "/cmdline";
-    ssotest::WaitUntil([&] {
-        std::ifstream in(path, std::ios::binary);
-        std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        return content.rfind(argv0, 0) == 0;
-    });
+    ssotest::WaitUntil([&] { return ssotest::ReadWholeFile(path).rfind(argv0, 0) == 0; });
     return pid;
 }
 

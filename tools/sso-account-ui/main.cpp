@@ -38,8 +38,6 @@
 // (the view is still closed and the reply still sent).
 #include <limits.h>
 #include <signal.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -58,33 +56,14 @@
 #include <utility>
 #include <vector>
 
+#include "../common/launch_record.h"
+
 namespace {
 
 constexpr const char *kViewStateKey = "memory/sso/view_status";
 
-using Lines = std::vector<std::pair<std::string, std::string>>;
-
-std::string Env(const char *name)
-{
-    const char *v = std::getenv(name);
-    return v ? v : "";
-}
-
-std::string Escape(const std::string &s)
-{
-    static const char hex[] = "0123456789ABCDEF";
-    std::string out;
-    for (unsigned char c : s) {
-        if (c == '%' || c == '=' || c < 0x20 || c == 0x7f) {
-            out += '%';
-            out += hex[c >> 4];
-            out += hex[c & 0xf];
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out;
-}
+using Lines = ssotools::RecordLines;
+using ssotools::Env;
 
 int HexDigit(char c)
 {
@@ -146,28 +125,13 @@ void MakeDirs(const std::string &dir)
     }
 }
 
-// Writes the lines through a temporary file and a rename, so a reader sees
-// the record whole or not at all.
+// Writes the record, making its directory first.
 void WriteRecord(const std::string &path, const Lines &lines)
 {
-    if (path.empty())
-        return;
     size_t slash = path.rfind('/');
     if (slash != std::string::npos && slash > 0)
         MakeDirs(path.substr(0, slash));
-    std::string text;
-    for (const auto &line : lines)
-        text += Escape(line.first) + "=" + Escape(line.second) + "\n";
-    std::string tmp = path + ".tmp." + std::to_string(getpid());
-    std::FILE *f = std::fopen(tmp.c_str(), "wb");
-    if (!f)
-        return;
-    bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    ok = std::fclose(f) == 0 && ok;
-    if (ok)
-        std::rename(tmp.c_str(), path.c_str());
-    else
-        std::remove(tmp.c_str());
+    ssotools::WriteRecord(path, lines);
 }
 
 std::map<std::string, std::string> ReadScript(const std::string &path)
@@ -199,23 +163,6 @@ std::map<std::string, std::string> ReadScript(const std::string &path)
         script[Unescape(line.substr(0, eq))] = Unescape(line.substr(eq + 1));
     }
     return script;
-}
-
-std::string Owned(char *s)
-{
-    std::string out = s ? s : "";
-    std::free(s);
-    return out;
-}
-
-bool CollectKey(app_control_h, const char *key, void *keys) noexcept
-{
-    try {
-        static_cast<std::vector<std::string> *>(keys)->push_back(key);
-        return true;
-    } catch (...) {
-        return false;
-    }
 }
 
 bool HasExtra(app_control_h h, const char *key)
@@ -298,9 +245,7 @@ int Run()
 {
     // A stand-in never outlives whoever launched it, and leaves no core file
     // behind when scripted to crash.
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    struct rlimit no_core = {0, 0};
-    setrlimit(RLIMIT_CORE, &no_core);
+    ssotools::DieWithLauncher();
 
     const std::string appId = Env("SSO_PLATFORM_APP_ID");
     const std::string root = Env("SSO_PLATFORM_ROOT");
@@ -333,25 +278,7 @@ int Run()
         return 3;
     }
 
-    char *s = nullptr;
-    app_control_get_app_id(request, &s);
-    record.emplace_back("app_id", Owned(s));
-    s = nullptr;
-    app_control_get_caller(request, &s);
-    record.emplace_back("caller", Owned(s));
-    s = nullptr;
-    app_control_get_operation(request, &s);
-    record.emplace_back("operation", Owned(s));
-    app_control_launch_mode_e mode = APP_CONTROL_LAUNCH_MODE_SINGLE;
-    app_control_get_launch_mode(request, &mode);
-    record.emplace_back("launch_mode", mode == APP_CONTROL_LAUNCH_MODE_GROUP ? "group" : "single");
-    std::vector<std::string> keys;
-    app_control_foreach_extra_data(request, CollectKey, &keys);
-    for (const std::string &key : keys) {
-        char *value = nullptr;
-        if (app_control_get_extra_data(request, key.c_str(), &value) == APP_CONTROL_ERROR_NONE)
-            record.emplace_back("extra." + key, Owned(value));
-    }
+    ssotools::RecordRequest(request, record);
     WriteRecord(recordPath, record);
 
     const std::string action = Script("action", "reply");
@@ -409,9 +336,5 @@ int Run()
 
 int main()
 {
-    try {
-        return Run();
-    } catch (...) {
-        return 4;
-    }
+    return ssotools::RunLaunched(Run);
 }

@@ -110,6 +110,40 @@ void PrintCommandHelp(const Group &group, const Command &command, std::FILE *out
         std::fprintf(out, "  %-*s  %s\n", static_cast<int>(width), row.first.c_str(), row.second);
 }
 
+namespace {
+
+// text with every "%s" replaced by subject and every "%d" by rc.
+std::string Fill(const std::string &text, const std::string &subject, int rc)
+{
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 1 < text.size() && (text[i + 1] == 's' || text[i + 1] == 'd')) {
+            out += text[i + 1] == 's' ? subject : std::to_string(rc);
+            ++i;
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+void CheckResult(int rc, int ok, const std::string &subject, const std::vector<ResultText> &texts,
+                 const std::string &fallback)
+{
+    if (rc == ok)
+        return;
+    for (const ResultText &t : texts) {
+        if (t.rc != rc)
+            continue;
+        if (t.usage)
+            throw UsageError(Fill(t.text, subject, rc));
+        throw Failure(Fill(t.text, subject, rc));
+    }
+    throw Failure(Fill(fallback, subject, rc));
+}
+
 int RunGroup(const Group &group, const std::vector<std::string> &argv)
 {
     if (argv.empty())

@@ -25,6 +25,20 @@ struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// What the tool says about one result of a platform library: a usage error
+// (the caller's input) or a failure. "%s" in text stands for the key, item,
+// package or application the call was about.
+struct ResultText {
+    int rc;
+    bool usage;
+    std::string text;
+};
+
+// Returns when rc is ok. Otherwise throws what texts say about rc, or a
+// Failure with fallback ("%s" the subject, "%d" the result) for any other.
+void CheckResult(int rc, int ok, const std::string &subject, const std::vector<ResultText> &texts,
+                 const std::string &fallback);
+
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailure = 1;
 inline constexpr int kExitUsage = 2;

@@ -20,21 +20,14 @@ namespace {
 // Turns a library result into the tool's error, naming the application.
 void Check(int rc, const std::string &app_id)
 {
-    switch (rc) {
-    case APP_CONTROL_ERROR_NONE:
-        return;
-    case APP_CONTROL_ERROR_INVALID_PARAMETER:
-        throw UsageError("invalid application id '" + app_id +
-                         "' (1 to 255 bytes, no control characters)");
-    case APP_CONTROL_ERROR_APP_NOT_FOUND:
-        throw Failure("application '" + app_id + "' is not registered");
-    case APP_CONTROL_ERROR_IO_ERROR:
-        throw Failure("application '" + app_id + "': the application registry is not accessible");
-    case APP_CONTROL_ERROR_OUT_OF_MEMORY:
-        throw Failure("application '" + app_id + "': out of memory");
-    default:
-        throw Failure("application '" + app_id + "': app control error " + std::to_string(rc));
-    }
+    CheckResult(rc, APP_CONTROL_ERROR_NONE, app_id,
+                {{APP_CONTROL_ERROR_INVALID_PARAMETER, true,
+                  "invalid application id '%s' (1 to 255 bytes, no control characters)"},
+                 {APP_CONTROL_ERROR_APP_NOT_FOUND, false, "application '%s' is not registered"},
+                 {APP_CONTROL_ERROR_IO_ERROR, false,
+                  "application '%s': the application registry is not accessible"},
+                 {APP_CONTROL_ERROR_OUT_OF_MEMORY, false, "application '%s': out of memory"}},
+                "application '%s': app control error %d");
 }
 
 // The program's absolute path; it must be an executable regular file now.

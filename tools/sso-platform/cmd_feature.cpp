@@ -22,21 +22,13 @@ namespace {
 // Turns a library result into the tool's error, naming the flag.
 void Check(int rc, const std::string &key)
 {
-    switch (rc) {
-    case SYSTEM_INFO_ERROR_NONE:
-        return;
-    case SYSTEM_INFO_ERROR_INVALID_PARAMETER:
-        throw UsageError("invalid feature key '" + key + "'");
-    case SYSTEM_INFO_ERROR_NOT_SUPPORTED:
-        throw Failure("feature '" + key + "' is not set");
-    case SYSTEM_INFO_ERROR_IO_ERROR:
-        throw Failure("feature '" + key +
-                      "': the flag is malformed or the feature store is not accessible");
-    case SYSTEM_INFO_ERROR_OUT_OF_MEMORY:
-        throw Failure("feature '" + key + "': out of memory");
-    default:
-        throw Failure("feature '" + key + "': system info error " + std::to_string(rc));
-    }
+    CheckResult(rc, SYSTEM_INFO_ERROR_NONE, key,
+                {{SYSTEM_INFO_ERROR_INVALID_PARAMETER, true, "invalid feature key '%s'"},
+                 {SYSTEM_INFO_ERROR_NOT_SUPPORTED, false, "feature '%s' is not set"},
+                 {SYSTEM_INFO_ERROR_IO_ERROR, false,
+                  "feature '%s': the flag is malformed or the feature store is not accessible"},
+                 {SYSTEM_INFO_ERROR_OUT_OF_MEMORY, false, "feature '%s': out of memory"}},
+                "feature '%s': system info error %d");
 }
 
 bool ParseBool(const std::string &text)

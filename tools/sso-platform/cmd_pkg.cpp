@@ -28,29 +28,21 @@ std::vector<std::string> g_appIds;
 
 void Check(int rc, const std::string &package_id)
 {
-    switch (rc) {
-    case PACKAGE_MANAGER_ERROR_NONE:
-        return;
-    case PACKAGE_MANAGER_ERROR_INVALID_PARAMETER:
-        throw UsageError("invalid package '" + package_id +
-                         "' (ids are [A-Za-z0-9_.-], not starting with '.'; app ids hold no "
-                         "spaces)");
-    case PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE:
-        throw Failure("package '" + package_id + "' is not registered");
-    case PACKAGE_MANAGER_ERROR_IO_ERROR:
-        throw Failure("package '" + package_id +
-                      "': the entry is malformed or the registry is not accessible");
-    case PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY:
-        throw Failure("package '" + package_id + "': out of memory");
-    case PACKAGE_MANAGER_ERROR_UID_IN_USE:
-        throw Failure("package '" + package_id + "': the user id belongs to another package");
-    case PACKAGE_MANAGER_ERROR_NO_UID:
-        throw Failure("package '" + package_id + "': no user id (none free in " +
-                      std::to_string(PACKAGE_MANAGER_UID_MIN) + ".." +
-                      std::to_string(PACKAGE_MANAGER_UID_MAX) + ", or none in the entry)");
-    default:
-        throw Failure("package '" + package_id + "': package manager error " + std::to_string(rc));
-    }
+    CheckResult(
+        rc, PACKAGE_MANAGER_ERROR_NONE, package_id,
+        {{PACKAGE_MANAGER_ERROR_INVALID_PARAMETER, true,
+          "invalid package '%s' (ids are [A-Za-z0-9_.-], not starting with '.'; app ids hold no "
+          "spaces)"},
+         {PACKAGE_MANAGER_ERROR_NO_SUCH_PACKAGE, false, "package '%s' is not registered"},
+         {PACKAGE_MANAGER_ERROR_IO_ERROR, false,
+          "package '%s': the entry is malformed or the registry is not accessible"},
+         {PACKAGE_MANAGER_ERROR_OUT_OF_MEMORY, false, "package '%s': out of memory"},
+         {PACKAGE_MANAGER_ERROR_UID_IN_USE, false,
+          "package '%s': the user id belongs to another package"},
+         {PACKAGE_MANAGER_ERROR_NO_UID, false,
+          "package '%s': no user id (none free in " + std::to_string(PACKAGE_MANAGER_UID_MIN) +
+              ".." + std::to_string(PACKAGE_MANAGER_UID_MAX) + ", or none in the entry)"}},
+        "package '%s': package manager error %d");
 }
 
 // A certificate file in PEM or DER, as DER.

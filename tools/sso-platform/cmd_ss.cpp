@@ -47,38 +47,29 @@ private:
 // Turns a library result into the tool's error, naming the item.
 void Check(int rc, const std::string &item)
 {
-    const std::string name = "item '" + item + "'";
-    switch (rc) {
-    case SS_ERROR_NONE:
-        return;
-    case SS_ERROR_INVALID_PARAMETER:
-        throw UsageError("invalid item id '" + item + "' (1 to 255 bytes, no control characters)");
-    case SS_ERROR_NO_ITEM:
-        throw Failure(name + " does not exist");
-    case SS_ERROR_AUTHENTICATION:
-        throw Failure(name + " failed authentication (tampered, truncated, or written with "
-                             "another credential)");
-    case SS_ERROR_IO:
-        throw Failure(name + ": the secure storage under the platform root is not accessible");
-    case SS_ERROR_OUT_OF_MEMORY:
-        throw Failure(name + ": out of memory");
-    case SS_ERROR_CRYPTO:
-        throw Failure(name + ": cipher failure or missing or unusable device key");
-    case SS_ERROR_TOO_LARGE:
-        throw Failure(name + ": contents above the limit of " + std::to_string(SS_MAX_ITEM_SIZE) +
-                      " bytes");
-    case SS_ERROR_NOT_INITIALIZED:
-        throw Failure(name + ": credential not initialised");
-    case SS_ERROR_ACCESS_DENIED:
-        throw Failure(name + ": access denied to uid " + std::to_string(getuid()) +
-                      " (a package's data is for the package's user; writes, and every other "
-                      "item, for the SSO service's user and root)");
-    case SS_ERROR_SERVICE_UNAVAILABLE:
-        throw Failure(name + ": the storage service (sso-storaged) does not answer under " +
-                      "the platform root");
-    default:
-        throw Failure(name + ": secure storage error " + std::to_string(rc));
-    }
+    CheckResult(
+        rc, SS_ERROR_NONE, item,
+        {{SS_ERROR_INVALID_PARAMETER, true,
+          "invalid item id '%s' (1 to 255 bytes, no control characters)"},
+         {SS_ERROR_NO_ITEM, false, "item '%s' does not exist"},
+         {SS_ERROR_AUTHENTICATION, false,
+          "item '%s' failed authentication (tampered, truncated, or written with another "
+          "credential)"},
+         {SS_ERROR_IO, false,
+          "item '%s': the secure storage under the platform root is not accessible"},
+         {SS_ERROR_OUT_OF_MEMORY, false, "item '%s': out of memory"},
+         {SS_ERROR_CRYPTO, false, "item '%s': cipher failure or missing or unusable device key"},
+         {SS_ERROR_TOO_LARGE, false,
+          "item '%s': contents above the limit of " + std::to_string(SS_MAX_ITEM_SIZE) + " bytes"},
+         {SS_ERROR_NOT_INITIALIZED, false, "item '%s': credential not initialised"},
+         {SS_ERROR_ACCESS_DENIED, false,
+          "item '%s': access denied to uid " + std::to_string(getuid()) +
+              " (a package's data is for the package's user; writes, and every other item, for "
+              "the SSO service's user and root)"},
+         {SS_ERROR_SERVICE_UNAVAILABLE, false,
+          "item '%s': the storage service (sso-storaged) does not answer under the platform "
+          "root"}},
+        "item '%s': secure storage error %d");
 }
 
 uint32_t ParseModuleId(const std::string &text)

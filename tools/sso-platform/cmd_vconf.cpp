@@ -21,22 +21,14 @@ namespace {
 // Turns a library result into the tool's error, naming the key.
 void Check(int rc, const std::string &key)
 {
-    switch (rc) {
-    case VCONF_OK:
-        return;
-    case VCONF_ERROR_WRONG_PREFIX:
-        throw UsageError("invalid key name '" + key + "'");
-    case VCONF_ERROR_FILE_NO_ENT:
-        throw Failure("key '" + key + "' is not set");
-    case VCONF_ERROR_WRONG_TYPE:
-        throw Failure("key '" + key + "' holds a value of another type");
-    case VCONF_ERROR_FILE_PERM:
-        throw Failure("key '" + key + "': permission denied");
-    case VCONF_ERROR_FILE_ACCESS:
-        throw Failure("key '" + key + "': the settings store is not accessible");
-    default:
-        throw Failure("key '" + key + "': settings store error " + std::to_string(rc));
-    }
+    CheckResult(
+        rc, VCONF_OK, key,
+        {{VCONF_ERROR_WRONG_PREFIX, true, "invalid key name '%s'"},
+         {VCONF_ERROR_FILE_NO_ENT, false, "key '%s' is not set"},
+         {VCONF_ERROR_WRONG_TYPE, false, "key '%s' holds a value of another type"},
+         {VCONF_ERROR_FILE_PERM, false, "key '%s': permission denied"},
+         {VCONF_ERROR_FILE_ACCESS, false, "key '%s': the settings store is not accessible"}},
+        "key '%s': settings store error %d");
 }
 
 const char *BoolText(int v)

@@ -65,6 +65,10 @@ const char *sso_platform_file_kind(mode_t mode);
  * writer's temporary ".<name>.XXXXXX" must still fit NAME_MAX. */
 #define SSO_PLATFORM_MAX_FILE_NAME (NAME_MAX - 8)
 
+/* Whether name can name something the platform stores (settings key, app id,
+ * flag): not NULL, 1 to max_len bytes, no control characters. */
+int sso_platform_valid_name(const char *name, size_t max_len);
+
 /* Turns a name (settings key, app id, flag, item id) into a file name: ASCII
  * letters, digits, '_', '.' and '-' stay as they are, except a leading '.';
  * every other byte becomes "%XX" (upper-case hex). out has room for
