@@ -121,12 +121,14 @@ public:
             r.request_app_id = AppIdOf(request);
             r.thread = std::this_thread::get_id();
             auto *replies = static_cast<Replies *>(self);
-            replies->Add(std::move(r));
+            // What to run next is read before the reply is recorded: a test
+            // that saw the reply may end and take the recorder with it.
             std::function<void()> then;
             {
                 std::lock_guard<std::mutex> lock(replies->mutex_);
                 then = replies->then_;
             }
+            replies->Add(std::move(r));
             if (then)
                 then();
         } catch (...) {
