@@ -282,6 +282,22 @@ int g_window;
 
 using P = std::map<std::string, Expect>;
 
+// A getter that hands out a text: one pointer to fill, nothing else.
+Entry TextGetter(const char *name, const char *out, int (*get)(char **))
+{
+    return Entry{
+        name, 0, {{out, RequiredPointer()}}, [out, get](Args &a) { return get(a.Out(out)); }};
+}
+
+// A getter that fills one value of type T: one pointer, nothing else.
+template <typename T> Entry ValueGetter(const char *name, const char *out, int (*get)(T *))
+{
+    return Entry{name, 0, {{out, RequiredPointer()}}, [out, get](Args &a) {
+                     T value{};
+                     return get(a.Ptr<T *>(out, &value));
+                 }};
+}
+
 // Shorthands for the callbacks and user data of the request families.
 #define CB(type, fn) a.Ptr<type>("callback", &fn)
 #define UD a.Ptr<void *>("user_data", Ud())
@@ -295,11 +311,6 @@ std::vector<Entry> Table()
             all[e.first] = e.second;
         return all;
     };
-    // A getter that hands out a text: one pointer to fill, nothing else.
-    auto textGetter = [](const char *name, const char *out, int (*get)(char **)) {
-        return Entry{
-            name, 0, {{out, RequiredPointer()}}, [out, get](Args &a) { return get(a.Out(out)); }};
-    };
     return {
         // ---- link
         {"sso_check_alive", 0, {}, nullptr},
@@ -312,42 +323,18 @@ std::vector<Entry> Table()
         {"sso_give_proxy", 0, {}, nullptr},
         {"get_size_of_sso_login_info_s", 0, {}, nullptr},
         // ---- synchronous queries
-        {"sso_get_login_state",
-         0,
-         {{"state", RequiredPointer()}},
-         [](Args &a) {
-             sso_login_state s;
-             return sso_get_login_state(a.Ptr<sso_login_state *>("state", &s));
-         }},
-        {"sso_get_account_number",
-         0,
-         {{"count", RequiredPointer()}},
-         [](Args &a) {
-             int n;
-             return sso_get_account_number(a.Ptr<int *>("count", &n));
-         }},
-        textGetter("sso_get_guid", "guid", &sso_get_guid),
-        textGetter("sso_get_login_vd_uid", "uid", &sso_get_login_vd_uid),
-        textGetter("sso_get_auth_token", "auth_token", &sso_get_auth_token),
-        textGetter("sso_get_device_id", "device_id", &sso_get_device_id),
-        {"sso_get_login_info",
-         0,
-         {{"login_info", RequiredPointer()}},
-         [](Args &a) {
-             sso_login_info_s info;
-             return sso_get_login_info(a.Ptr<sso_login_info_s *>("login_info", &info));
-         }},
-        textGetter("sso_get_login_user_id", "user_id", &sso_get_login_user_id),
-        textGetter("sso_get_login_json_info", "json", &sso_get_login_json_info),
-        textGetter("sso_get_accounts", "accounts", &sso_get_accounts),
-        {"sso_get_popup_state",
-         0,
-         {{"state", RequiredPointer()}},
-         [](Args &a) {
-             int s;
-             return sso_get_popup_state(a.Ptr<int *>("state", &s));
-         }},
-        textGetter("sso_get_account_ui_application_package_id", "package_id",
+        ValueGetter("sso_get_login_state", "state", &sso_get_login_state),
+        ValueGetter("sso_get_account_number", "count", &sso_get_account_number),
+        TextGetter("sso_get_guid", "guid", &sso_get_guid),
+        TextGetter("sso_get_login_vd_uid", "uid", &sso_get_login_vd_uid),
+        TextGetter("sso_get_auth_token", "auth_token", &sso_get_auth_token),
+        TextGetter("sso_get_device_id", "device_id", &sso_get_device_id),
+        ValueGetter("sso_get_login_info", "login_info", &sso_get_login_info),
+        TextGetter("sso_get_login_user_id", "user_id", &sso_get_login_user_id),
+        TextGetter("sso_get_login_json_info", "json", &sso_get_login_json_info),
+        TextGetter("sso_get_accounts", "accounts", &sso_get_accounts),
+        ValueGetter("sso_get_popup_state", "state", &sso_get_popup_state),
+        TextGetter("sso_get_account_ui_application_package_id", "package_id",
                    &sso_get_account_ui_application_package_id),
         // ---- login-state notification: a null callback is a subscriber
         // that hears nothing; the user data is never looked at.
