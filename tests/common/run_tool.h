@@ -57,6 +57,12 @@ inline ToolResult RunTool(const std::string &tool, const std::vector<std::string
     return result;
 }
 
+// Whether a tool's output (or any text) contains needle.
+inline bool Has(const std::string &text, const std::string &needle)
+{
+    return text.find(needle) != std::string::npos;
+}
+
 // sso-platform, the platform's admin tool, which most platform tests drive.
 using CliResult = ToolResult;
 inline CliResult RunCli(const std::vector<std::string> &args,

@@ -15,7 +15,9 @@
 #include <vector>
 
 #include "cxx_sim_support.h"
+#include "json_text.h"
 #include "loop_thread.h"
+#include "signed_package.h"
 #include "test_certs.h"
 
 namespace {
@@ -27,15 +29,7 @@ bool StartsWith(const std::string &text, const std::string &prefix)
     return text.rfind(prefix, 0) == 0;
 }
 
-Json::Value Parse(const std::string &text)
-{
-    Json::Value v;
-    Json::CharReaderBuilder builder;
-    std::string errors;
-    std::istringstream in(text);
-    EXPECT_TRUE(Json::parseFromStream(builder, in, &v, &errors)) << errors << ": " << text;
-    return v;
-}
+using ssotest::ParseJson;
 
 #define EXPECT_BOTH_OK(both)                                                                       \
     do {                                                                                           \
@@ -112,7 +106,7 @@ TEST_F(CxxRequests, AccountOperationsInBothForms)
 {
     auto list = RunBoth(sso::request_account_list, {});
     EXPECT_BOTH_OK(list);
-    EXPECT_EQ(Parse(list.future.value())["account_count"].asInt(), 2);
+    EXPECT_EQ(ParseJson(list.future.value())["account_count"].asInt(), 2);
 
     auto verified = RunBoth(sso::verify_password, {kKimPassword});
     EXPECT_BOTH_OK(verified);
@@ -133,7 +127,7 @@ TEST_F(CxxRequests, AccountOperationsInBothForms)
 
     auto toLee = RunBoth(sso::switch_account, {kLee, std::nullopt});
     EXPECT_BOTH_OK(toLee);
-    EXPECT_EQ(Parse(toLee.callback.value())["account_guid"].asString(), leeGuid_);
+    EXPECT_EQ(ParseJson(toLee.callback.value())["account_guid"].asString(), leeGuid_);
     EXPECT_EQ(sso::guid().value().str(), leeGuid_);
     EXPECT_BOTH_OK(RunBoth(sso::switch_account_by_guid, {kimGuid_, "extra"}));
     EXPECT_EQ(sso::guid().value().str(), kimGuid_);
@@ -173,7 +167,7 @@ TEST_F(CxxRequests, DeviceAccountCreationInBothForms)
     auto flagged =
         RunBoth(sso::generate_token_with_auth_code_delete_flag, {kLee, "AC.any", true, "DSC"});
     EXPECT_BOTH_OK(flagged);
-    EXPECT_EQ(Parse(flagged.future.value())["account_id"].asString(), kLee);
+    EXPECT_EQ(ParseJson(flagged.future.value())["account_id"].asString(), kLee);
     auto withPassword = RunBoth(sso::generate_token_with_password, {kKim, kKimPassword, false});
     EXPECT_BOTH_OK(withPassword);
     auto registered = RunBoth(sso::register_account, {"new3@example.com", "AC.any", "", false});
@@ -201,7 +195,7 @@ TEST_F(CxxRequests, ProfileAndGroupsInBothForms)
 {
     auto text = RunBoth(sso::request_user_info_text, {});
     EXPECT_BOTH_OK(text);
-    EXPECT_FALSE(Parse(text.future.value())["user_id"].asString().empty());
+    EXPECT_FALSE(ParseJson(text.future.value())["user_id"].asString().empty());
 
     auto record = RunBoth(sso::request_user_info, {});
     EXPECT_BOTH_OK(record);
@@ -212,7 +206,7 @@ TEST_F(CxxRequests, ProfileAndGroupsInBothForms)
 
     auto json = RunBoth(sso::request_user_json_info, {});
     EXPECT_BOTH_OK(json);
-    EXPECT_EQ(Parse(json.callback.value())["userCountryCode"].asString(), "KOR");
+    EXPECT_EQ(ParseJson(json.callback.value())["userCountryCode"].asString(), "KOR");
 
     auto identity = RunBoth(sso::request_identity_info, {});
     EXPECT_BOTH_OK(identity);
@@ -227,11 +221,11 @@ TEST_F(CxxRequests, ProfileAndGroupsInBothForms)
     std::string token = sso::request_access_token({kAppId, "s3cret", std::nullopt}).value();
     auto family = RunBoth(sso::request_family_group, {kAppId, token});
     EXPECT_BOTH_OK(family);
-    std::string group = Parse(family.future.value())["groupId"].asString();
+    std::string group = ParseJson(family.future.value())["groupId"].asString();
     ASSERT_FALSE(group.empty());
     auto users = RunBoth(sso::request_group_users, {kAppId, token, group});
     EXPECT_BOTH_OK(users);
-    EXPECT_EQ(Parse(users.callback.value())["groupId"].asString(), group);
+    EXPECT_EQ(ParseJson(users.callback.value())["groupId"].asString(), group);
     auto notMine = sso::request_group_users({kAppId, token, "FG-other"}).get();
     EXPECT_EQ(notMine.code(), ssotest::kSimResultNoSuchGroup);
 }
@@ -240,11 +234,7 @@ TEST_F(CxxRequests, WhitelistTokensInBothFormsAndReadBackLocally)
 {
     constexpr const char *kPackage = "org.example.cxx.pkg";
     certtest::TestCert cert = certtest::MakeCert(root_.path());
-    std::vector<unsigned char> der = certtest::ReadBytes(cert.der);
-    package_manager_cert_s pkgCert{PACKAGE_INFO_AUTHOR_SIGNER_CERT, der.data(), der.size()};
-    const char *apps[] = {kAppId};
-    ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE,
-              package_manager_add_package(kPackage, apps, 1, &pkgCert, 1));
+    ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE, certtest::AddSignedPackage(cert, kPackage, kAppId));
     ASSERT_FALSE(sso::identify_caller());
 
     auto whitelist = RunBoth(sso::request_whitelist_access_token, {kAppId, "scope"});
@@ -281,7 +271,7 @@ TEST_F(CxxRequests, SynchronousCallsGiveValuesAndOwnedTexts)
     sso::LoginInfo info = sso::login_info().value();
     EXPECT_EQ(info.login_id, kKim);
     EXPECT_EQ(info.guid, kimGuid_);
-    EXPECT_EQ(Parse(sso::login_json().value().str())["loginid"].asString(), kKim);
+    EXPECT_EQ(ParseJson(sso::login_json().value().str())["loginid"].asString(), kKim);
     EXPECT_NE(sso::accounts_json().value().view().find(kLee), std::string_view::npos);
     // Unset until the account UI writes it.
     EXPECT_FALSE(sso::popup_shown());

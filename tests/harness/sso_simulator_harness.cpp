@@ -90,6 +90,18 @@ SimulatorCommandResult RunSimulatorCommand(const std::vector<std::string> &args,
     return RunTool("sso-simulator", args, env, std::nullopt, timeout);
 }
 
+void ExpectUsageErrors(const std::vector<std::vector<std::string>> &commandLines)
+{
+    for (const auto &args : commandLines) {
+        SimulatorCommandResult r = RunSimulatorCommand(args);
+        std::string joined;
+        for (const auto &a : args)
+            joined += a + " ";
+        EXPECT_EQ(2, r.status) << joined << "\n" << r.err;
+        EXPECT_TRUE(Has(r.err, "--help")) << joined << "\n" << r.err;
+    }
+}
+
 // ----------------------------------------------------------------- Simulator
 
 Simulator::~Simulator()

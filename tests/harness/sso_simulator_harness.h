@@ -203,6 +203,10 @@ RunSimulatorCommand(const std::vector<std::string> &args,
                     const std::map<std::string, std::string> &env = {},
                     std::chrono::milliseconds timeout = std::chrono::seconds(30));
 
+// Runs each command line and expects it refused as misuse: exit status 2 and
+// a pointer to --help on stderr.
+void ExpectUsageErrors(const std::vector<std::vector<std::string>> &commandLines);
+
 class Simulator {
 public:
     Simulator() = default;

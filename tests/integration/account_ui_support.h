@@ -21,9 +21,9 @@
 
 namespace uitest {
 
-inline constexpr const char *kAccountApp = "com.veltra.tv.CSAccount";
-inline constexpr const char *kPinApp = "com.veltra.tv.CSAccountPIN";
-inline constexpr const char *kWebApp = "QHVMP48x7k.WebAccountExtension";
+using apptest::kAccountApp;
+using apptest::kPinApp;
+using apptest::kWebApp;
 inline constexpr const char *kCaller = "org.orvex.test.caller";
 inline constexpr const char *kViewStateKey = "memory/sso/view_status";
 inline constexpr const char *kLoginStateKey = "db/sso/login_status";
@@ -90,7 +90,7 @@ protected:
     static std::string AppPath() { return ssotest::ToolPath("sso-account-ui-test"); }
     static void SetLoginState(int value) { ASSERT_EQ(vconf_set_int(kLoginStateKey, value), 0); }
 
-    std::string RunDir() const { return root_.path() + "/run/sso-account-ui"; }
+    std::string RunDir() const { return apptest::AccountUiRunDir(root_.path()); }
     std::string RecordPath(const std::string &appId) const
     {
         return RunDir() + "/" + appId + ".record";
@@ -98,11 +98,7 @@ protected:
     // Script lines for one application id, "name=value" each.
     void Script(const std::string &appId, const std::vector<std::string> &lines) const
     {
-        mkdir((root_.path() + "/run").c_str(), 0700);
-        mkdir(RunDir().c_str(), 0700);
-        std::ofstream out(RunDir() + "/" + appId + ".script", std::ios::trunc);
-        for (const auto &line : lines)
-            out << line << "\n";
+        apptest::ScriptAccountUi(root_.path(), appId, lines);
     }
     apptest::Record WaitForRecord(const std::string &appId) const
     {

@@ -11,7 +11,25 @@ using namespace uitest;
 
 constexpr const char *kOperationDefault = APP_CONTROL_OPERATION_DEFAULT;
 
-class Show : public AccountUiTest {};
+class Show : public AccountUiTest {
+protected:
+    // With app gone from the device, sso_show(type) fails to launch: it
+    // returns 1, arms no view-state callback and logs the failure.
+    void ExpectLaunchFailure(const char *app, int type)
+    {
+        ASSERT_EQ(app_control_unregister_app(app), APP_CONTROL_ERROR_NONE);
+        int rc = -2;
+        sso_account_ui_result_cb armed = &RecordSecond;
+        loop_.Run([&] {
+            rc = sso_show(type, nullptr, kCaller, RecordFirst, nullptr);
+            armed = sso_private_armed_view_state_callback();
+        });
+        EXPECT_EQ(rc, 1);
+        EXPECT_EQ(armed, nullptr);
+        // The failure names the application id that was set first.
+        EXPECT_TRUE(log().Contains("Failed to launch [com.veltra.tv.CSAccount], result is ["));
+    }
+};
 
 // What one sso_show type sends.
 struct ShowCase {
@@ -317,16 +335,7 @@ TEST_F(Show, IsNotRefusedWhenSignedOut)
 
 TEST_F(Show, LaunchFailureReturns1WithoutCallbackAndDisarms)
 {
-    ASSERT_EQ(app_control_unregister_app(kAccountApp), APP_CONTROL_ERROR_NONE);
-    int rc = -2;
-    sso_account_ui_result_cb armed = &RecordSecond;
-    loop_.Run([&] {
-        rc = sso_show(0, nullptr, kCaller, RecordFirst, nullptr);
-        armed = sso_private_armed_view_state_callback();
-    });
-    EXPECT_EQ(rc, 1);
-    EXPECT_EQ(armed, nullptr);
-    EXPECT_TRUE(log().Contains("Failed to launch [com.veltra.tv.CSAccount], result is ["));
+    ExpectLaunchFailure(kAccountApp, 0);
     // A later close of some view reports nothing.
     ASSERT_EQ(vconf_set_int(kViewStateKey, 0), 0);
     ASSERT_TRUE(ssotest::WaitUntil(
@@ -337,18 +346,8 @@ TEST_F(Show, LaunchFailureReturns1WithoutCallbackAndDisarms)
 
 TEST_F(Show, WebPageLaunchFailureReturns1WithoutCallbackAndDisarms)
 {
-    ASSERT_EQ(app_control_unregister_app(kWebApp), APP_CONTROL_ERROR_NONE);
-    int rc = -2;
-    sso_account_ui_result_cb armed = &RecordSecond;
-    loop_.Run([&] {
-        rc = sso_show(8, nullptr, kCaller, RecordFirst, nullptr);
-        armed = sso_private_armed_view_state_callback();
-    });
-    EXPECT_EQ(rc, 1);
-    EXPECT_EQ(armed, nullptr);
+    ExpectLaunchFailure(kWebApp, 8);
     EXPECT_EQ(FirstCalls().Count(), 0u);
-    // The failure names the application id that was set first.
-    EXPECT_TRUE(log().Contains("Failed to launch [com.veltra.tv.CSAccount], result is ["));
 }
 
 TEST_F(Show, NullArgumentsAreRefused)

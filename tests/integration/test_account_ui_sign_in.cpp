@@ -48,7 +48,7 @@ protected:
         loop_.Stop();
         SimulatorTest::TearDown();
     }
-    std::string RunDir() const { return root_.path() + "/run/sso-account-ui"; }
+    std::string RunDir() const { return apptest::AccountUiRunDir(root_.path()); }
 
     vconftest::LoopThread loop_;
 };
@@ -60,12 +60,7 @@ TEST_F(SignInPage, SignsInBeforeTheViewClosesThenVerificationIsLaunched)
     });
     EXPECT_EQ(FirstCalls().Count(), 0u);
 
-    mkdir((root_.path() + "/run").c_str(), 0700);
-    mkdir(RunDir().c_str(), 0700);
-    {
-        std::ofstream script(RunDir() + "/script");
-        script << "sign_in=kim@example.com\n";
-    }
+    apptest::ScriptAccountUi(root_.path(), "", {"sign_in=kim@example.com"});
     loop_.Run([] { ASSERT_EQ(sso_show(1, nullptr, kCaller, OnClosed, nullptr), 0); });
     ASSERT_TRUE(ssotest::WaitUntil([] { return Closes() >= 1; }, std::chrono::seconds(20)));
     apptest::Record done =
@@ -78,10 +73,7 @@ TEST_F(SignInPage, SignsInBeforeTheViewClosesThenVerificationIsLaunched)
     }
 
     // The verification page only answers.
-    {
-        std::ofstream script(RunDir() + "/script", std::ios::trunc);
-        script << "Result=Complete\nResponse=Verified\n";
-    }
+    apptest::ScriptAccountUi(root_.path(), "", {"Result=Complete", "Response=Verified"});
     loop_.Run([] {
         ASSERT_EQ(sso_request_account_verification("kim@example.com", RecordFirst, nullptr), 0);
     });

@@ -207,6 +207,43 @@ INSTANTIATE_TEST_SUITE_P(
                     "pAauthKey or pMethod or pCallback is null"}),
     CaseName);
 
+// Members that check both the login state and the service's liveness.
+const RefusalCase kAccessTokenWithScope{
+    "AccessTokenWithScope",
+    [] { return sso_request_access_token_with_scope("a", "s", nullptr, &StringCb, &g_ud); }, ""};
+const RefusalCase kAccessToken{
+    "AccessToken", [] { return sso_request_access_token("a", "s", &StringCb, &g_ud); }, ""};
+const RefusalCase kAuthCode{
+    "AuthCode", [] { return sso_request_auth_code("a", nullptr, &StringCb, &g_ud); }, ""};
+const RefusalCase kUserAuthcode{
+    "UserAuthcode", [] { return sso_request_user_authcode("a", nullptr, &StringCb, &g_ud); }, ""};
+const RefusalCase kRequestCurrentAccountNoti{"RequestCurrentAccountNoti",
+                                             [] { return sso_request_current_account_noti(); }, ""};
+const RefusalCase kFamilyGroup{
+    "FamilyGroup", [] { return sso_get_user_family_group("a", "t", &StringCb, &g_ud); }, ""};
+const RefusalCase kGroupUsers{
+    "GroupUsers", [] { return sso_get_user_group_users("a", "t", "g", &StringCb, &g_ud); }, ""};
+const RefusalCase kUserAuthcodeWithDsc{"UserAuthcodeWithDsc",
+                                       [] {
+                                           return sso_request_user_authcode_with_dsc(
+                                               "a", nullptr, nullptr, nullptr, &StringCb, &g_ud);
+                                       },
+                                       ""};
+const RefusalCase kUserAuthcodeWithChallenge{"UserAuthcodeWithChallenge",
+                                             [] {
+                                                 return sso_request_user_authcode_with_challenge(
+                                                     "a", nullptr, nullptr, nullptr, "ch",
+                                                     &StringCb, &g_ud);
+                                             },
+                                             ""};
+const RefusalCase kUserAuthcodeWithVerifier{"UserAuthcodeWithVerifier",
+                                            [] {
+                                                return sso_request_user_authcode_with_verifier(
+                                                    "a", nullptr, nullptr, nullptr, "v", &StringCb,
+                                                    &g_ud);
+                                            },
+                                            ""};
+
 // ------------------------------------------------------ nobody signed in
 
 class RequestsSignedOut : public Requests {
@@ -230,22 +267,14 @@ TEST_P(RequestsNotLoggedIn, IsRefusedWithoutSending)
 INSTANTIATE_TEST_SUITE_P(
     EveryLoginCheckingMember, RequestsNotLoggedIn,
     ::testing::Values(
-        RefusalCase{
-            "AccessTokenWithScope",
-            [] { return sso_request_access_token_with_scope("a", "s", nullptr, &StringCb, &g_ud); },
-            ""},
-        RefusalCase{"AccessToken",
-                    [] { return sso_request_access_token("a", "s", &StringCb, &g_ud); }, ""},
+        kAccessTokenWithScope, kAccessToken,
         RefusalCase{"AccessTokenUsingAuthcode",
                     [] {
                         return sso_request_access_token_using_authcode("a", "s", "c", nullptr,
                                                                        &StringCb, &g_ud);
                     },
                     ""},
-        RefusalCase{"AuthCode",
-                    [] { return sso_request_auth_code("a", nullptr, &StringCb, &g_ud); }, ""},
-        RefusalCase{"UserAuthcode",
-                    [] { return sso_request_user_authcode("a", nullptr, &StringCb, &g_ud); }, ""},
+        kAuthCode, kUserAuthcode,
         RefusalCase{"EffortlessLogin",
                     [] {
                         return sso_request_auth_code_for_effortless_login("a", nullptr, &StringCb,
@@ -255,34 +284,13 @@ INSTANTIATE_TEST_SUITE_P(
         RefusalCase{"PerformLogout", [] { return sso_perform_logout(&StringCb, &g_ud, "c"); }, ""},
         RefusalCase{"VerifyPassword", [] { return sso_verify_password("p", &StringCb, &g_ud); },
                     ""},
-        RefusalCase{"RequestCurrentAccountNoti", [] { return sso_request_current_account_noti(); },
-                    ""},
+        kRequestCurrentAccountNoti,
         RefusalCase{"UserInfoV4", [] { return sso_get_user_info_v4(&StringCb, &g_ud); }, ""},
         RefusalCase{"UserInfo", [] { return sso_get_user_info(&UserInfoCb, &g_ud); }, ""},
         RefusalCase{"Namecheck", [] { return sso_get_namecheck_auth_info(&NameCheckCb, &g_ud); },
                     ""},
-        RefusalCase{"FamilyGroup",
-                    [] { return sso_get_user_family_group("a", "t", &StringCb, &g_ud); }, ""},
-        RefusalCase{"GroupUsers",
-                    [] { return sso_get_user_group_users("a", "t", "g", &StringCb, &g_ud); }, ""},
-        RefusalCase{"UserAuthcodeWithDsc",
-                    [] {
-                        return sso_request_user_authcode_with_dsc("a", nullptr, nullptr, nullptr,
-                                                                  &StringCb, &g_ud);
-                    },
-                    ""},
-        RefusalCase{"UserAuthcodeWithChallenge",
-                    [] {
-                        return sso_request_user_authcode_with_challenge(
-                            "a", nullptr, nullptr, nullptr, "ch", &StringCb, &g_ud);
-                    },
-                    ""},
-        RefusalCase{"UserAuthcodeWithVerifier",
-                    [] {
-                        return sso_request_user_authcode_with_verifier(
-                            "a", nullptr, nullptr, nullptr, "v", &StringCb, &g_ud);
-                    },
-                    ""},
+        kFamilyGroup, kGroupUsers, kUserAuthcodeWithDsc, kUserAuthcodeWithChallenge,
+        kUserAuthcodeWithVerifier,
         RefusalCase{"UserJsonInfo", [] { return sso_get_user_json_info(&JsonCb, &g_ud); }, ""}),
     CaseName);
 
@@ -309,46 +317,15 @@ TEST_P(RequestsServiceNotAlive, IsRefusedAfterTheFailedLivenessCheck)
 INSTANTIATE_TEST_SUITE_P(
     EveryLivenessCheckingMember, RequestsServiceNotAlive,
     ::testing::Values(
-        RefusalCase{
-            "AccessTokenWithScope",
-            [] { return sso_request_access_token_with_scope("a", "s", nullptr, &StringCb, &g_ud); },
-            ""},
-        RefusalCase{"AccessToken",
-                    [] { return sso_request_access_token("a", "s", &StringCb, &g_ud); }, ""},
-        RefusalCase{"AuthCode",
-                    [] { return sso_request_auth_code("a", nullptr, &StringCb, &g_ud); }, ""},
-        RefusalCase{"UserAuthcode",
-                    [] { return sso_request_user_authcode("a", nullptr, &StringCb, &g_ud); }, ""},
+        kAccessTokenWithScope, kAccessToken, kAuthCode, kUserAuthcode,
         RefusalCase{"DeviceAuthcode",
                     [] { return sso_request_device_authcode("a", nullptr, &StringCb, &g_ud); }, ""},
         RefusalCase{"RequestAccountList", [] { return sso_request_account_list(&StringCb, &g_ud); },
                     ""},
         RefusalCase{"RequestResetPasswd",
                     [] { return sso_request_reset_passwd("e@example.com", &StringCb, &g_ud); }, ""},
-        RefusalCase{"RequestCurrentAccountNoti", [] { return sso_request_current_account_noti(); },
-                    ""},
-        RefusalCase{"FamilyGroup",
-                    [] { return sso_get_user_family_group("a", "t", &StringCb, &g_ud); }, ""},
-        RefusalCase{"GroupUsers",
-                    [] { return sso_get_user_group_users("a", "t", "g", &StringCb, &g_ud); }, ""},
-        RefusalCase{"UserAuthcodeWithDsc",
-                    [] {
-                        return sso_request_user_authcode_with_dsc("a", nullptr, nullptr, nullptr,
-                                                                  &StringCb, &g_ud);
-                    },
-                    ""},
-        RefusalCase{"UserAuthcodeWithChallenge",
-                    [] {
-                        return sso_request_user_authcode_with_challenge(
-                            "a", nullptr, nullptr, nullptr, "ch", &StringCb, &g_ud);
-                    },
-                    ""},
-        RefusalCase{"UserAuthcodeWithVerifier",
-                    [] {
-                        return sso_request_user_authcode_with_verifier(
-                            "a", nullptr, nullptr, nullptr, "v", &StringCb, &g_ud);
-                    },
-                    ""}),
+        kRequestCurrentAccountNoti, kFamilyGroup, kGroupUsers, kUserAuthcodeWithDsc,
+        kUserAuthcodeWithChallenge, kUserAuthcodeWithVerifier),
     CaseName);
 
 TEST_F(Requests, WithTheServiceStoppedAFirstRequestFailsItsLivenessCheck)

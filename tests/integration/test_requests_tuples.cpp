@@ -468,7 +468,21 @@ const std::vector<RequestCase> &Cases()
     return cases;
 }
 
-class RequestsPerMember : public Requests, public ::testing::WithParamInterface<RequestCase> {};
+class RequestsPerMember : public Requests, public ::testing::WithParamInterface<RequestCase> {
+protected:
+    // Sends the member's request with its payloads scripted and waits for
+    // its result.
+    void SendAndWait()
+    {
+        const RequestCase &c = GetParam();
+        ssotest::Behaviour behaviour;
+        behaviour.payloads = c.payloads;
+        sim_.Configure(c.serverMethod, behaviour);
+        int userData = 0;
+        ASSERT_EQ(c.send(&userData), 0);
+        ASSERT_TRUE(WaitForCalls(1)) << "no callback for " << c.name;
+    }
+};
 
 TEST_P(RequestsPerMember, SendsItsExactTupleWithConsecutiveEventIndexesFromZero)
 {
@@ -525,12 +539,7 @@ TEST_P(RequestsPerMember, DeliversTheResultToTheCallbackInTheFormOfItsShape)
 TEST_P(RequestsPerMember, LogsNoSecretWithoutTheDebugMarker)
 {
     const RequestCase &c = GetParam();
-    ssotest::Behaviour behaviour;
-    behaviour.payloads = c.payloads;
-    sim_.Configure(c.serverMethod, behaviour);
-    int userData = 0;
-    ASSERT_EQ(c.send(&userData), 0);
-    ASSERT_TRUE(WaitForCalls(1));
+    SendAndWait();
     std::string text = LibraryLog();
     EXPECT_NE(text.find("[START] "), std::string::npos);
     EXPECT_EQ(text.find("[DEVEL]"), std::string::npos);
@@ -543,12 +552,7 @@ TEST_P(RequestsPerMember, LogsItsSecretsOnlyInDevelLinesWithTheDebugMarker)
 {
     const RequestCase &c = GetParam();
     root_.CreateDeviceFile("/etc/debug");
-    ssotest::Behaviour behaviour;
-    behaviour.payloads = c.payloads;
-    sim_.Configure(c.serverMethod, behaviour);
-    int userData = 0;
-    ASSERT_EQ(c.send(&userData), 0);
-    ASSERT_TRUE(WaitForCalls(1));
+    SendAndWait();
     // A multi-line [DEVEL] record continues on lines of its own.
     bool inDevel = false;
     for (const auto &line : log().Lines()) {

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "signed_package.h"
 #include "test_certs.h"
 #include "test_requests_support.h"
 
@@ -51,12 +52,8 @@ protected:
     void Register(const std::string &package, const std::string &app, bool withCert)
     {
         cert_ = certtest::MakeCert(root_.path());
-        std::vector<unsigned char> der = certtest::ReadBytes(cert_.der);
-        package_manager_cert_s cert{PACKAGE_INFO_AUTHOR_SIGNER_CERT, der.data(), der.size()};
-        const char *apps[] = {app.c_str()};
         ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE,
-                  package_manager_add_package(package.c_str(), apps, 1, withCert ? &cert : nullptr,
-                                              withCert ? 1 : 0));
+                  certtest::AddSignedPackage(cert_, package, app, withCert));
     }
 
     std::string Signature() const { return certtest::OpensslKeyDigest(cert_.pem, "sha256"); }

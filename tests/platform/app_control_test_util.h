@@ -7,6 +7,7 @@
 #include <app_control_registry.h>
 #include <glib.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,6 +42,12 @@ inline std::string TestAppPath()
     return ssotest::ToolPath("app_control_test_app");
 }
 inline constexpr const char *kTestAppId = "org.orvex.test.app";
+
+// The ids of the device's account UI: the account pages, the PIN pad and the
+// web account pages.
+inline constexpr const char *kAccountApp = "com.veltra.tv.CSAccount";
+inline constexpr const char *kPinApp = "com.veltra.tv.CSAccountPIN";
+inline constexpr const char *kWebApp = "QHVMP48x7k.WebAccountExtension";
 
 using LoopThread = ssotest::LoopThread;
 
@@ -213,6 +220,26 @@ inline Record ParseRecord(const std::string &text)
         r.lines.emplace_back(Unescape(line.substr(0, eq)), Unescape(line.substr(eq + 1)));
     }
     return r;
+}
+
+// Where the account UI stand-in, run in the platform root root, reads its
+// scripts and leaves its records.
+inline std::string AccountUiRunDir(const std::string &root)
+{
+    return root + "/run/sso-account-ui";
+}
+
+// Scripts what the account UI stand-in does when launched as appId (as any
+// id when appId is ""): "name=value" lines.
+inline void ScriptAccountUi(const std::string &root, const std::string &appId,
+                            const std::vector<std::string> &lines)
+{
+    mkdir((root + "/run").c_str(), 0700);
+    mkdir(AccountUiRunDir(root).c_str(), 0700);
+    const std::string name = appId.empty() ? "script" : appId + ".script";
+    std::ofstream out(AccountUiRunDir(root) + "/" + name, std::ios::trunc);
+    for (const auto &line : lines)
+        out << line << "\n";
 }
 
 // Waits for the record at path to appear and reads it.

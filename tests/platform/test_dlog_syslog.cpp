@@ -17,6 +17,7 @@
 #include <string>
 
 #include "sso_test_harness.h"
+#include "unix_socket.h"
 
 namespace {
 
@@ -28,14 +29,8 @@ public:
 
     void Bind()
     {
-        fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        struct sockaddr_un addr;
-        memset(&addr, 0, sizeof(addr));
-        addr.sun_family = AF_UNIX;
-        snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", path_.c_str());
-        unlink(path_.c_str());
-        ASSERT_EQ(bind(fd_, reinterpret_cast<struct sockaddr *>(&addr), sizeof(addr)), 0)
-            << strerror(errno);
+        fd_ = ssotest::BindUnixSocket(SOCK_DGRAM, path_);
+        ASSERT_GE(fd_, 0) << strerror(errno);
     }
     void Close()
     {

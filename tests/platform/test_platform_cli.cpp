@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "app_control_test_util.h"
+#include "json_text.h"
 #include "sso_test_harness.h"
 #include "test_files.h"
 
@@ -26,21 +27,8 @@ namespace {
 
 using apptest::CliResult;
 using apptest::RunCli;
-
-bool Has(const std::string &text, const std::string &needle)
-{
-    return text.find(needle) != std::string::npos;
-}
-
-Json::Value ParseOne(const std::string &line)
-{
-    Json::CharReaderBuilder builder;
-    Json::Value value;
-    std::string errors;
-    std::istringstream in(line);
-    EXPECT_TRUE(Json::parseFromStream(builder, in, &value, &errors)) << errors << line;
-    return value;
-}
+using ssotest::Has;
+using ssotest::ParseJson;
 
 std::vector<std::string> Lines(const std::string &text)
 {
@@ -106,7 +94,7 @@ TEST_F(PlatformCli, VconfGetJsonSaysWhatTheTextSays)
         EXPECT_EQ(c.text, RunCli({"vconf", "get", c.key}).out);
         CliResult r = RunCli({"vconf", "get", c.key, "--json"});
         ASSERT_EQ(0, r.status) << r.err;
-        const Json::Value doc = ParseOne(r.out);
+        const Json::Value doc = ParseJson(r.out);
         EXPECT_EQ(c.key, doc["key"].asString());
         EXPECT_EQ(c.type, doc["type"].asString());
         EXPECT_EQ(c.value, doc["value"]);
@@ -179,7 +167,7 @@ TEST_F(PlatformCli, FeatureListShowsEveryFlagAndMarksMalformedOnes)
     EXPECT_EQ("com.veltra/featureconf/a\tfalse\ncom.veltra/featureconf/b\ttrue\n"
               "com.veltra/featureconf/c\t-\n",
               text.out);
-    const Json::Value doc = ParseOne(RunCli({"feature", "list", "--json"}).out);
+    const Json::Value doc = ParseJson(RunCli({"feature", "list", "--json"}).out);
     ASSERT_EQ(3u, doc["features"].size());
     EXPECT_EQ("com.veltra/featureconf/a", doc["features"][0]["key"].asString());
     EXPECT_EQ(Json::Value(false), doc["features"][0]["value"]);
@@ -220,7 +208,7 @@ TEST_F(PlatformCli, PkgShowJsonListsAppsAndCertificates)
     CliResult text = RunCli({"pkg", "show", "org.example.pkg"});
     CliResult r = RunCli({"pkg", "show", "org.example.pkg", "--json"});
     ASSERT_EQ(0, r.status) << r.err;
-    const Json::Value doc = ParseOne(r.out);
+    const Json::Value doc = ParseJson(r.out);
     EXPECT_EQ("org.example.pkg", doc["package"].asString());
     ASSERT_EQ(2u, doc["apps"].size()) << r.out;
     for (const Json::Value &app : doc["apps"])
@@ -311,7 +299,7 @@ TEST_F(PlatformLog, RendersColoursWhenAskedAndJsonStripsThem)
     EXPECT_TRUE(Has(coloured.out, "SSOAPIClient: \x1b[0;32mvalue\x1b[0m ok")) << coloured.out;
     CliResult json = RunCli({"--json", "log", "--file", path_, "--color", "always"});
     ASSERT_EQ(0, json.status) << json.err;
-    const Json::Value doc = ParseOne(json.out);
+    const Json::Value doc = ParseJson(json.out);
     EXPECT_EQ("value ok", doc["message"].asString());
     EXPECT_EQ("warn", doc["priority"].asString());
     EXPECT_EQ("SSOAPIClient", doc["tag"].asString());
@@ -332,7 +320,7 @@ TEST_F(PlatformLog, ALineFeedInAMessageStaysWithItsEntry)
     CliResult json = RunCli({"log", "--file", path_, "--tag", "A", "--json"});
     const auto docs = Lines(json.out);
     ASSERT_EQ(2u, docs.size()) << json.out;
-    const Json::Value rest = ParseOne(docs[1]);
+    const Json::Value rest = ParseJson(docs[1]);
     EXPECT_TRUE(rest["tag"].isNull());
     EXPECT_TRUE(rest["pid"].isNull());
     EXPECT_EQ("second part", rest["message"].asString());

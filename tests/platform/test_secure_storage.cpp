@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "sso_test_harness.h"
+#include "stress_writers.h"
 #include "storage_test_util.h"
 
 namespace {
@@ -680,10 +681,7 @@ TEST_F(SecureStorage, ConcurrentWritersOfOneItemNeverLeaveAnUnreadableItem)
                 if (Write(id, WriterValue(w, i), cred_) != SS_ERROR_NONE)
                     failed_writes++;
         });
-    for (auto &t : writers)
-        t.join();
-    for (auto &child : children)
-        EXPECT_EQ(0, child.Wait(std::chrono::seconds(60)));
+    ssotest::JoinWriters(writers, children);
     done = true;
     reader.join();
 

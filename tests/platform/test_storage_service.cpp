@@ -28,6 +28,7 @@
 
 #include "sso_test_harness.h"
 #include "storage_test_util.h"
+#include "unix_socket.h"
 
 namespace {
 
@@ -94,15 +95,9 @@ int As(uid_t uid, const std::function<int()> &fn)
 // never send.
 int Connect(const std::string &root)
 {
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    struct sockaddr_un addr;
-    memset(&addr, 0, sizeof(addr));
-    addr.sun_family = AF_UNIX;
-    snprintf(addr.sun_path, sizeof(addr.sun_path), "%s/secure-storage/socket", root.c_str());
-    if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) != 0) {
-        close(fd);
+    int fd = ssotest::ConnectUnixSocket(root + "/secure-storage/socket");
+    if (fd < 0)
         return -1;
-    }
     struct timeval tv = {10, 0};
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
     return fd;
@@ -468,14 +463,8 @@ class FakeService {
 public:
     FakeService(const std::string &path, std::string answer, bool answer_at_all = true)
     {
-        fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        struct sockaddr_un addr;
-        memset(&addr, 0, sizeof(addr));
-        addr.sun_family = AF_UNIX;
-        snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", path.c_str());
-        unlink(path.c_str());
-        ok_ = bind(fd_, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) == 0 &&
-              listen(fd_, 8) == 0;
+        fd_ = ssotest::BindUnixSocket(SOCK_STREAM, path);
+        ok_ = fd_ >= 0 && listen(fd_, 8) == 0;
         thread_ = std::thread([this, answer, answer_at_all] {
             int conn = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
             if (conn < 0)
@@ -738,17 +727,8 @@ TEST_F(StorageService, TellsTheServiceManagerWhenItServesAndWhenItStops)
     const std::string names[] = {root_.path() + "/notify",
                                  "@sso-notify-" + std::to_string(getpid())};
     for (const std::string &name : names) {
-        int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        ASSERT_GE(fd, 0);
-        struct sockaddr_un addr;
-        memset(&addr, 0, sizeof(addr));
-        addr.sun_family = AF_UNIX;
-        memcpy(addr.sun_path, name.c_str(), name.size());
-        if (name[0] == '@')
-            addr.sun_path[0] = '\0';
-        ASSERT_EQ(
-            0, bind(fd, reinterpret_cast<sockaddr *>(&addr),
-                    static_cast<socklen_t>(offsetof(struct sockaddr_un, sun_path) + name.size())));
+        int fd = ssotest::BindUnixSocket(SOCK_DGRAM, name);
+        ASSERT_GE(fd, 0) << name;
         struct timeval tv = {10, 0};
         setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
         ssotest::ChildProcess service = ssotest::ChildProcess::Spawn(

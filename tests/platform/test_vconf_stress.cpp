@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "sso_test_harness.h"
+#include "stress_writers.h"
 
 namespace {
 
@@ -94,10 +95,7 @@ TEST_F(VconfStress, ConcurrentWritersNeverLeaveATornValue)
             if (WriteAll(w) != 0)
                 failed_writes++;
         });
-    for (auto &t : writers)
-        t.join();
-    for (auto &child : children)
-        EXPECT_EQ(0, child.Wait(std::chrono::seconds(60)));
+    ssotest::JoinWriters(writers, children);
     done = true;
     for (auto &t : readers)
         t.join();

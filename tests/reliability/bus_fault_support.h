@@ -15,6 +15,7 @@
 #include <string>
 
 #include "reliability_support.h"
+#include "unix_socket.h"
 
 namespace reliability {
 
@@ -125,15 +126,8 @@ protected:
     // A socket file nobody listens on: bound, then closed.
     void LeaveDeadSocket()
     {
-        int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        ASSERT_GE(fd, 0);
-        struct sockaddr_un addr;
-        memset(&addr, 0, sizeof(addr));
-        addr.sun_family = AF_UNIX;
-        const std::string path = SocketPath();
-        ASSERT_LT(path.size(), sizeof(addr.sun_path));
-        memcpy(addr.sun_path, path.c_str(), path.size());
-        EXPECT_EQ(bind(fd, reinterpret_cast<struct sockaddr *>(&addr), sizeof(addr)), 0);
+        int fd = ssotest::BindUnixSocket(SOCK_STREAM, SocketPath());
+        ASSERT_GE(fd, 0) << SocketPath();
         close(fd);
     }
 

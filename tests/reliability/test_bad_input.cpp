@@ -23,6 +23,7 @@
 
 #include "reliability_support.h"
 #include "sso_api/sso_api.h"
+#include "signed_package.h"
 #include "test_certs.h"
 #include "test_files.h"
 
@@ -281,6 +282,22 @@ int g_window;
 
 using P = std::map<std::string, Expect>;
 
+// A getter that hands out a text: one pointer to fill, nothing else.
+Entry TextGetter(const char *name, const char *out, int (*get)(char **))
+{
+    return Entry{
+        name, 0, {{out, RequiredPointer()}}, [out, get](Args &a) { return get(a.Out(out)); }};
+}
+
+// A getter that fills one value of type T: one pointer, nothing else.
+template <typename T> Entry ValueGetter(const char *name, const char *out, int (*get)(T *))
+{
+    return Entry{name, 0, {{out, RequiredPointer()}}, [out, get](Args &a) {
+                     T value{};
+                     return get(a.Ptr<T *>(out, &value));
+                 }};
+}
+
 // Shorthands for the callbacks and user data of the request families.
 #define CB(type, fn) a.Ptr<type>("callback", &fn)
 #define UD a.Ptr<void *>("user_data", Ud())
@@ -306,66 +323,19 @@ std::vector<Entry> Table()
         {"sso_give_proxy", 0, {}, nullptr},
         {"get_size_of_sso_login_info_s", 0, {}, nullptr},
         // ---- synchronous queries
-        {"sso_get_login_state",
-         0,
-         {{"state", RequiredPointer()}},
-         [](Args &a) {
-             sso_login_state s;
-             return sso_get_login_state(a.Ptr<sso_login_state *>("state", &s));
-         }},
-        {"sso_get_account_number",
-         0,
-         {{"count", RequiredPointer()}},
-         [](Args &a) {
-             int n;
-             return sso_get_account_number(a.Ptr<int *>("count", &n));
-         }},
-        {"sso_get_guid",
-         0,
-         {{"guid", RequiredPointer()}},
-         [](Args &a) { return sso_get_guid(a.Out("guid")); }},
-        {"sso_get_login_vd_uid",
-         0,
-         {{"uid", RequiredPointer()}},
-         [](Args &a) { return sso_get_login_vd_uid(a.Out("uid")); }},
-        {"sso_get_auth_token",
-         0,
-         {{"auth_token", RequiredPointer()}},
-         [](Args &a) { return sso_get_auth_token(a.Out("auth_token")); }},
-        {"sso_get_device_id",
-         0,
-         {{"device_id", RequiredPointer()}},
-         [](Args &a) { return sso_get_device_id(a.Out("device_id")); }},
-        {"sso_get_login_info",
-         0,
-         {{"login_info", RequiredPointer()}},
-         [](Args &a) {
-             sso_login_info_s info;
-             return sso_get_login_info(a.Ptr<sso_login_info_s *>("login_info", &info));
-         }},
-        {"sso_get_login_user_id",
-         0,
-         {{"user_id", RequiredPointer()}},
-         [](Args &a) { return sso_get_login_user_id(a.Out("user_id")); }},
-        {"sso_get_login_json_info",
-         0,
-         {{"json", RequiredPointer()}},
-         [](Args &a) { return sso_get_login_json_info(a.Out("json")); }},
-        {"sso_get_accounts",
-         0,
-         {{"accounts", RequiredPointer()}},
-         [](Args &a) { return sso_get_accounts(a.Out("accounts")); }},
-        {"sso_get_popup_state",
-         0,
-         {{"state", RequiredPointer()}},
-         [](Args &a) {
-             int s;
-             return sso_get_popup_state(a.Ptr<int *>("state", &s));
-         }},
-        {"sso_get_account_ui_application_package_id",
-         0,
-         {{"package_id", RequiredPointer()}},
-         [](Args &a) { return sso_get_account_ui_application_package_id(a.Out("package_id")); }},
+        ValueGetter("sso_get_login_state", "state", &sso_get_login_state),
+        ValueGetter("sso_get_account_number", "count", &sso_get_account_number),
+        TextGetter("sso_get_guid", "guid", &sso_get_guid),
+        TextGetter("sso_get_login_vd_uid", "uid", &sso_get_login_vd_uid),
+        TextGetter("sso_get_auth_token", "auth_token", &sso_get_auth_token),
+        TextGetter("sso_get_device_id", "device_id", &sso_get_device_id),
+        ValueGetter("sso_get_login_info", "login_info", &sso_get_login_info),
+        TextGetter("sso_get_login_user_id", "user_id", &sso_get_login_user_id),
+        TextGetter("sso_get_login_json_info", "json", &sso_get_login_json_info),
+        TextGetter("sso_get_accounts", "accounts", &sso_get_accounts),
+        ValueGetter("sso_get_popup_state", "state", &sso_get_popup_state),
+        TextGetter("sso_get_account_ui_application_package_id", "package_id",
+                   &sso_get_account_ui_application_package_id),
         // ---- login-state notification: a null callback is a subscriber
         // that hears nothing; the user data is never looked at.
         {"sso_subscribe_login_state_change",
@@ -858,12 +828,9 @@ protected:
         failing.result = ssotest::kSimResultServiceError;
         sim_.Configure("*", failing);
         if (GetParam().world == World::WithPackage) {
-            auto cert = certtest::MakeCert(root_.path());
-            std::vector<unsigned char> der = certtest::ReadBytes(cert.der);
-            package_manager_cert_s c{PACKAGE_INFO_AUTHOR_SIGNER_CERT, der.data(), der.size()};
-            const char *apps[] = {kAppId};
-            ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE,
-                      package_manager_add_package(kPackage, apps, 1, &c, 1));
+            ASSERT_EQ(
+                PACKAGE_MANAGER_ERROR_NONE,
+                certtest::AddSignedPackage(certtest::MakeCert(root_.path()), kPackage, kAppId));
             sim_.SetApplicationData(kPackage, guid_, std::string(kTokenKeyPrefix) + kAppId,
                                     "WT-stored");
         }

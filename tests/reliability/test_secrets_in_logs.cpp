@@ -19,6 +19,7 @@
 #include "loop_thread.h"
 #include "reliability_support.h"
 #include "sso_api/sso_api.h"
+#include "signed_package.h"
 #include "test_certs.h"
 
 namespace {
@@ -101,12 +102,8 @@ protected:
         AppTest::SetUp();
         if (GetParam())
             root_.CreateDeviceFile("/etc/debug");
-        auto cert = certtest::MakeCert(root_.path());
-        std::vector<unsigned char> der = certtest::ReadBytes(cert.der);
-        package_manager_cert_s c{PACKAGE_INFO_AUTHOR_SIGNER_CERT, der.data(), der.size()};
-        const char *apps[] = {kAppId};
         ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE,
-                  package_manager_add_package(kPackage, apps, 1, &c, 1));
+                  certtest::AddSignedPackage(certtest::MakeCert(root_.path()), kPackage, kAppId));
 
         ssotest::AccountSpec kim;
         kim.login_id = "kim@example.com";

@@ -22,12 +22,15 @@
 #include <string>
 #include <vector>
 
+#include "json_text.h"
 #include "sso_simulator_harness.h"
 #include "sso_test_harness.h"
 
 namespace {
 
 using ssotest::AccountSpec;
+using ssotest::Has;
+using ssotest::ParseJson;
 using ssotest::RunSimulatorCommand;
 using ssotest::SimulatorCommandResult;
 
@@ -46,11 +49,6 @@ const std::set<std::string> kPublishedMembers = {
     "account_id",   "account_guid",    "account_uid",       "account_icon_path", "account_auth",
     "user_pin_set", "userCountryCode", "alpha2CountryCode", "displayName",       "userDeviceID",
 };
-
-bool Has(const std::string &text, const std::string &needle)
-{
-    return text.find(needle) != std::string::npos;
-}
 
 // ---- reading the store as a reader on the device does ----
 
@@ -87,27 +85,9 @@ std::string DocumentText()
     return text.value_or("");
 }
 
-std::optional<Json::Value> ParseJson(const std::string &text)
-{
-    Json::CharReaderBuilder builder;
-    Json::Value value;
-    std::string errors;
-    std::istringstream in(text);
-    if (!Json::parseFromStream(builder, in, &value, &errors))
-        return std::nullopt;
-    return value;
-}
-
-Json::Value ToJson(const std::string &text)
-{
-    auto v = ParseJson(text);
-    EXPECT_TRUE(v.has_value()) << "not JSON: " << text;
-    return v.value_or(Json::Value());
-}
-
 Json::Value Document()
 {
-    return ToJson(DocumentText());
+    return ParseJson(DocumentText());
 }
 
 std::optional<int> Int(const char *key)
@@ -138,8 +118,8 @@ std::set<std::string> Members(const Json::Value &object)
 
 class SimAccounts : public ssotest::SimulatorTest {
 protected:
-    int Version() { return ToJson(sim_.State())["version"].asInt(); }
-    std::string SignedIn() { return ToJson(sim_.State())["signed_in"].asString(); }
+    int Version() { return ParseJson(sim_.State())["version"].asInt(); }
+    std::string SignedIn() { return ParseJson(sim_.State())["signed_in"].asString(); }
 
     // A server method called directly; the (s) answer or the error text.
     std::string CallData(const char *method, GVariant *params, std::string *error_out = nullptr)
@@ -475,10 +455,10 @@ TEST_F(SimAccounts, SeededGenerationIsTheSameOnEveryRun)
     AccountSpec s;
     s.login_id = "lee@example.com";
     const std::string first = sim_.AddAccount(s);
-    const Json::Value before = ToJson(sim_.Accounts())["accounts"][0];
+    const Json::Value before = ParseJson(sim_.Accounts())["accounts"][0];
     sim_.Restart();
     EXPECT_EQ(first, sim_.AddAccount(s));
-    const Json::Value after = ToJson(sim_.Accounts())["accounts"][0];
+    const Json::Value after = ParseJson(sim_.Accounts())["accounts"][0];
     EXPECT_EQ(before["auth"], after["auth"]);
     EXPECT_EQ(before["uid"], after["uid"]);
     EXPECT_EQ(before["device_id"], after["device_id"]);
@@ -675,7 +655,7 @@ TEST_F(SimAccounts, LoginStatusIsWrittenLastOnSignIn)
     EXPECT_EQ(1, s.login_status);
     // Everything login_status announces was in place when it changed.
     EXPECT_EQ(std::optional<int>(v0 + 1), s.version);
-    const Json::Value doc = ToJson(s.document);
+    const Json::Value doc = ParseJson(s.document);
     EXPECT_EQ("0123456789ABCDEF0123456789ABCDEF", doc["active_account"]["account_guid"].asString());
     EXPECT_EQ(std::optional<int>(1), s.account_count);
     EXPECT_TRUE(s.display_name && Has(*s.display_name, "\"displayName\":\"Kim J.\""));
@@ -699,7 +679,7 @@ TEST_F(SimAccounts, SignOutRemovesTheActiveAccountAndSetsThePrevious)
     const auto &s = watch.seen().at(0);
     EXPECT_EQ(0, s.login_status);
     EXPECT_EQ(std::optional<int>(v0 + 1), s.version);
-    EXPECT_FALSE(ToJson(s.document).isMember("active_account"));
+    EXPECT_FALSE(ParseJson(s.document).isMember("active_account"));
     EXPECT_EQ(std::optional<std::string>("{}"), s.display_name);
     EXPECT_EQ(std::optional<std::string>("ana@example.org"), s.prev_id);
     EXPECT_EQ(std::optional<std::string>("FEDCBA9876543210FEDCBA9876543210"), s.prev_guid);
@@ -733,7 +713,7 @@ TEST_F(SimAccounts, SwitchingSetsThePreviousToTheOldAccount)
     const auto &s = watch.seen().at(0);
     EXPECT_EQ(1, s.login_status);
     EXPECT_EQ(std::optional<int>(v0 + 1), s.version);
-    EXPECT_EQ("ana@example.org", ToJson(s.document)["active_account"]["account_id"].asString());
+    EXPECT_EQ("ana@example.org", ParseJson(s.document)["active_account"]["account_id"].asString());
     EXPECT_EQ(std::optional<std::string>("kim@example.com"), s.prev_id);
     EXPECT_EQ(std::optional<std::string>("0123456789ABCDEF0123456789ABCDEF"), s.prev_guid);
     EXPECT_TRUE(
@@ -843,7 +823,7 @@ TEST_F(SimAccounts, ApplicationDataRoundTrip)
 
     const auto item = ReadItem("SSO_PUBLICDATA_ID_org.example.app");
     ASSERT_TRUE(item.has_value());
-    const Json::Value data = ToJson(*item);
+    const Json::Value data = ParseJson(*item);
     EXPECT_EQ((std::set<std::string>{"data"}), Members(data));
     EXPECT_EQ((std::set<std::string>{kim, ana}), Members(data["data"]));
     EXPECT_EQ("dark", data["data"][kim]["theme"].asString());
@@ -891,7 +871,7 @@ TEST_F(SimAccounts, DemoAccountsArePreloadedSignedOut)
 {
     sim_.Stop();
     sim_.StartWithArgs({"--demo-accounts", "--seed", "11"});
-    const Json::Value accounts = ToJson(sim_.Accounts());
+    const Json::Value accounts = ParseJson(sim_.Accounts());
     ASSERT_EQ(3u, accounts["accounts"].size());
     EXPECT_EQ("", accounts["active"].asString());
     for (const auto &a : accounts["accounts"]) {
@@ -910,7 +890,7 @@ TEST_F(SimAccounts, DemoAccountsArePreloadedSignedOut)
     EXPECT_EQ(std::optional<int>(0), Int(kLoginStatus));
     // Seeded: the same GUIDs after a restart.
     sim_.Restart();
-    EXPECT_EQ(accounts["accounts"], ToJson(sim_.Accounts())["accounts"]);
+    EXPECT_EQ(accounts["accounts"], ParseJson(sim_.Accounts())["accounts"]);
     // And usable like any other account.
     sim_.SignIn(accounts["accounts"][1]["login_id"].asString());
     EXPECT_EQ(std::optional<int>(1), Int(kLoginStatus));
@@ -969,8 +949,8 @@ TEST_F(SimAccounts, CliManagesAccounts)
     // has "" (ana has no names, icon or family group).
     r = RunSimulatorCommand({"ctl", "accounts", "--json"});
     ASSERT_EQ(0, r.status) << r.err;
-    const Json::Value listed = ToJson(r.out);
-    const Json::Value held = ToJson(sim_.Accounts());
+    const Json::Value listed = ParseJson(r.out);
+    const Json::Value held = ParseJson(sim_.Accounts());
     ASSERT_EQ(2u, listed["accounts"].size()) << r.out;
     for (Json::ArrayIndex i = 0; i < 2; ++i)
         for (const std::string &name : held["accounts"][i].getMemberNames()) {
@@ -986,11 +966,11 @@ TEST_F(SimAccounts, CliManagesAccounts)
     r = RunSimulatorCommand({"ctl", "state"});
     ASSERT_EQ(0, r.status) << r.err;
     EXPECT_EQ("signed_in: 0123456789ABCDEF0123456789ABCDEF\nversion: " +
-                  ToJson(sim_.State())["version"].asString() + "\n",
+                  ParseJson(sim_.State())["version"].asString() + "\n",
               r.out);
     r = RunSimulatorCommand({"ctl", "--json", "state"});
     ASSERT_EQ(0, r.status) << r.err;
-    EXPECT_EQ(ToJson(sim_.State()), ToJson(r.out));
+    EXPECT_EQ(ParseJson(sim_.State()), ParseJson(r.out));
 
     r = RunSimulatorCommand({"ctl", "sign-in", ana});
     ASSERT_EQ(0, r.status) << r.err;
@@ -1095,14 +1075,7 @@ TEST_F(SimAccounts, CliBadUsageExits2WithAHint)
         {"ctl", "public-data"},
         {"ctl", "public-data", "write"},
     };
-    for (const auto &args : cases) {
-        SimulatorCommandResult r = RunSimulatorCommand(args);
-        std::string joined;
-        for (const auto &a : args)
-            joined += a + " ";
-        EXPECT_EQ(2, r.status) << joined << "\n" << r.err;
-        EXPECT_TRUE(Has(r.err, "--help")) << joined << "\n" << r.err;
-    }
+    ssotest::ExpectUsageErrors(cases);
     EXPECT_EQ("{\"accounts\":[],\"active\":\"\",\"version\":" + std::to_string(Version()) + "}",
               sim_.Accounts());
     EXPECT_TRUE(sim_.running());
@@ -1139,7 +1112,7 @@ TEST_F(SimAccounts, CliHelpShowsUsageAndExamples)
     EXPECT_TRUE(Has(RunSimulatorCommand({"ctl", "--help"}).out, "account add"));
     // Help never acts.
     EXPECT_EQ("", SignedIn());
-    EXPECT_EQ(0u, ToJson(sim_.Accounts())["accounts"].size());
+    EXPECT_EQ(0u, ParseJson(sim_.Accounts())["accounts"].size());
 }
 
 } // namespace

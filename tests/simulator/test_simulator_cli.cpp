@@ -8,16 +8,12 @@
 namespace {
 
 using simtest::SimTest;
+using ssotest::Has;
 using ssotest::RunSimulatorCommand;
 using ssotest::SimulatorCommandResult;
 
 class SimCli : public SimTest {};
 class SimCliAlone : public ssotest::BusTest {};
-
-bool Has(const std::string &text, const std::string &needle)
-{
-    return text.find(needle) != std::string::npos;
-}
 
 std::vector<std::string> Lines(const std::string &text)
 {
@@ -157,14 +153,7 @@ TEST_F(SimCli, BadUsageExits2WithAHint)
         {"ctl", "call-client", "a", "b"},
         {"ctl", "quit", "--force"},
     };
-    for (const auto &args : cases) {
-        SimulatorCommandResult r = RunSimulatorCommand(args);
-        std::string joined;
-        for (const auto &a : args)
-            joined += a + " ";
-        EXPECT_EQ(2, r.status) << joined << "\n" << r.err;
-        EXPECT_TRUE(Has(r.err, "--help")) << joined << "\n" << r.err;
-    }
+    ssotest::ExpectUsageErrors(cases);
     // Nothing reached the simulator, and it still runs.
     EXPECT_TRUE(sim_.Journal().empty());
     EXPECT_TRUE(sim_.running());

@@ -42,6 +42,18 @@ protected:
         EXPECT_NE(nullptr, dict) << dict_text;
         return ControlError("Configure", g_variant_new("(s@a{sv})", method.c_str(), dict));
     }
+
+    // Sends method and expects its result delivered with result and, under
+    // the argument name arg, payload.
+    void ExpectDelivery(const std::string &method, int result, const char *arg,
+                        const std::string &payload)
+    {
+        EXPECT_EQ(1, client_.RequestSimple(method).Int());
+        ASSERT_TRUE(client_.WaitForCalls(1));
+        const auto call = client_.Calls().at(0);
+        EXPECT_EQ(result, simtest::Int32Arg(call, "result"));
+        EXPECT_EQ(payload, StringArg(call, arg));
+    }
 };
 
 constexpr const char *kInvalidArgs = "org.freedesktop.DBus.Error.InvalidArgs";
@@ -85,11 +97,7 @@ TEST_F(SimControl, ConfigureMergesIntoWhatWasScripted)
     ssotest::Behaviour payload;
     payload.payloads = std::vector<std::string>{"AC-merged"};
     sim_.Configure("sso_request_auth_code", payload);
-    EXPECT_EQ(1, client_.RequestSimple("sso_request_auth_code").Int());
-    ASSERT_TRUE(client_.WaitForCalls(1));
-    const auto call = client_.Calls().at(0);
-    EXPECT_EQ(5, simtest::Int32Arg(call, "result"));
-    EXPECT_EQ("AC-merged", StringArg(call, "auth_code"));
+    ExpectDelivery("sso_request_auth_code", 5, "auth_code", "AC-merged");
 }
 
 TEST_F(SimControl, StarScriptsEveryMethodAndAMethodsOwnScriptingWins)
@@ -116,11 +124,7 @@ TEST_F(SimControl, StarFieldsCombineWithAMethodsOtherFields)
     ssotest::Behaviour own;
     own.payloads = std::vector<std::string>{"AT-own"};
     sim_.Configure("sso_request_access_token", own);
-    EXPECT_EQ(1, client_.RequestSimple("sso_request_access_token").Int());
-    ASSERT_TRUE(client_.WaitForCalls(1));
-    const auto call = client_.Calls().at(0);
-    EXPECT_EQ(9, simtest::Int32Arg(call, "result"));
-    EXPECT_EQ("AT-own", StringArg(call, "access_token"));
+    ExpectDelivery("sso_request_access_token", 9, "access_token", "AT-own");
 }
 
 TEST_F(SimControl, ResetMethodForgetsOnlyThatMethod)

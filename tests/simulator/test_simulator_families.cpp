@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "json_text.h"
 #include "sim_fixture.h"
 #include "sso_simulator_harness.h"
 
@@ -29,26 +30,13 @@ using simtest::RequestValues;
 using simtest::SimTest;
 using simtest::StringArg;
 using ssotest::AccountSpec;
+using ssotest::Has;
+using ssotest::ParseJson;
 
 constexpr const char *kApp = "org.example.tv.app";
 constexpr const char *kSecret = "app-secret-1";
 constexpr const char *kNoValue = "HAS_NO_VALUE";
 const std::string kBase64Url = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-
-bool Has(const std::string &text, const std::string &needle)
-{
-    return text.find(needle) != std::string::npos;
-}
-
-Json::Value ToJson(const std::string &text)
-{
-    Json::CharReaderBuilder builder;
-    Json::Value value;
-    std::string errors;
-    std::istringstream in(text);
-    EXPECT_TRUE(Json::parseFromStream(builder, in, &value, &errors)) << text << ": " << errors;
-    return value;
-}
 
 // An opaque token: prefix, then 24 random bytes in unpadded base64url.
 bool LooksLikeToken(const std::string &value, const std::string &prefix)
@@ -176,13 +164,13 @@ protected:
         return r.ok() ? r.Int() : -99;
     }
 
-    Json::Value Issued() { return ToJson(sim_.Issued())["issued"]; }
-    std::string SignedIn() { return ToJson(sim_.State())["signed_in"].asString(); }
-    int Version() { return ToJson(sim_.State())["version"].asInt(); }
+    Json::Value Issued() { return ParseJson(sim_.Issued())["issued"]; }
+    std::string SignedIn() { return ParseJson(sim_.State())["signed_in"].asString(); }
+    int Version() { return ParseJson(sim_.State())["version"].asInt(); }
     // The published document, as the data read answers it.
     Json::Value Published()
     {
-        return ToJson(client_.RequestSimple("sso_get_public_account_data").String());
+        return ParseJson(client_.RequestSimple("sso_get_public_account_data").String());
     }
     std::string PublishedActiveGuid()
     {
@@ -456,7 +444,7 @@ TEST_F(SimFamilies, GeneratingWithIdAndPasswordAddsAndSignsInANewAccount)
         Send("sso_generate_token_with_ID_PWD", "sso_generate_token_with_ID_PWD",
              {"new@example.com", "pw-1"}, {1});
     EXPECT_EQ(0, Int32Arg(call, "result"));
-    const Json::Value response = ToJson(StringArg(call, "response_data"));
+    const Json::Value response = ParseJson(StringArg(call, "response_data"));
     EXPECT_EQ("new@example.com", response["account_id"].asString());
     EXPECT_TRUE(response["added"].asBool());
     EXPECT_TRUE(response["signed_in"].asBool());
@@ -465,7 +453,7 @@ TEST_F(SimFamilies, GeneratingWithIdAndPasswordAddsAndSignsInANewAccount)
     EXPECT_EQ(32u, guid.size());
 
     // Registered with that password, signed in, and published.
-    const Json::Value accounts = ToJson(sim_.Accounts())["accounts"];
+    const Json::Value accounts = ParseJson(sim_.Accounts())["accounts"];
     ASSERT_EQ(1u, accounts.size());
     EXPECT_EQ("pw-1", accounts[0]["password"].asString());
     EXPECT_EQ(guid, SignedIn());
@@ -486,7 +474,7 @@ TEST_F(SimFamilies, GeneratingWithAnAuthCodeSignsInAKnownAccountResultOnly)
     EXPECT_EQ(0, Int32Arg(call, "result"));
     EXPECT_EQ(kim_, SignedIn());
     EXPECT_EQ(kim_, PublishedActiveGuid());
-    EXPECT_EQ(2u, ToJson(sim_.Accounts())["accounts"].size());
+    EXPECT_EQ(2u, ParseJson(sim_.Accounts())["accounts"].size());
     // Switched from Ana.
     EXPECT_EQ(ana_, VconfStr("memory/sso/prev_login_guid"));
 
@@ -495,10 +483,10 @@ TEST_F(SimFamilies, GeneratingWithAnAuthCodeSignsInAKnownAccountResultOnly)
                                       "sso_generate_token_with_authcode_dsc_deleteFlag",
                                       {"lee@example.com", "AC.x", "DSC-9"}, {0});
     EXPECT_EQ(0, Int32Arg(flagged, "result"));
-    const Json::Value response = ToJson(StringArg(flagged, "response_data"));
+    const Json::Value response = ParseJson(StringArg(flagged, "response_data"));
     EXPECT_EQ("lee@example.com", response["account_id"].asString());
     EXPECT_EQ(response["account_guid"].asString(), SignedIn());
-    EXPECT_EQ(3u, ToJson(sim_.Accounts())["accounts"].size());
+    EXPECT_EQ(3u, ParseJson(sim_.Accounts())["accounts"].size());
 }
 
 TEST_F(SimFamilies, GeneratingRefusesAWrongPasswordAndASeventhAccount)
@@ -522,7 +510,7 @@ TEST_F(SimFamilies, GeneratingRefusesAWrongPasswordAndASeventhAccount)
                                    "sso_generate_token_with_authcode_dsc_deleteFlag",
                                    {"seventh@example.com", "AC.x", kNoValue}, {1});
     EXPECT_EQ(ssotest::kSimResultAccountLimit, Int32Arg(full, "result"));
-    EXPECT_EQ(6u, ToJson(sim_.Accounts())["accounts"].size());
+    EXPECT_EQ(6u, ParseJson(sim_.Accounts())["accounts"].size());
     EXPECT_EQ(kim_, SignedIn());
     EXPECT_EQ(version, Version()) << "a refusal published something";
     EXPECT_EQ(ssotest::kSimResultInvalidRequest,
@@ -541,7 +529,7 @@ TEST_F(SimFamilies, RegisteringAddsTheAccountAndOnAlsoSignsItIn)
     };
     const RecordedCall off = reg("first@example.com", "off");
     EXPECT_EQ(0, Int32Arg(off, "result"));
-    const Json::Value r1 = ToJson(StringArg(off, "response_data"));
+    const Json::Value r1 = ParseJson(StringArg(off, "response_data"));
     EXPECT_EQ("first@example.com", r1["account_id"].asString());
     EXPECT_FALSE(r1["signed_in"].asBool());
     EXPECT_EQ("", SignedIn());
@@ -549,7 +537,7 @@ TEST_F(SimFamilies, RegisteringAddsTheAccountAndOnAlsoSignsItIn)
 
     const RecordedCall on = reg("second@example.com", "on");
     EXPECT_EQ(0, Int32Arg(on, "result"));
-    const std::string guid = ToJson(StringArg(on, "response_data"))["account_guid"].asString();
+    const std::string guid = ParseJson(StringArg(on, "response_data"))["account_guid"].asString();
     EXPECT_EQ(guid, SignedIn());
     EXPECT_EQ(guid, PublishedActiveGuid());
     EXPECT_EQ(2, Published()["account_count"].asInt());
@@ -557,7 +545,7 @@ TEST_F(SimFamilies, RegisteringAddsTheAccountAndOnAlsoSignsItIn)
     EXPECT_EQ(ssotest::kSimResultAccountExists, Int32Arg(reg("first@example.com", "on"), "result"));
     EXPECT_EQ(ssotest::kSimResultInvalidRequest, Int32Arg(reg("", "on"), "result"));
     EXPECT_EQ(guid, SignedIn());
-    EXPECT_EQ(2u, ToJson(sim_.Accounts())["accounts"].size());
+    EXPECT_EQ(2u, ParseJson(sim_.Accounts())["accounts"].size());
 }
 
 TEST_F(SimFamilies, LogoutSignsTheAccountOut)
@@ -566,7 +554,7 @@ TEST_F(SimFamilies, LogoutSignsTheAccountOut)
     sim_.SignIn(kim_);
     const RecordedCall call = Send("sso_perform_logout", "sso_perform_logout", {kNoValue});
     EXPECT_EQ(0, Int32Arg(call, "result"));
-    const Json::Value response = ToJson(StringArg(call, "response_data"));
+    const Json::Value response = ParseJson(StringArg(call, "response_data"));
     EXPECT_EQ(kim_, response["account_guid"].asString());
     EXPECT_EQ("kim@example.com", response["account_id"].asString());
     EXPECT_EQ("", SignedIn());
@@ -588,7 +576,7 @@ TEST_F(SimFamilies, VerifyingAPasswordChecksTheSignedInAccount)
     sim_.SignIn(kim_);
     const RecordedCall ok = verify("kim-secret");
     EXPECT_EQ(0, Int32Arg(ok, "result"));
-    EXPECT_TRUE(ToJson(StringArg(ok, "response_data"))["verified"].asBool());
+    EXPECT_TRUE(ParseJson(StringArg(ok, "response_data"))["verified"].asBool());
     const RecordedCall wrong = verify("guess");
     EXPECT_EQ(ssotest::kSimResultWrongPassword, Int32Arg(wrong, "result"));
     EXPECT_EQ("", StringArg(wrong, "response_data"));
@@ -602,7 +590,7 @@ TEST_F(SimFamilies, TheAccountListShowsEveryAccountWithoutSecrets)
     const RecordedCall call = Send("sso_request_account_list", "sso_request_account_list", {});
     EXPECT_EQ(0, Int32Arg(call, "result"));
     const std::string text = StringArg(call, "response_data");
-    const Json::Value list = ToJson(text);
+    const Json::Value list = ParseJson(text);
     EXPECT_EQ(2, list["account_count"].asInt());
     ASSERT_EQ(2u, list["list"].size());
     EXPECT_EQ("kim@example.com", list["list"][0]["account_id"].asString());
@@ -618,7 +606,7 @@ TEST_F(SimFamilies, TheAccountListShowsEveryAccountWithoutSecrets)
     const RecordedCall dynamic =
         Send("sso_get_dynamic_my_account_list", "sso_get_dynamic_my_account_list", {});
     EXPECT_EQ(0, Int32Arg(dynamic, "result"));
-    EXPECT_EQ(2u, ToJson(StringArg(dynamic, "data"))["list"].size());
+    EXPECT_EQ(2u, ParseJson(StringArg(dynamic, "data"))["list"].size());
 }
 
 TEST_F(SimFamilies, SettingAPasswordChangesWhatVerifies)
@@ -627,8 +615,8 @@ TEST_F(SimFamilies, SettingAPasswordChangesWhatVerifies)
     const RecordedCall set =
         Send("sso_set_passfw", "sso_set_passfw", {"kim@example.com", "brand-new-pw"});
     EXPECT_EQ(0, Int32Arg(set, "result"));
-    EXPECT_TRUE(ToJson(StringArg(set, "data"))["password_set"].asBool());
-    EXPECT_EQ("brand-new-pw", ToJson(sim_.Accounts())["accounts"][0]["password"].asString());
+    EXPECT_TRUE(ParseJson(StringArg(set, "data"))["password_set"].asBool());
+    EXPECT_EQ("brand-new-pw", ParseJson(sim_.Accounts())["accounts"][0]["password"].asString());
     sim_.SignIn(kim_);
     EXPECT_EQ(0, Int32Arg(Send("sso_verify_password", "sso_verify_password", {"brand-new-pw"}),
                           "result"));
@@ -650,13 +638,13 @@ TEST_F(SimFamilies, APasswordResetNeedsARegisteredAddress)
     const RecordedCall ok =
         Send("sso_request_reset_passwd", "sso_request_reset_passwd", {"kim@example.com"});
     EXPECT_EQ(0, Int32Arg(ok, "result"));
-    EXPECT_EQ("kim@example.com", ToJson(StringArg(ok, "response_data"))["email"].asString());
+    EXPECT_EQ("kim@example.com", ParseJson(StringArg(ok, "response_data"))["email"].asString());
     EXPECT_EQ(ssotest::kSimResultNoSuchAccount,
               Int32Arg(Send("sso_request_reset_passwd", "sso_request_reset_passwd",
                             {"stranger@example.com"}),
                        "result"));
     // The password stays until someone sets a new one.
-    EXPECT_EQ("kim-secret", ToJson(sim_.Accounts())["accounts"][0]["password"].asString());
+    EXPECT_EQ("kim-secret", ParseJson(sim_.Accounts())["accounts"][0]["password"].asString());
 }
 
 TEST_F(SimFamilies, SwitchingChangesTheActiveAccountAndWhatIsPublished)
@@ -668,7 +656,7 @@ TEST_F(SimFamilies, SwitchingChangesTheActiveAccountAndWhatIsPublished)
     const RecordedCall by_id =
         Send("sso_switch_account", "sso_switch_account", {"ana@example.org", kNoValue});
     EXPECT_EQ(0, Int32Arg(by_id, "result"));
-    const Json::Value r = ToJson(StringArg(by_id, "response_data"));
+    const Json::Value r = ParseJson(StringArg(by_id, "response_data"));
     EXPECT_EQ(ana_, r["account_guid"].asString());
     EXPECT_EQ(kim_, r["previous_account_guid"].asString());
     EXPECT_EQ(ana_, SignedIn());
@@ -775,7 +763,7 @@ TEST_F(SimFamilies, UserInfoAnswersFromTheSignedInAccount)
 
     const RecordedCall v4 = Send("sso_get_user_info_v4", "sso_get_user_info_v4", {});
     EXPECT_EQ(0, Int32Arg(v4, "result"));
-    const Json::Value json = ToJson(StringArg(v4, "response_data"));
+    const Json::Value json = ParseJson(StringArg(v4, "response_data"));
     for (const auto &[name, value] : expected)
         EXPECT_EQ(value, json[name].asString()) << name;
 
@@ -802,7 +790,7 @@ TEST_F(SimFamilies, ProfileDefaultsAreFilledIn)
     EXPECT_EQ("10115", StringArg(info, "zip_code"));
     EXPECT_EQ("N", StringArg(info, "receive_email"));
     EXPECT_EQ("", StringArg(info, "prefix_name"));
-    const Json::Value account = ToJson(sim_.Accounts())["accounts"][0];
+    const Json::Value account = ParseJson(sim_.Accounts())["accounts"][0];
     EXPECT_EQ("FG-" + account["guid"].asString().substr(0, 16), account["family_group"].asString());
     // Malformed profile values are refused.
     AccountSpec bad = Plain("bad@example.com");
@@ -843,7 +831,7 @@ TEST_F(SimFamilies, TheFamilyGroupTakesATokenTheSimulatorIssued)
     const RecordedCall group =
         Send("sso_get_user_family_group", "sso_get_user_family_group", {kApp, token});
     EXPECT_EQ(0, Int32Arg(group, "result"));
-    const Json::Value g = ToJson(StringArg(group, "family_group_data"));
+    const Json::Value g = ParseJson(StringArg(group, "family_group_data"));
     EXPECT_EQ("FG-KIM-HOUSE", g["groupId"].asString());
     EXPECT_EQ("Kim family", g["groupName"].asString());
     ASSERT_EQ(2u, g["members"].size());
@@ -882,7 +870,7 @@ TEST_F(SimFamilies, GroupUsersAreTheMembersOfTheSignedInAccountsGroup)
     const RecordedCall users =
         Send("sso_get_user_group_users", "sso_get_user_group_users", {kApp, token, "FG-KIM-HOUSE"});
     EXPECT_EQ(0, Int32Arg(users, "result"));
-    const Json::Value u = ToJson(StringArg(users, "group_users_data"));
+    const Json::Value u = ParseJson(StringArg(users, "group_users_data"));
     EXPECT_EQ("FG-KIM-HOUSE", u["groupId"].asString());
     ASSERT_EQ(2u, u["users"].size());
     EXPECT_EQ("kim@example.com", u["users"][0]["accountId"].asString());
@@ -915,7 +903,7 @@ TEST_F(SimFamilies, AWhitelistTokenIsDeliveredAndStoredInTheApplicationData)
     EXPECT_EQ("DATA_KEY_NAME_WHILIST_ACCESSTOKEN_RESPONSE_org.example.tv.app", key);
     const auto item = ReadItem("SSO_PUBLICDATA_ID_org.example.tv.package");
     ASSERT_TRUE(item.has_value());
-    EXPECT_EQ(token, ToJson(*item)["data"][kim_][key].asString());
+    EXPECT_EQ(token, ParseJson(*item)["data"][kim_][key].asString());
     Reply extracted = client_.Request("sso_get_extracted_application_data",
                                       g_variant_new("(sxssss)", client_.object_name().c_str(),
                                                     gint64(1), "sso_get_extracted_application_data",
@@ -964,7 +952,7 @@ TEST_F(SimFamilies, PartnerAuthIsAnsweredOnItsReturnMethodWithoutTheValue)
                                    {"partner-key", "partner-value-secret", "GET"});
     EXPECT_EQ(0, Int32Arg(call, "result"));
     const std::string text = StringArg(call, "response_data");
-    const Json::Value r = ToJson(text);
+    const Json::Value r = ParseJson(text);
     EXPECT_EQ("partner-key", r["authKey"].asString());
     EXPECT_EQ("GET", r["method"].asString());
     EXPECT_FALSE(Has(text, "partner-value-secret"));
@@ -1015,9 +1003,10 @@ TEST_F(SimFamilies, ScriptedPayloadsAreWhatIsIssuedAndStored)
     EXPECT_EQ("AT-scripted-whitelist", StringArg(wl, "response"));
     const auto item = ReadItem("SSO_PUBLICDATA_ID_org.example.tv.package");
     ASSERT_TRUE(item.has_value());
-    EXPECT_EQ("AT-scripted-whitelist",
-              ToJson(*item)["data"][kim_][std::string(ssotest::kSimWhitelistTokenKeyPrefix) + kApp]
-                  .asString());
+    EXPECT_EQ(
+        "AT-scripted-whitelist",
+        ParseJson(*item)["data"][kim_][std::string(ssotest::kSimWhitelistTokenKeyPrefix) + kApp]
+            .asString());
     EXPECT_EQ("AT-scripted", StringArg(AccessToken(), "access_token"));
 
     const Json::Value issued = Issued();
@@ -1118,7 +1107,7 @@ TEST_F(SimFamilies, TheCommandLineListsIssuedTokensAndRegisters)
               listed.out);
     auto json = ssotest::RunSimulatorCommand({"ctl", "issued", "--json"});
     ASSERT_EQ(0, json.status) << json.err;
-    EXPECT_EQ(token, ToJson(json.out)["issued"][0]["value"].asString());
+    EXPECT_EQ(token, ParseJson(json.out)["issued"][0]["value"].asString());
     ASSERT_EQ(0, ssotest::RunSimulatorCommand({"ctl", "issued", "clear"}).status);
     EXPECT_EQ(0u, Issued().size());
 
@@ -1135,7 +1124,7 @@ TEST_F(SimFamilies, TheCommandLineListsIssuedTokensAndRegisters)
         {"ctl", "account", "add", "--login-id", "cli@example.com", "--birth-date", "20000229",
          "--family-group", "FG-CLI", "--receive-email", "y", "--mobile", "+1-202-555-0100"});
     ASSERT_EQ(0, add.status) << add.err;
-    const Json::Value added = ToJson(sim_.Accounts())["accounts"][1];
+    const Json::Value added = ParseJson(sim_.Accounts())["accounts"][1];
     EXPECT_EQ("20000229", added["birth_date"].asString());
     EXPECT_EQ("FG-CLI", added["family_group"].asString());
     EXPECT_EQ("Y", added["receive_email"].asString());

@@ -8,34 +8,26 @@
 #include <string>
 #include <vector>
 
+#include "json_text.h"
 #include "sim_fixture.h"
 #include "sso_simulator_harness.h"
 
 namespace {
 
 using simtest::SimTest;
+using ssotest::Has;
 using ssotest::RunSimulatorCommand;
 using ssotest::SimulatorCommandResult;
 
 class SimJson : public SimTest {};
 class SimJsonAlone : public ssotest::BusTest {};
 
-bool Has(const std::string &text, const std::string &needle)
-{
-    return text.find(needle) != std::string::npos;
-}
-
 // The single JSON document of a command's output (one line).
 Json::Value Document(const SimulatorCommandResult &r)
 {
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_EQ(1, std::count(r.out.begin(), r.out.end(), '\n')) << "not one line: " << r.out;
-    Json::CharReaderBuilder builder;
-    Json::Value value;
-    std::string errors;
-    std::istringstream in(r.out);
-    EXPECT_TRUE(Json::parseFromStream(builder, in, &value, &errors)) << errors << r.out;
-    return value;
+    return ssotest::ParseJson(r.out);
 }
 
 TEST_F(SimJson, JournalListsWhatTheTextListsInOrder)

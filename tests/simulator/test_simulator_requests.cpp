@@ -44,6 +44,17 @@ long long Ms(Clock::duration d)
     return std::chrono::duration_cast<milliseconds>(d).count();
 }
 
+// Waits for the one result of the request answered by r and expects it
+// delivered no sooner than ms after the request went out, nor before the
+// answer.
+void ExpectResultAfter(simtest::FakeClient &client, const Reply &r, long long ms)
+{
+    ASSERT_TRUE(client.WaitForCalls(1));
+    const auto call = client.Calls().at(0);
+    EXPECT_GE(Ms(call.at - r.sent), ms);
+    EXPECT_GE(call.at, r.at);
+}
+
 // The string arguments of a client method that carry payload (everything but
 // obj_name and method_call), in order.
 std::vector<std::string> PayloadArgNames(const std::string &client_method)
@@ -451,10 +462,7 @@ TEST_F(SimRequests, ResultDelayDeliversThatLongAfterTheAnswer)
     Reply r = client_.RequestSimple("sso_request_access_token");
     EXPECT_EQ(1, r.Int());
     EXPECT_TRUE(client_.Calls().empty()) << "delivered before the delay";
-    ASSERT_TRUE(client_.WaitForCalls(1));
-    const auto call = client_.Calls().at(0);
-    EXPECT_GE(Ms(call.at - r.sent), 400);
-    EXPECT_GE(call.at, r.at);
+    ExpectResultAfter(client_, r, 400);
 }
 
 TEST_F(SimRequests, AnswerAndResultDelaysAddUp)
@@ -466,10 +474,7 @@ TEST_F(SimRequests, AnswerAndResultDelaysAddUp)
     Reply r = client_.RequestSimple("sso_request_auth_code");
     EXPECT_EQ(1, r.Int());
     EXPECT_GE(Ms(r.at - r.sent), 200);
-    ASSERT_TRUE(client_.WaitForCalls(1));
-    const auto call = client_.Calls().at(0);
-    EXPECT_GE(Ms(call.at - r.sent), 500);
-    EXPECT_GE(call.at, r.at);
+    ExpectResultAfter(client_, r, 500);
 }
 
 TEST_F(SimRequests, ResultsKeepTheirRequestsApartUnderDifferentDelays)

@@ -16,14 +16,15 @@
 #include <vector>
 
 #include "../platform/app_control_test_util.h"
+#include "json_text.h"
 #include "run_tool.h"
 #include "sso_simulator_harness.h"
 
 namespace ctltest {
 
-inline constexpr const char *kAccountApp = "com.veltra.tv.CSAccount";
-inline constexpr const char *kPinApp = "com.veltra.tv.CSAccountPIN";
-inline constexpr const char *kWebApp = "QHVMP48x7k.WebAccountExtension";
+using apptest::kAccountApp;
+using apptest::kPinApp;
+using apptest::kWebApp;
 // The bullet-like ellipsis ssoctl puts after the shown part of a secret.
 inline constexpr const char *kEllipsis = "\xE2\x80\xA6";
 
@@ -39,15 +40,7 @@ inline CtlResult RunCtl(const std::vector<std::string> &args,
                             input ? std::optional<std::string>(*input) : std::nullopt);
 }
 
-inline Json::Value ParseJson(const std::string &text)
-{
-    Json::Value v;
-    Json::CharReaderBuilder builder;
-    std::string errors;
-    std::istringstream in(text);
-    EXPECT_TRUE(Json::parseFromStream(builder, in, &v, &errors)) << errors << "\n" << text;
-    return v;
-}
+using ssotest::ParseJson;
 
 inline bool Contains(const std::string &haystack, const std::string &needle)
 {
@@ -107,15 +100,11 @@ protected:
             ASSERT_EQ(r.status, 0) << r.err;
         }
     }
-    std::string UiRunDir() const { return root_.path() + "/run/sso-account-ui"; }
+    std::string UiRunDir() const { return apptest::AccountUiRunDir(root_.path()); }
     // What the stand-in does when launched as appId: "name=value" lines.
     void Script(const std::string &appId, const std::vector<std::string> &lines) const
     {
-        mkdir((root_.path() + "/run").c_str(), 0700);
-        mkdir(UiRunDir().c_str(), 0700);
-        std::ofstream out(UiRunDir() + "/" + appId + ".script", std::ios::trunc);
-        for (const auto &line : lines)
-            out << line << "\n";
+        apptest::ScriptAccountUi(root_.path(), appId, lines);
     }
     // The launch request the stand-in recorded as appId.
     apptest::Record UiRecord(const std::string &appId) const

@@ -127,6 +127,14 @@ protected:
         setenv("SSO_PLATFORM_APP_ID", app.c_str(), 1);
         return SSOAPISingleton<CCallerInformation>::GetInstance();
     }
+
+    // The caller identity of app, registered as the one application of the
+    // unsigned package.
+    CCallerInformation *RegisteredAs(const std::string &package, const std::string &app)
+    {
+        Register(package, app);
+        return As(app);
+    }
 };
 
 // ----------------------------------------------------------- identification
@@ -157,8 +165,7 @@ TEST_F(CallerInformation, TheBinaryIdOfAPlainCommandLineIsTheExecutableName)
 
 TEST_F(CallerInformation, TheUniqueIdIsThePackageIdWhenKnown)
 {
-    Register("org.example.pkg", "org.example.app");
-    CCallerInformation *info = As("org.example.app");
+    CCallerInformation *info = RegisteredAs("org.example.pkg", "org.example.app");
     EXPECT_EQ("org.example.pkg", info->GetPackageID());
     EXPECT_EQ("org.example.pkg", info->GetUniqueID());
 }
@@ -198,8 +205,7 @@ TEST_F(CallerInformation, PreInitIsRefusedOnceTheLibraryIsUnloading)
 
 TEST_F(CallerInformation, OnlyKindOneIsServedEvenForTheServicePackage)
 {
-    Register("org.orvex.ssoservice", "org.orvex.ssoservice.app");
-    CCallerInformation *info = As("org.orvex.ssoservice.app");
+    CCallerInformation *info = RegisteredAs("org.orvex.ssoservice", "org.orvex.ssoservice.app");
     EXPECT_FALSE(info->CheckCaller(2, "org.orvex.ssoservice"));
     EXPECT_FALSE(info->CheckCaller(0, "org.orvex.ssoservice"));
     EXPECT_TRUE(info->CheckCaller(1, "org.orvex.ssoservice"));
@@ -209,8 +215,7 @@ TEST_F(CallerInformation, OnlyKindOneIsServedEvenForTheServicePackage)
 
 TEST_F(CallerInformation, TheServicePackageMayNameAnyPackage)
 {
-    Register("org.orvex.ssoservice", "org.orvex.ssoservice.app");
-    CCallerInformation *info = As("org.orvex.ssoservice.app");
+    CCallerInformation *info = RegisteredAs("org.orvex.ssoservice", "org.orvex.ssoservice.app");
     EXPECT_TRUE(info->CheckCaller(1, "org.someone.else"));
     EXPECT_TRUE(info->CheckCaller(1, ""));
     EXPECT_TRUE(log().Contains(
@@ -219,8 +224,8 @@ TEST_F(CallerInformation, TheServicePackageMayNameAnyPackage)
 
 TEST_F(CallerInformation, TheAccountPackageMayNameAnyPackage)
 {
-    Register("com.veltra.orvex.veltra-account", "com.veltra.account.app");
-    CCallerInformation *info = As("com.veltra.account.app");
+    CCallerInformation *info =
+        RegisteredAs("com.veltra.orvex.veltra-account", "com.veltra.account.app");
     EXPECT_TRUE(info->CheckCaller(1, "org.someone.else"));
     EXPECT_TRUE(log().Contains("[END] m_packageId is 'com.veltra.orvex.veltra-account'. "
                                "pParamPackageId(org.someone.else)"));
@@ -228,8 +233,7 @@ TEST_F(CallerInformation, TheAccountPackageMayNameAnyPackage)
 
 TEST_F(CallerInformation, AnOrdinaryPackageMayNameOnlyItselfExactly)
 {
-    Register("org.example.pkg", "org.example.app");
-    CCallerInformation *info = As("org.example.app");
+    CCallerInformation *info = RegisteredAs("org.example.pkg", "org.example.app");
     EXPECT_TRUE(info->CheckCaller(1, "org.example.pkg"));
     EXPECT_FALSE(info->CheckCaller(1, "org.example.PKG"));
     EXPECT_FALSE(info->CheckCaller(1, "org.example.pkg "));
