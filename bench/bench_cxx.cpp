@@ -163,19 +163,15 @@ void RegisterAll()
 
 int main(int argc, char **argv)
 {
-    ssobench::Initialize(&argc, &argv);
-    ssobench::Environment env(true, true);
-    g_env = &env;
-    ssobench::BareClient bare;
-    if (!ssobench::StartClients(env, bare))
-        return 1;
-    bare.Stop(); // only the library's sides run here
-
-    RegisterAll();
-    ssobench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintPairs();
-    sso::give_proxy();
-    benchmark::Shutdown();
-    return 0;
+    return ssobench::RunWithClients(
+        argc, argv,
+        [](ssobench::Environment &env, ssobench::BareClient &bare) {
+            g_env = &env;
+            bare.Stop(); // only the library's sides run here
+            RegisterAll();
+        },
+        [](ssobench::BareClient &) {
+            sso::give_proxy();
+            return 0;
+        });
 }

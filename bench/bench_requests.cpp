@@ -186,31 +186,27 @@ void RegisterAll()
 
 int main(int argc, char **argv)
 {
-    ssobench::Initialize(&argc, &argv);
-    ssobench::Environment env(true, true);
-    g_env = &env;
-    ssobench::BareClient bare;
-    if (!ssobench::StartClients(env, bare))
-        return 1;
-    g_bare = &bare;
-
-    RegisterAll();
-    ssobench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintPairs();
-    // Results that came late or twice would show now.
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    long long late = 0;
-    for (auto &load : g_loads) {
-        load.second->Stop();
-        late += load.second->Duplicated(true);
-    }
-    bare.Stop();
-    sso_give_proxy();
-    benchmark::Shutdown();
-    if (late != 0) {
-        std::fprintf(stderr, "%lld results were delivered more than once\n", late);
-        return 1;
-    }
-    return 0;
+    return ssobench::RunWithClients(
+        argc, argv,
+        [](ssobench::Environment &env, ssobench::BareClient &bare) {
+            g_env = &env;
+            g_bare = &bare;
+            RegisterAll();
+        },
+        [](ssobench::BareClient &bare) {
+            // Results that came late or twice would show now.
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            long long late = 0;
+            for (auto &load : g_loads) {
+                load.second->Stop();
+                late += load.second->Duplicated(true);
+            }
+            bare.Stop();
+            sso_give_proxy();
+            if (late != 0) {
+                std::fprintf(stderr, "%lld results were delivered more than once\n", late);
+                return 1;
+            }
+            return 0;
+        });
 }

@@ -151,6 +151,24 @@ bool StartClients(Environment &env, BareClient &bare)
     return true;
 }
 
+int RunWithClients(int argc, char **argv,
+                   const std::function<void(Environment &, BareClient &)> &registerAll,
+                   const std::function<int(BareClient &)> &finish)
+{
+    Initialize(&argc, &argv);
+    Environment env(true, true);
+    BareClient bare;
+    if (!StartClients(env, bare))
+        return 1;
+    registerAll(env, bare);
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.PrintPairs();
+    int rc = finish(bare);
+    benchmark::Shutdown();
+    return rc;
+}
+
 // --------------------------------------------------------------- Latencies
 
 void Latencies::Clear()

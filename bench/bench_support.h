@@ -16,6 +16,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -69,6 +70,14 @@ private:
 bool StartLibrary(Environment &env);
 // The same, then starts the bare client.
 bool StartClients(Environment &env, BareClient &bare);
+
+// The main of a binary that times the library against the bare client:
+// environment and both clients up, `registerAll` registers the benchmarks
+// (it may keep the two, or stop the bare client), they run with ratios
+// printed, then `finish` winds down and gives the exit code.
+int RunWithClients(int argc, char **argv,
+                   const std::function<void(Environment &, BareClient &)> &registerAll,
+                   const std::function<int(BareClient &)> &finish);
 
 // Per-operation latencies of one repetition, from any number of threads.
 // Report (on thread 0, after the loop) sets the counters p50_ns and p99_ns.

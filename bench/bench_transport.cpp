@@ -147,21 +147,17 @@ void RegisterAll()
 
 int main(int argc, char **argv)
 {
-    ssobench::Initialize(&argc, &argv);
-    ssobench::Environment env(true, true);
-    g_env = &env;
-    ssobench::BareClient bare;
-    if (!ssobench::StartClients(env, bare))
-        return 1;
-    g_bare = &bare;
-
-    RegisterAll();
-    ssobench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintPairs();
-    unlink(TempLogFile().c_str());
-    bare.Stop();
-    sso_give_proxy();
-    benchmark::Shutdown();
-    return 0;
+    return ssobench::RunWithClients(
+        argc, argv,
+        [](ssobench::Environment &env, ssobench::BareClient &bare) {
+            g_env = &env;
+            g_bare = &bare;
+            RegisterAll();
+        },
+        [](ssobench::BareClient &bare) {
+            unlink(TempLogFile().c_str());
+            bare.Stop();
+            sso_give_proxy();
+            return 0;
+        });
 }
