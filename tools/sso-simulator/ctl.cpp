@@ -498,12 +498,18 @@ Json::Value ParseJsonReply(const std::string &text)
     return value;
 }
 
-int RunAccounts(const Parsed &)
+// Calls a control method that answers one JSON text.
+Json::Value CallForJson(const char *method)
 {
-    VariantPtr reply = ControlClient().Call("GetAccounts", nullptr, "(s)");
+    VariantPtr reply = ControlClient().Call(method, nullptr, "(s)");
     const gchar *text = nullptr;
     g_variant_get(reply.get(), "(&s)", &text);
-    const Json::Value v = ParseJsonReply(text);
+    return ParseJsonReply(text);
+}
+
+int RunAccounts(const Parsed &)
+{
+    const Json::Value v = CallForJson("GetAccounts");
     if (g_json) {
         ssotools::PrintJson(EmptyToNull(v));
         return kExitOk;
@@ -529,10 +535,7 @@ int RunSignOut(const Parsed &)
 
 int RunState(const Parsed &)
 {
-    VariantPtr reply = ControlClient().Call("GetState", nullptr, "(s)");
-    const gchar *text = nullptr;
-    g_variant_get(reply.get(), "(&s)", &text);
-    const Json::Value v = EmptyToNull(ParseJsonReply(text));
+    const Json::Value v = EmptyToNull(CallForJson("GetState"));
     if (g_json) {
         ssotools::PrintJson(v);
         return kExitOk;
@@ -588,10 +591,7 @@ int RunPublicDataWrite(const Parsed &p)
 
 int RunIssued(const Parsed &)
 {
-    VariantPtr reply = ControlClient().Call("GetIssued", nullptr, "(s)");
-    const gchar *text = nullptr;
-    g_variant_get(reply.get(), "(&s)", &text);
-    const Json::Value v = ParseJsonReply(text);
+    const Json::Value v = CallForJson("GetIssued");
     if (g_json) {
         ssotools::PrintJson(EmptyToNull(v));
         return kExitOk;
