@@ -46,4 +46,18 @@ inline std::string DescribeError(const GError *error)
     return std::string(name.get()) + ": " + message;
 }
 
+// Calls visit(key, value) for each entry of an a{sv} dictionary, in order;
+// each value is released after its call, also when visit throws.
+template <typename Visit> void ForEachVardictEntry(GVariant *dict, Visit &&visit)
+{
+    GVariantIter iter;
+    g_variant_iter_init(&iter, dict);
+    const gchar *key = nullptr;
+    GVariant *raw = nullptr;
+    while (g_variant_iter_next(&iter, "{&sv}", &key, &raw)) {
+        VariantPtr value(raw);
+        visit(key, value.get());
+    }
+}
+
 } // namespace ssosim
