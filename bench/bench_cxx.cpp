@@ -159,19 +159,16 @@ void RegisterAll()
         ->Setup(ClearSimulator);
 }
 
+int Finish(ssobench::BareClient &)
+{
+    sso::give_proxy();
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    return ssobench::RunWithClients(
-        argc, argv,
-        [](ssobench::Environment &env, ssobench::BareClient &bare) {
-            g_env = &env;
-            bare.Stop(); // only the library's sides run here
-            RegisterAll();
-        },
-        [](ssobench::BareClient &) {
-            sso::give_proxy();
-            return 0;
-        });
+    // Only the library's sides run here: no bare client.
+    return ssobench::RunWithClients(argc, argv, &g_env, nullptr, RegisterAll, Finish);
 }

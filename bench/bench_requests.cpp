@@ -182,31 +182,27 @@ void RegisterAll()
     }
 }
 
+int Finish(ssobench::BareClient &bare)
+{
+    // Results that came late or twice would show now.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    long long late = 0;
+    for (auto &load : g_loads) {
+        load.second->Stop();
+        late += load.second->Duplicated(true);
+    }
+    bare.Stop();
+    sso_give_proxy();
+    if (late != 0) {
+        std::fprintf(stderr, "%lld results were delivered more than once\n", late);
+        return 1;
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    return ssobench::RunWithClients(
-        argc, argv,
-        [](ssobench::Environment &env, ssobench::BareClient &bare) {
-            g_env = &env;
-            g_bare = &bare;
-            RegisterAll();
-        },
-        [](ssobench::BareClient &bare) {
-            // Results that came late or twice would show now.
-            std::this_thread::sleep_for(std::chrono::milliseconds(300));
-            long long late = 0;
-            for (auto &load : g_loads) {
-                load.second->Stop();
-                late += load.second->Duplicated(true);
-            }
-            bare.Stop();
-            sso_give_proxy();
-            if (late != 0) {
-                std::fprintf(stderr, "%lld results were delivered more than once\n", late);
-                return 1;
-            }
-            return 0;
-        });
+    return ssobench::RunWithClients(argc, argv, &g_env, &g_bare, RegisterAll, Finish);
 }

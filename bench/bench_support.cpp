@@ -151,20 +151,24 @@ bool StartClients(Environment &env, BareClient &bare)
     return true;
 }
 
-int RunWithClients(int argc, char **argv,
-                   const std::function<void(Environment &, BareClient &)> &registerAll,
-                   const std::function<int(BareClient &)> &finish)
+int RunWithClients(int argc, char **argv, Environment **env, BareClient **bare,
+                   void (*registerAll)(), int (*finish)(BareClient &))
 {
     Initialize(&argc, &argv);
-    Environment env(true, true);
-    BareClient bare;
-    if (!StartClients(env, bare))
+    Environment environment(true, true);
+    *env = &environment;
+    BareClient bareClient;
+    if (!StartClients(environment, bareClient))
         return 1;
-    registerAll(env, bare);
+    if (bare != nullptr)
+        *bare = &bareClient;
+    else
+        bareClient.Stop();
+    registerAll();
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.PrintPairs();
-    int rc = finish(bare);
+    int rc = finish(bareClient);
     benchmark::Shutdown();
     return rc;
 }

@@ -16,7 +16,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -72,12 +71,12 @@ bool StartLibrary(Environment &env);
 bool StartClients(Environment &env, BareClient &bare);
 
 // The main of a binary that times the library against the bare client:
-// environment and both clients up, `registerAll` registers the benchmarks
-// (it may keep the two, or stop the bare client), they run with ratios
-// printed, then `finish` winds down and gives the exit code.
-int RunWithClients(int argc, char **argv,
-                   const std::function<void(Environment &, BareClient &)> &registerAll,
-                   const std::function<int(BareClient &)> &finish);
+// environment and both clients up (*env and *bare point at them; with bare
+// null the bare client stops at once, only the library's sides run), then
+// registerAll, the benchmarks with ratios printed, and finish, which winds
+// down and gives the exit code.
+int RunWithClients(int argc, char **argv, Environment **env, BareClient **bare,
+                   void (*registerAll)(), int (*finish)(BareClient &));
 
 // Per-operation latencies of one repetition, from any number of threads.
 // Report (on thread 0, after the loop) sets the counters p50_ns and p99_ns.

@@ -143,21 +143,17 @@ void RegisterAll()
         ->Setup(ClearSimulator);
 }
 
+int Finish(ssobench::BareClient &bare)
+{
+    unlink(TempLogFile().c_str());
+    bare.Stop();
+    sso_give_proxy();
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    return ssobench::RunWithClients(
-        argc, argv,
-        [](ssobench::Environment &env, ssobench::BareClient &bare) {
-            g_env = &env;
-            g_bare = &bare;
-            RegisterAll();
-        },
-        [](ssobench::BareClient &bare) {
-            unlink(TempLogFile().c_str());
-            bare.Stop();
-            sso_give_proxy();
-            return 0;
-        });
+    return ssobench::RunWithClients(argc, argv, &g_env, &g_bare, RegisterAll, Finish);
 }
