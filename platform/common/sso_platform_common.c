@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -73,6 +74,36 @@ int sso_platform_write_all(int fd, const void *data, size_t len)
                 continue;
             return -1;
         }
+        p += n;
+        len -= (size_t)n;
+    }
+    return 0;
+}
+
+int sso_platform_send_all(int fd, const void *data, size_t len)
+{
+    const char *p = data;
+    while (len > 0) {
+        ssize_t n = send(fd, p, len, MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return -1;
+        p += n;
+        len -= (size_t)n;
+    }
+    return 0;
+}
+
+int sso_platform_recv_all(int fd, void *buf, size_t len)
+{
+    char *p = buf;
+    while (len > 0) {
+        ssize_t n = recv(fd, p, len, 0);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return -1;
         p += n;
         len -= (size_t)n;
     }
