@@ -2,8 +2,12 @@
 #pragma once
 
 #include <cstdio>
+#include <cstddef>
 #include <exception>
+#include <optional>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace ssotools {
 
@@ -34,6 +38,40 @@ template <typename Body> int GuardMain(const char *program, Body &&body)
     } catch (const std::exception &e) {
         std::fprintf(stderr, "%s: %s\n", program, e.what());
         return kExitFailure;
+    }
+}
+
+// One option word of a command line: "--name=value" carries its value inline.
+struct OptionWord {
+    std::string name;
+    std::optional<std::string> inline_value;
+};
+
+// Walks args from first: an operand (a word looksLikeOption refuses, or any
+// word after "--") goes to operand(word); an option word to
+// option(word, next), next being the following word or nullptr at the end;
+// option returns true when it took next as its value.
+template <typename LooksLikeOption, typename Operand, typename Option>
+void WalkCommandLine(const std::vector<std::string> &args, std::size_t first,
+                     LooksLikeOption &&looksLikeOption, Operand &&operand, Option &&option)
+{
+    bool options_done = false;
+    for (std::size_t i = first; i < args.size(); ++i) {
+        const std::string &arg = args[i];
+        if (options_done || !looksLikeOption(arg)) {
+            operand(arg);
+        } else if (arg == "--") {
+            options_done = true;
+        } else {
+            OptionWord word{arg, std::nullopt};
+            const std::size_t eq = arg.find('=');
+            if (arg.compare(0, 2, "--") == 0 && eq != std::string::npos) {
+                word.name = arg.substr(0, eq);
+                word.inline_value = arg.substr(eq + 1);
+            }
+            if (option(word, i + 1 < args.size() ? &args[i + 1] : nullptr))
+                ++i;
+        }
     }
 }
 
