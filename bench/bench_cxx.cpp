@@ -159,23 +159,16 @@ void RegisterAll()
         ->Setup(ClearSimulator);
 }
 
+int Finish(ssobench::BareClient &)
+{
+    sso::give_proxy();
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    ssobench::Initialize(&argc, &argv);
-    ssobench::Environment env(true, true);
-    g_env = &env;
-    ssobench::BareClient bare;
-    if (!ssobench::StartClients(env, bare))
-        return 1;
-    bare.Stop(); // only the library's sides run here
-
-    RegisterAll();
-    ssobench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintPairs();
-    sso::give_proxy();
-    benchmark::Shutdown();
-    return 0;
+    // Only the library's sides run here: no bare client.
+    return ssobench::RunWithClients(argc, argv, &g_env, nullptr, RegisterAll, Finish);
 }

@@ -24,40 +24,16 @@
 #include <thread>
 #include <vector>
 
+#include "bench_temp_root.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
 // A private platform root for one benchmark run, removed afterwards.
-class TempRoot {
+class TempRoot : public ssobench::TempRoot {
 public:
-    TempRoot()
-    {
-        const char *tmp = std::getenv("TMPDIR");
-        std::string templ = std::string(tmp && *tmp ? tmp : "/tmp") + "/sso-bench-XXXXXX";
-        std::vector<char> buf(templ.begin(), templ.end());
-        buf.push_back('\0');
-        if (mkdtemp(buf.data()))
-            path_ = buf.data();
-        if (!path_.empty())
-            setenv("SSO_PLATFORM_ROOT", path_.c_str(), 1);
-    }
-    ~TempRoot()
-    {
-        if (path_.empty())
-            return;
-        std::error_code ec;
-        std::filesystem::remove_all(path_, ec);
-        unsetenv("SSO_PLATFORM_ROOT");
-    }
-    TempRoot(const TempRoot &) = delete;
-    TempRoot &operator=(const TempRoot &) = delete;
-
-    bool ok() const { return !path_.empty(); }
-    const std::string &path() const { return path_; }
-
-private:
-    std::string path_;
+    TempRoot() : ssobench::TempRoot("sso-bench-") {}
 };
 
 // Points dlog at a file with the given threshold for one run.

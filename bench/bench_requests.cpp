@@ -182,22 +182,8 @@ void RegisterAll()
     }
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+int Finish(ssobench::BareClient &bare)
 {
-    ssobench::Initialize(&argc, &argv);
-    ssobench::Environment env(true, true);
-    g_env = &env;
-    ssobench::BareClient bare;
-    if (!ssobench::StartClients(env, bare))
-        return 1;
-    g_bare = &bare;
-
-    RegisterAll();
-    ssobench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintPairs();
     // Results that came late or twice would show now.
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     long long late = 0;
@@ -207,10 +193,16 @@ int main(int argc, char **argv)
     }
     bare.Stop();
     sso_give_proxy();
-    benchmark::Shutdown();
     if (late != 0) {
         std::fprintf(stderr, "%lld results were delivered more than once\n", late);
         return 1;
     }
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    return ssobench::RunWithClients(argc, argv, &g_env, &g_bare, RegisterAll, Finish);
 }

@@ -20,25 +20,18 @@
 #include <string>
 #include <vector>
 
+#include "bench_temp_root.h"
+
 namespace {
 
 // A private platform root for one benchmark run, with a storage service of
 // its own (sso-storaged from this program's directory, killed by pid and
 // with this process), removed afterwards.
-class TempRoot {
+class TempRoot : public ssobench::TempRoot {
 public:
-    explicit TempRoot(bool with_service = true)
+    explicit TempRoot(bool with_service = true) : ssobench::TempRoot("sso-bench-ss-")
     {
-        const char *tmp = std::getenv("TMPDIR");
-        std::string templ = std::string(tmp && *tmp ? tmp : "/tmp") + "/sso-bench-ss-XXXXXX";
-        std::vector<char> buf(templ.begin(), templ.end());
-        buf.push_back('\0');
-        if (mkdtemp(buf.data()))
-            path_ = buf.data();
-        if (!path_.empty())
-            setenv("SSO_PLATFORM_ROOT", path_.c_str(), 1);
-        if (!path_.empty() && with_service && !StartService())
-            path_.clear();
+        service_ok_ = !ssobench::TempRoot::ok() || !with_service || StartService();
     }
     ~TempRoot()
     {
@@ -46,16 +39,9 @@ public:
             kill(service_, SIGKILL);
             waitpid(service_, nullptr, 0);
         }
-        if (path_.empty())
-            return;
-        std::error_code ec;
-        std::filesystem::remove_all(path_, ec);
-        unsetenv("SSO_PLATFORM_ROOT");
     }
-    TempRoot(const TempRoot &) = delete;
-    TempRoot &operator=(const TempRoot &) = delete;
 
-    bool ok() const { return !path_.empty(); }
+    bool ok() const { return ssobench::TempRoot::ok() && service_ok_; }
 
 private:
     bool StartService()
@@ -74,7 +60,7 @@ private:
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             dup2(fds[1], 1);
             close(fds[0]);
-            execl(exe.c_str(), exe.c_str(), "--root", path_.c_str(), static_cast<char *>(nullptr));
+            execl(exe.c_str(), exe.c_str(), "--root", path().c_str(), static_cast<char *>(nullptr));
             _exit(127);
         }
         close(fds[1]);
@@ -87,7 +73,7 @@ private:
         return out.find("ready\n") != std::string::npos;
     }
 
-    std::string path_;
+    bool service_ok_ = false;
     pid_t service_ = -1;
 };
 

@@ -151,6 +151,28 @@ bool StartClients(Environment &env, BareClient &bare)
     return true;
 }
 
+int RunWithClients(int argc, char **argv, Environment **env, BareClient **bare,
+                   void (*registerAll)(), int (*finish)(BareClient &))
+{
+    Initialize(&argc, &argv);
+    Environment environment(true, true);
+    *env = &environment;
+    BareClient bareClient;
+    if (!StartClients(environment, bareClient))
+        return 1;
+    if (bare != nullptr)
+        *bare = &bareClient;
+    else
+        bareClient.Stop();
+    registerAll();
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.PrintPairs();
+    int rc = finish(bareClient);
+    benchmark::Shutdown();
+    return rc;
+}
+
 // --------------------------------------------------------------- Latencies
 
 void Latencies::Clear()

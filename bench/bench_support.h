@@ -70,6 +70,14 @@ bool StartLibrary(Environment &env);
 // The same, then starts the bare client.
 bool StartClients(Environment &env, BareClient &bare);
 
+// The main of a binary that times the library against the bare client:
+// environment and both clients up (*env and *bare point at them; with bare
+// null the bare client stops at once, only the library's sides run), then
+// registerAll, the benchmarks with ratios printed, and finish, which winds
+// down and gives the exit code.
+int RunWithClients(int argc, char **argv, Environment **env, BareClient **bare,
+                   void (*registerAll)(), int (*finish)(BareClient &));
+
 // Per-operation latencies of one repetition, from any number of threads.
 // Report (on thread 0, after the loop) sets the counters p50_ns and p99_ns.
 class Latencies {

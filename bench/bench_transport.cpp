@@ -143,25 +143,17 @@ void RegisterAll()
         ->Setup(ClearSimulator);
 }
 
+int Finish(ssobench::BareClient &bare)
+{
+    unlink(TempLogFile().c_str());
+    bare.Stop();
+    sso_give_proxy();
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    ssobench::Initialize(&argc, &argv);
-    ssobench::Environment env(true, true);
-    g_env = &env;
-    ssobench::BareClient bare;
-    if (!ssobench::StartClients(env, bare))
-        return 1;
-    g_bare = &bare;
-
-    RegisterAll();
-    ssobench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintPairs();
-    unlink(TempLogFile().c_str());
-    bare.Stop();
-    sso_give_proxy();
-    benchmark::Shutdown();
-    return 0;
+    return ssobench::RunWithClients(argc, argv, &g_env, &g_bare, RegisterAll, Finish);
 }

@@ -557,21 +557,6 @@ SSO_PLATFORM_EXPORT int app_control_get_launch_request(app_control_h *request)
     return app_control_clone(request, self.request);
 }
 
-static int send_all(int fd, const unsigned char *data, size_t len)
-{
-    while (len > 0) {
-        ssize_t n = send(fd, data, len, MSG_NOSIGNAL);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return -1;
-        }
-        data += n;
-        len -= (size_t)n;
-    }
-    return 0;
-}
-
 SSO_PLATFORM_EXPORT int app_control_reply_to_launch_request(app_control_h reply,
                                                             app_control_h request,
                                                             app_control_result_e result)
@@ -599,7 +584,7 @@ SSO_PLATFORM_EXPORT int app_control_reply_to_launch_request(app_control_h reply,
         return APP_CONTROL_ERROR_ALREADY_REPLIED;
     }
     if (fd >= 0) {
-        if (send_all(fd, msg.data, msg.len) != 0)
+        if (sso_platform_send_all(fd, msg.data, msg.len) != 0)
             rc = APP_CONTROL_ERROR_IO_ERROR;
         close(fd);
     }

@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -77,6 +78,33 @@ int sso_platform_write_all(int fd, const void *data, size_t len)
         len -= (size_t)n;
     }
     return 0;
+}
+
+/* The whole of len bytes through a socket, sent (without SIGPIPE) or
+ * received; EINTR retried, an error or end of stream is -1. A buffer being
+ * sent is only read. */
+static int socket_transfer_all(int fd, char *p, size_t len, int sending)
+{
+    while (len > 0) {
+        ssize_t n = sending ? send(fd, p, len, MSG_NOSIGNAL) : recv(fd, p, len, 0);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return -1;
+        p += n;
+        len -= (size_t)n;
+    }
+    return 0;
+}
+
+int sso_platform_send_all(int fd, const void *data, size_t len)
+{
+    return socket_transfer_all(fd, (char *)data, len, 1);
+}
+
+int sso_platform_recv_all(int fd, void *buf, size_t len)
+{
+    return socket_transfer_all(fd, buf, len, 0);
 }
 
 int sso_platform_write_atomic(const char *path, const void *data, size_t len, mode_t mode)

@@ -102,15 +102,25 @@ static char *decode_name(const char *name)
     return key;
 }
 
-/* "<root>/vconf/<encoded key>", validating the key on the way. */
-static int key_path(const char *key, char *buf, size_t size)
+/* The file name of a key (name holds MAX_FILE_NAME + 1), validating the key
+ * on the way. */
+static int key_file_name(const char *key, char *name, size_t size)
 {
     int rc = check_key(key);
     if (rc != VCONF_OK)
         return rc;
-    char name[MAX_FILE_NAME + 1];
-    if (encode_key(key, name, sizeof(name)) != 0)
+    if (encode_key(key, name, size) != 0)
         return VCONF_ERROR_WRONG_PREFIX;
+    return VCONF_OK;
+}
+
+/* "<root>/vconf/<encoded key>", validating the key on the way. */
+static int key_path(const char *key, char *buf, size_t size)
+{
+    char name[MAX_FILE_NAME + 1];
+    int rc = key_file_name(key, name, sizeof(name));
+    if (rc != VCONF_OK)
+        return rc;
     char rel[sizeof(VCONF_DIR) + 1 + sizeof(name)];
     snprintf(rel, sizeof(rel), "%s/%s", VCONF_DIR, name);
     if (sso_platform_path(buf, size, rel) != 0)
@@ -689,12 +699,10 @@ SSO_PLATFORM_EXPORT int vconf_notify_key_changed(const char *key, vconf_callback
 {
     if (!cb)
         return VCONF_ERROR;
-    int rc = check_key(key);
+    char name[MAX_FILE_NAME + 1];
+    int rc = key_file_name(key, name, sizeof(name));
     if (rc != VCONF_OK)
         return rc;
-    char name[MAX_FILE_NAME + 1];
-    if (encode_key(key, name, sizeof(name)) != 0)
-        return VCONF_ERROR_WRONG_PREFIX;
 
     GMainContext *ctx = g_main_context_ref_thread_default();
     pthread_mutex_lock(&g_lock);

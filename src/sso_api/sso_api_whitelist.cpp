@@ -31,6 +31,26 @@ constexpr const char *kWhitelistMethod = "sso_service_request_whitelist_accessto
 
 } // namespace
 
+// A new `var` holding the library's `Type` singleton; -1 with
+// SSO_ERROR_UNLOADING, `reason` logged, once the library is unloading.
+#define SSO_SINGLETON_OR_FAIL(Type, var, reason)                                                   \
+    Type *var = SSOAPISingleton<Type>::GetInstance();                                              \
+    if (var == nullptr) {                                                                          \
+        SSO_LOG_CHECK_NULL(reason);                                                                \
+        return sso_private_fail(SSO_ERROR_UNLOADING, -1);                                          \
+    }                                                                                              \
+    static_cast<void>(0)
+#define SSO_CALLER_INFO_OR_FAIL(var)                                                               \
+    SSO_SINGLETON_OR_FAIL(CCallerInformation, var, "pCallerInfoInstance is null")
+// -1 with SSO_ERROR_NOT_ALLOWED unless `package` is the caller's own.
+#define SSO_REFUSE_UNLESS_CALLER_PACKAGE(callerInfo, package)                                      \
+    do {                                                                                           \
+        if (!(callerInfo)->CheckCaller(kCheckCallerPackage, (package))) {                          \
+            SSO_LOGE("not allowed with this package name (%s)", (package));                        \
+            return sso_private_fail(SSO_ERROR_NOT_ALLOWED, -1);                                    \
+        }                                                                                          \
+    } while (0)
+
 extern "C" {
 
 SSO_API int sso_api_request_whitelist_accesstoken(const char *app_id, const char *packagename,
@@ -45,15 +65,8 @@ try {
     SSO_REFUSE_IF_NULL(packagename == nullptr, "packagename is nullptr");
     SSO_REFUSE_IF_NULL(signature == nullptr, "signature is nullptr");
     SSO_REFUSE_IF_NULL(callback == nullptr, "request_whitelist_accesstoken_cb is nullptr");
-    CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
-    if (pCallerInfoInstance == nullptr) {
-        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
-        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
-    }
-    if (!pCallerInfoInstance->CheckCaller(kCheckCallerPackage, packagename)) {
-        SSO_LOGE("not allowed with this package name (%s)", packagename);
-        return sso_private_fail(SSO_ERROR_NOT_ALLOWED, -1);
-    }
+    SSO_CALLER_INFO_OR_FAIL(pCallerInfoInstance);
+    SSO_REFUSE_UNLESS_CALLER_PACKAGE(pCallerInfoInstance, packagename);
     SSO_RETURN_IF_SERVICE_NOT_ALIVE(-1);
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
 
@@ -79,11 +92,7 @@ try {
     SSO_LOG_START();
     SSO_REFUSE_IF_NULL(app_id == nullptr, "app_id is nullptr");
     SSO_REFUSE_IF_NULL(callback == nullptr, "request_whitelist_accesstoken_cb is nullptr");
-    CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
-    if (pCallerInfoInstance == nullptr) {
-        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
-        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
-    }
+    SSO_CALLER_INFO_OR_FAIL(pCallerInfoInstance);
     std::string packageId = pCallerInfoInstance->GetPackageID();
     std::string signature = pCallerInfoInstance->GetSignature(true);
     int ret = sso_api_request_whitelist_accesstoken(app_id, packageId.c_str(), signature.c_str(),
@@ -112,15 +121,8 @@ try {
     SSO_REFUSE_IF_NULL(packagename == nullptr, "packagename is nullptr");
     // Purely local: no liveness check, the login state comes first.
     SSO_RETURN_IF_NOT_LOGGED_IN(-1);
-    CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
-    if (pCallerInfoInstance == nullptr) {
-        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
-        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
-    }
-    if (!pCallerInfoInstance->CheckCaller(kCheckCallerPackage, packagename)) {
-        SSO_LOGE("not allowed with this package name (%s)", packagename);
-        return sso_private_fail(SSO_ERROR_NOT_ALLOWED, -1);
-    }
+    SSO_CALLER_INFO_OR_FAIL(pCallerInfoInstance);
+    SSO_REFUSE_UNLESS_CALLER_PACKAGE(pCallerInfoInstance, packagename);
     sso_glib::MallocPtr<char> guidBuffer;
     int guidResult = sso_get_guid(sso_glib::Out(guidBuffer));
     if (guidResult != 0 || guidBuffer == nullptr) {
@@ -130,11 +132,7 @@ try {
     std::string guid = guidBuffer.get();
 
     std::string dataKey = std::string(kWhitelistTokenKeyPrefix) + app_id;
-    CSSOSSData *pSSDataInstance = SSOAPISingleton<CSSOSSData>::GetInstance();
-    if (pSSDataInstance == nullptr) {
-        SSO_LOG_CHECK_NULL("pSSDataInstance is null");
-        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
-    }
+    SSO_SINGLETON_OR_FAIL(CSSOSSData, pSSDataInstance, "pSSDataInstance is null");
     std::string value;
     if (!pSSDataInstance->ExtractApplicationData(packagename, guid, dataKey, value)) {
         SSO_LOGE("Failed to GetExtractApplicationData()");
@@ -162,11 +160,7 @@ SSO_API int sso_get_whitelist_accesstoken(const char *app_id, char **access_toke
 try {
     SSO_LOG_START();
     SSO_REFUSE_IF_NULL(app_id == nullptr, "app_id is nullptr");
-    CCallerInformation *pCallerInfoInstance = SSOAPISingleton<CCallerInformation>::GetInstance();
-    if (pCallerInfoInstance == nullptr) {
-        SSO_LOG_CHECK_NULL("pCallerInfoInstance is null");
-        return sso_private_fail(SSO_ERROR_UNLOADING, -1);
-    }
+    SSO_CALLER_INFO_OR_FAIL(pCallerInfoInstance);
     std::string packageId = pCallerInfoInstance->GetPackageID();
     return sso_api_get_whitelist_accesstoken(app_id, packageId.c_str(), access_token);
 }

@@ -182,16 +182,11 @@ inline constexpr const char *kSimWhitelistTokenKeyPrefix =
     "DATA_KEY_NAME_WHILIST_ACCESSTOKEN_RESPONSE_";
 
 // Error names the simulator answers refused account operations with.
-inline constexpr const char *kSimErrorNoSuchAccount =
-    "org.orvex.tv.ssoservice.simulator.Error.NoSuchAccount";
-inline constexpr const char *kSimErrorAccountExists =
-    "org.orvex.tv.ssoservice.simulator.Error.AccountExists";
-inline constexpr const char *kSimErrorAccountLimit =
-    "org.orvex.tv.ssoservice.simulator.Error.AccountLimit";
-inline constexpr const char *kSimErrorNotSignedIn =
-    "org.orvex.tv.ssoservice.simulator.Error.NotSignedIn";
-inline constexpr const char *kSimErrorAlreadySignedIn =
-    "org.orvex.tv.ssoservice.simulator.Error.AlreadySignedIn";
+inline constexpr const char *kSimErrorNoSuchAccount = ssosim::kErrorNoSuchAccount;
+inline constexpr const char *kSimErrorAccountExists = ssosim::kErrorAccountExists;
+inline constexpr const char *kSimErrorAccountLimit = ssosim::kErrorAccountLimit;
+inline constexpr const char *kSimErrorNotSignedIn = ssosim::kErrorNotSignedIn;
+inline constexpr const char *kSimErrorAlreadySignedIn = ssosim::kErrorAlreadySignedIn;
 
 // What a finished sso-simulator command printed.
 using SimulatorCommandResult = ToolResult;

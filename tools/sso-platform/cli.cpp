@@ -170,39 +170,21 @@ int RunGroup(const Group &group, const std::vector<std::string> &argv)
     }
 
     Args args;
-    bool options_done = false;
-    for (std::size_t i = 1; i < argv.size(); ++i) {
-        const std::string &arg = argv[i];
-        if (options_done || !LooksLikeOption(arg)) {
-            args.positional.push_back(arg);
-            continue;
-        }
-        if (arg == "--") {
-            options_done = true;
-            continue;
-        }
-        std::string name = arg;
-        std::string value;
-        bool inline_value = false;
-        std::size_t eq = arg.find('=');
-        if (arg.compare(0, 2, "--") == 0 && eq != std::string::npos) {
-            name = arg.substr(0, eq);
-            value = arg.substr(eq + 1);
-            inline_value = true;
-        }
-        const Option *option = FindOption(*command, name);
-        if (!option)
-            throw UsageError("unknown option '" + name + "'" + HelpHint(group, command));
-        if (!option->value_name) {
-            if (inline_value)
-                throw UsageError("option '" + name + "' takes no value");
-        } else if (!inline_value) {
-            if (i + 1 >= argv.size())
-                throw UsageError("option '" + name + "' needs a value" + HelpHint(group, command));
-            value = argv[++i];
-        }
-        args.options[name] = value;
-    }
+    ssotools::WalkCommandLine(
+        argv, 1, LooksLikeOption, [&](const std::string &arg) { args.positional.push_back(arg); },
+        [&](const ssotools::OptionWord &word, const std::string *next) {
+            const Option *option = FindOption(*command, word.name);
+            if (!option)
+                throw UsageError("unknown option '" + word.name + "'" + HelpHint(group, command));
+            if (!option->value_name && word.inline_value)
+                throw UsageError("option '" + word.name + "' takes no value");
+            if (option->value_name && !word.inline_value && !next)
+                throw UsageError("option '" + word.name + "' needs a value" +
+                                 HelpHint(group, command));
+            const bool takes_next = option->value_name && !word.inline_value;
+            args.options[word.name] = takes_next ? *next : word.inline_value.value_or("");
+            return takes_next;
+        });
 
     std::size_t n = args.positional.size();
     if (n < command->min_args)

@@ -11,19 +11,17 @@
 #include <string>
 #include <vector>
 
+#include "tool_cli.h"
+
 namespace ssoplatform {
 
 inline constexpr const char *kProgram = "sso-platform";
 
-// Bad usage: unknown command, missing argument, malformed value. Exit 2.
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-// The command was well formed but failed. Exit 1.
-struct Failure : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
+using ssotools::Failure;
+using ssotools::kExitFailure;
+using ssotools::kExitOk;
+using ssotools::kExitUsage;
+using ssotools::UsageError;
 
 // What the tool says about one result of a platform library: a usage error
 // (the caller's input) or a failure. "%s" in text stands for the key, item,
@@ -38,10 +36,6 @@ struct ResultText {
 // Failure with fallback ("%s" the subject, "%d" the result) for any other.
 void CheckResult(int rc, int ok, const std::string &subject, const std::vector<ResultText> &texts,
                  const std::string &fallback);
-
-inline constexpr int kExitOk = 0;
-inline constexpr int kExitFailure = 1;
-inline constexpr int kExitUsage = 2;
 
 struct Option {
     const char *name;       // "--type"

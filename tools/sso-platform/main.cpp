@@ -134,13 +134,6 @@ int Run(std::vector<std::string> args)
 
 int main(int argc, char **argv)
 {
-    try {
-        return Run(std::vector<std::string>(argv + 1, argv + argc));
-    } catch (const UsageError &e) {
-        std::fprintf(stderr, "%s: %s\n", kProgram, e.what());
-        return kExitUsage;
-    } catch (const std::exception &e) {
-        std::fprintf(stderr, "%s: %s\n", kProgram, e.what());
-        return kExitFailure;
-    }
+    return ssotools::GuardMain(
+        kProgram, [&] { return Run(std::vector<std::string>(argv + 1, argv + argc)); });
 }

@@ -166,22 +166,17 @@ AccountFields AccountFieldsFromVariant(GVariant *dict)
         {"receive_email", &AccountFields::receive_email},
         {"family_group", &AccountFields::family_group},
     };
-    GVariantIter iter;
-    g_variant_iter_init(&iter, dict);
-    const gchar *key = nullptr;
-    GVariant *raw = nullptr;
-    while (g_variant_iter_next(&iter, "{&sv}", &key, &raw)) {
-        VariantPtr value(raw);
+    ForEachVardictEntry(dict, [&](const gchar *key, GVariant *value) {
         auto it = kKeys.find(key);
         if (it == kKeys.end())
             throw InvalidAccountArgs(std::string("unknown account field '") + key +
                                      "' (known: " + AccountFieldKeys() + ")");
-        if (!g_variant_is_of_type(value.get(), G_VARIANT_TYPE_STRING))
+        if (!g_variant_is_of_type(value, G_VARIANT_TYPE_STRING))
             throw InvalidAccountArgs(std::string("account field '") + key +
                                      "' must have type 's', got '" +
-                                     g_variant_get_type_string(value.get()) + "'");
-        f.*(it->second) = g_variant_get_string(value.get(), nullptr);
-    }
+                                     g_variant_get_type_string(value) + "'");
+        f.*(it->second) = g_variant_get_string(value, nullptr);
+    });
     return f;
 }
 

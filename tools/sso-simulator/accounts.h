@@ -14,19 +14,12 @@
 #include <string>
 #include <vector>
 
+#include "result_codes.h"
+
 namespace ssosim {
 
-// Error names of refused account operations, so callers can tell them apart.
-inline constexpr const char *kErrorNoSuchAccount =
-    "org.orvex.tv.ssoservice.simulator.Error.NoSuchAccount";
-inline constexpr const char *kErrorAccountExists =
-    "org.orvex.tv.ssoservice.simulator.Error.AccountExists";
-inline constexpr const char *kErrorAccountLimit =
-    "org.orvex.tv.ssoservice.simulator.Error.AccountLimit";
-inline constexpr const char *kErrorNotSignedIn =
-    "org.orvex.tv.ssoservice.simulator.Error.NotSignedIn";
-inline constexpr const char *kErrorAlreadySignedIn =
-    "org.orvex.tv.ssoservice.simulator.Error.AlreadySignedIn";
+// The error names of refused account operations live in result_codes.h; a
+// write the store refused answers this one.
 inline constexpr const char *kErrorStore = "org.orvex.tv.ssoservice.simulator.Error.Store";
 
 // A refused account operation; error_name is one of the kError* names, or

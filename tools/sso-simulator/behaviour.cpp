@@ -1,5 +1,7 @@
 #include "behaviour.h"
 
+#include <map>
+
 #include "glib_util.h"
 
 namespace ssosim {
@@ -82,63 +84,56 @@ Behaviour BehaviourFromVariant(GVariant *dict)
 {
     if (!g_variant_is_of_type(dict, G_VARIANT_TYPE_VARDICT))
         throw BehaviourError("behaviour must be a{sv}");
+    // The keys that take their value as it comes.
+    static const std::map<std::string, std::optional<std::int32_t> Behaviour::*> kInt32Keys = {
+        {"accept", &Behaviour::accept},
+        {"result", &Behaviour::result},
+    };
+    static const std::map<std::string, std::optional<std::uint32_t> Behaviour::*> kUint32Keys = {
+        {"answer_delay_ms", &Behaviour::answer_delay_ms},
+        {"result_delay_ms", &Behaviour::result_delay_ms},
+        {"answer_delay_max_ms", &Behaviour::answer_delay_max_ms},
+        {"result_delay_max_ms", &Behaviour::result_delay_max_ms},
+        {"random_seed", &Behaviour::random_seed},
+    };
+    static const std::map<std::string, std::optional<bool> Behaviour::*> kBoolKeys = {
+        {"drop_result", &Behaviour::drop_result},
+        {"no_answer", &Behaviour::no_answer},
+    };
     Behaviour b;
-    GVariantIter iter;
-    g_variant_iter_init(&iter, dict);
-    const gchar *key = nullptr;
-    GVariant *raw = nullptr;
-    while (g_variant_iter_next(&iter, "{&sv}", &key, &raw)) {
-        VariantPtr value(raw);
+    ForEachVardictEntry(dict, [&b](const gchar *key, GVariant *value) {
         const std::string k = key;
-        if (k == "accept") {
-            ExpectType(value.get(), "i", key);
-            b.accept = g_variant_get_int32(value.get());
-        } else if (k == "result") {
-            ExpectType(value.get(), "i", key);
-            b.result = g_variant_get_int32(value.get());
+        if (auto it = kInt32Keys.find(k); it != kInt32Keys.end()) {
+            ExpectType(value, "i", key);
+            b.*(it->second) = g_variant_get_int32(value);
+        } else if (auto it = kUint32Keys.find(k); it != kUint32Keys.end()) {
+            ExpectType(value, "u", key);
+            b.*(it->second) = g_variant_get_uint32(value);
+        } else if (auto it = kBoolKeys.find(k); it != kBoolKeys.end()) {
+            ExpectType(value, "b", key);
+            b.*(it->second) = g_variant_get_boolean(value) != FALSE;
         } else if (k == "payloads") {
-            ExpectType(value.get(), "as", key);
+            ExpectType(value, "as", key);
             std::vector<std::string> list;
             GVariantIter items;
-            g_variant_iter_init(&items, value.get());
+            g_variant_iter_init(&items, value);
             const gchar *item = nullptr;
             while (g_variant_iter_next(&items, "&s", &item))
                 list.emplace_back(item);
             b.payloads = std::move(list);
-        } else if (k == "answer_delay_ms") {
-            ExpectType(value.get(), "u", key);
-            b.answer_delay_ms = g_variant_get_uint32(value.get());
-        } else if (k == "result_delay_ms") {
-            ExpectType(value.get(), "u", key);
-            b.result_delay_ms = g_variant_get_uint32(value.get());
-        } else if (k == "drop_result") {
-            ExpectType(value.get(), "b", key);
-            b.drop_result = g_variant_get_boolean(value.get()) != FALSE;
         } else if (k == "error") {
-            ExpectType(value.get(), "s", key);
-            std::string name = g_variant_get_string(value.get(), nullptr);
+            ExpectType(value, "s", key);
+            std::string name = g_variant_get_string(value, nullptr);
             // Error names follow interface-name rules; GDBus refuses others.
             if (!name.empty() && !g_dbus_is_interface_name(name.c_str()))
                 throw BehaviourError("'" + name + "' is not a valid D-Bus error name");
             b.error = std::move(name);
-        } else if (k == "no_answer") {
-            ExpectType(value.get(), "b", key);
-            b.no_answer = g_variant_get_boolean(value.get()) != FALSE;
         } else if (k == "refuse_percent" || k == "drop_percent") {
-            ExpectType(value.get(), "u", key);
-            const std::uint32_t percent = g_variant_get_uint32(value.get());
+            ExpectType(value, "u", key);
+            const std::uint32_t percent = g_variant_get_uint32(value);
             if (percent > 100)
                 throw BehaviourError("behaviour key '" + k + "' must be 0 to 100");
             (k == "refuse_percent" ? b.refuse_percent : b.drop_percent) = percent;
-        } else if (k == "answer_delay_max_ms") {
-            ExpectType(value.get(), "u", key);
-            b.answer_delay_max_ms = g_variant_get_uint32(value.get());
-        } else if (k == "result_delay_max_ms") {
-            ExpectType(value.get(), "u", key);
-            b.result_delay_max_ms = g_variant_get_uint32(value.get());
-        } else if (k == "random_seed") {
-            ExpectType(value.get(), "u", key);
-            b.random_seed = g_variant_get_uint32(value.get());
         } else {
             throw BehaviourError("unknown behaviour key '" + k +
                                  "' (known: accept, result, payloads, answer_delay_ms, "
@@ -146,7 +141,7 @@ Behaviour BehaviourFromVariant(GVariant *dict)
                                  "drop_percent, answer_delay_max_ms, result_delay_max_ms, "
                                  "random_seed)");
         }
-    }
+    });
     return b;
 }
 

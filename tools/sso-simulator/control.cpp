@@ -70,21 +70,12 @@ void Control::Register()
         }
     }
     static const GDBusInterfaceVTable kVTable = {&Control::OnMethodCall, nullptr, nullptr, {}};
-    registration_ = g_dbus_connection_register_object(
-        connection_, kControlPath, node_->interfaces[0], &kVTable, this, nullptr, &error);
-    if (registration_ == 0) {
-        ErrorPtr owned(error);
-        throw std::runtime_error(std::string("cannot export ") + kControlPath + ": " +
-                                 owned->message);
-    }
+    registration_ = ExportObject(connection_, kControlPath, node_->interfaces[0], &kVTable, this);
 }
 
 void Control::Unregister()
 {
-    if (registration_ != 0) {
-        g_dbus_connection_unregister_object(connection_, registration_);
-        registration_ = 0;
-    }
+    UnexportObject(connection_, registration_);
 }
 
 void Control::OnMethodCall(GDBusConnection *, const gchar *, const gchar *, const gchar *,

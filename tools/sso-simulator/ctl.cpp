@@ -101,42 +101,27 @@ void PrintCommandHelp(const Command &c)
 Parsed Parse(const Command &c, const std::vector<std::string> &args)
 {
     Parsed p;
-    bool options_done = false;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string &arg = args[i];
-        if (options_done || arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
-            p.positional.push_back(arg);
-            continue;
-        }
-        if (arg == "--") {
-            options_done = true;
-            continue;
-        }
-        std::string name = arg;
-        std::string value;
-        bool inline_value = false;
-        const auto eq = arg.find('=');
-        if (eq != std::string::npos) {
-            name = arg.substr(0, eq);
-            value = arg.substr(eq + 1);
-            inline_value = true;
-        }
-        const OptionDef *def = nullptr;
-        for (const auto &o : c.options)
-            if (name == o.name)
-                def = &o;
-        if (def == nullptr)
-            throw UsageError("unknown option '" + name + "' for ctl " + c.name + Hint(c.name));
-        if (def->value_name == nullptr) {
-            if (inline_value)
-                throw UsageError("option " + name + " takes no value" + Hint(c.name));
-        } else if (!inline_value) {
-            if (i + 1 >= args.size())
-                throw UsageError("option " + name + " needs " + def->value_name + Hint(c.name));
-            value = args[++i];
-        }
-        p.options.emplace_back(name, value);
-    }
+    ssotools::WalkCommandLine(
+        args, 0,
+        [](const std::string &arg) { return arg.size() >= 2 && arg.compare(0, 2, "--") == 0; },
+        [&](const std::string &arg) { p.positional.push_back(arg); },
+        [&](const ssotools::OptionWord &word, const std::string *next) {
+            const OptionDef *def = nullptr;
+            for (const auto &o : c.options)
+                if (word.name == o.name)
+                    def = &o;
+            if (def == nullptr)
+                throw UsageError("unknown option '" + word.name + "' for ctl " + c.name +
+                                 Hint(c.name));
+            if (def->value_name == nullptr && word.inline_value)
+                throw UsageError("option " + word.name + " takes no value" + Hint(c.name));
+            if (def->value_name != nullptr && !word.inline_value && next == nullptr)
+                throw UsageError("option " + word.name + " needs " + def->value_name +
+                                 Hint(c.name));
+            const bool takes_next = def->value_name != nullptr && !word.inline_value;
+            p.options.emplace_back(word.name, takes_next ? *next : word.inline_value.value_or(""));
+            return takes_next;
+        });
     if (p.positional.size() < c.min_args)
         throw UsageError(std::string("ctl ") + c.name + " needs " + c.synopsis + Hint(c.name));
     if (p.positional.size() > c.max_args)
@@ -498,12 +483,18 @@ Json::Value ParseJsonReply(const std::string &text)
     return value;
 }
 
-int RunAccounts(const Parsed &)
+// Calls a control method that answers one JSON text.
+Json::Value CallForJson(const char *method)
 {
-    VariantPtr reply = ControlClient().Call("GetAccounts", nullptr, "(s)");
+    VariantPtr reply = ControlClient().Call(method, nullptr, "(s)");
     const gchar *text = nullptr;
     g_variant_get(reply.get(), "(&s)", &text);
-    const Json::Value v = ParseJsonReply(text);
+    return ParseJsonReply(text);
+}
+
+int RunAccounts(const Parsed &)
+{
+    const Json::Value v = CallForJson("GetAccounts");
     if (g_json) {
         ssotools::PrintJson(EmptyToNull(v));
         return kExitOk;
@@ -529,10 +520,7 @@ int RunSignOut(const Parsed &)
 
 int RunState(const Parsed &)
 {
-    VariantPtr reply = ControlClient().Call("GetState", nullptr, "(s)");
-    const gchar *text = nullptr;
-    g_variant_get(reply.get(), "(&s)", &text);
-    const Json::Value v = EmptyToNull(ParseJsonReply(text));
+    const Json::Value v = EmptyToNull(CallForJson("GetState"));
     if (g_json) {
         ssotools::PrintJson(v);
         return kExitOk;
@@ -588,10 +576,7 @@ int RunPublicDataWrite(const Parsed &p)
 
 int RunIssued(const Parsed &)
 {
-    VariantPtr reply = ControlClient().Call("GetIssued", nullptr, "(s)");
-    const gchar *text = nullptr;
-    g_variant_get(reply.get(), "(&s)", &text);
-    const Json::Value v = ParseJsonReply(text);
+    const Json::Value v = CallForJson("GetIssued");
     if (g_json) {
         ssotools::PrintJson(EmptyToNull(v));
         return kExitOk;

@@ -57,16 +57,10 @@ Outcome Refuse(const Request &r, std::int32_t code, const char *why)
 // An account in a list an application may see: no password, no user token.
 Json::Value ListedAccount(const Account &a, bool active)
 {
-    Json::Value v(Json::objectValue);
-    v["account_id"] = a.login_id;
-    v["account_guid"] = a.guid;
-    v["account_uid"] = a.uid;
-    v["account_icon_path"] = a.icon_path;
-    v["displayName"] = a.display_name;
-    v["user_pin_set"] = a.user_pin_set;
-    v["userCountryCode"] = a.country;
-    v["alpha2CountryCode"] = a.country2;
-    v["userDeviceID"] = a.device_id;
+    // The public document's entry, less the user token (PublicAccount has no
+    // password either).
+    Json::Value v = PublicAccount(a);
+    v.removeMember("account_auth");
     v["active"] = active;
     return v;
 }

@@ -7,6 +7,7 @@
 #include "sso_glib_ptr.h"
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace ssosim {
@@ -44,6 +45,44 @@ inline std::string DescribeError(const GError *error)
         name.reset(g_dbus_error_encode_gerror(error));
     }
     return std::string(name.get()) + ": " + message;
+}
+
+// Exports one interface at path; throws std::runtime_error naming the path
+// when GDBus refuses. Returns the registration id (never 0).
+inline guint ExportObject(GDBusConnection *connection, const char *path, GDBusInterfaceInfo *info,
+                          const GDBusInterfaceVTable *vtable, gpointer self)
+{
+    GError *error = nullptr;
+    const guint id =
+        g_dbus_connection_register_object(connection, path, info, vtable, self, nullptr, &error);
+    if (id == 0) {
+        ErrorPtr owned(error);
+        throw std::runtime_error(std::string("cannot export ") + path + ": " + owned->message);
+    }
+    return id;
+}
+
+// Withdraws an export made by ExportObject, if any; registration becomes 0.
+inline void UnexportObject(GDBusConnection *connection, guint &registration)
+{
+    if (registration != 0) {
+        g_dbus_connection_unregister_object(connection, registration);
+        registration = 0;
+    }
+}
+
+// Calls visit(key, value) for each entry of an a{sv} dictionary, in order;
+// each value is released after its call, also when visit throws.
+template <typename Visit> void ForEachVardictEntry(GVariant *dict, Visit &&visit)
+{
+    GVariantIter iter;
+    g_variant_iter_init(&iter, dict);
+    const gchar *key = nullptr;
+    GVariant *raw = nullptr;
+    while (g_variant_iter_next(&iter, "{&sv}", &key, &raw)) {
+        VariantPtr value(raw);
+        visit(key, value.get());
+    }
 }
 
 } // namespace ssosim

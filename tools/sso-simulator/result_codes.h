@@ -3,7 +3,8 @@
 // library passes result codes through to the application unchanged), listed
 // here once: the daemon uses them, "sso-simulator run --help" prints this
 // table, and the test harness re-exports the constants so tests can name
-// them. No dependencies, so any test or tool can include it.
+// them; so are the error names of refused account operations. No
+// dependencies, so any test or tool can include it.
 #pragma once
 
 namespace ssosim {
@@ -39,6 +40,19 @@ inline constexpr int kResultNoSuchGroup = 11;
 // request (no result follows); a read gets the D-Bus error below instead.
 inline constexpr int kResultNotYourObject = 12;
 inline constexpr const char *kErrorNotYourObject = "org.orvex.tv.ssoservice.Error.NotYourObject";
+
+// Error names of refused account operations, so callers (and tests,
+// through the harness) can tell them apart.
+inline constexpr const char *kErrorNoSuchAccount =
+    "org.orvex.tv.ssoservice.simulator.Error.NoSuchAccount";
+inline constexpr const char *kErrorAccountExists =
+    "org.orvex.tv.ssoservice.simulator.Error.AccountExists";
+inline constexpr const char *kErrorAccountLimit =
+    "org.orvex.tv.ssoservice.simulator.Error.AccountLimit";
+inline constexpr const char *kErrorNotSignedIn =
+    "org.orvex.tv.ssoservice.simulator.Error.NotSignedIn";
+inline constexpr const char *kErrorAlreadySignedIn =
+    "org.orvex.tv.ssoservice.simulator.Error.AlreadySignedIn";
 
 struct ResultCodeInfo {
     int code;

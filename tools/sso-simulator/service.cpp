@@ -59,24 +59,15 @@ Service::~Service()
 void Service::Register()
 {
     static const GDBusInterfaceVTable kVTable = {&Service::OnMethodCall, nullptr, nullptr, {}};
-    GError *error = nullptr;
     // With the interface info GDBus rejects ill-typed calls (InvalidArgs)
     // before they reach us, as the real service would.
-    registration_ = g_dbus_connection_register_object(
-        connection_, kServicePath, contract_.server_info(), &kVTable, this, nullptr, &error);
-    if (registration_ == 0) {
-        ErrorPtr owned(error);
-        throw std::runtime_error(std::string("cannot export ") + kServicePath + ": " +
-                                 owned->message);
-    }
+    registration_ =
+        ExportObject(connection_, kServicePath, contract_.server_info(), &kVTable, this);
 }
 
 void Service::Unregister()
 {
-    if (registration_ != 0) {
-        g_dbus_connection_unregister_object(connection_, registration_);
-        registration_ = 0;
-    }
+    UnexportObject(connection_, registration_);
 }
 
 void Service::OnMethodCall(GDBusConnection *, const gchar *sender, const gchar *, const gchar *,

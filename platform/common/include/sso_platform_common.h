@@ -36,6 +36,14 @@ int sso_platform_mkdirs(const char *path, mode_t mode);
  * -1 with errno set. */
 int sso_platform_write_all(int fd, const void *data, size_t len);
 
+/* The same on a socket: send() without SIGPIPE when the peer has gone.
+ * Returns 0 or -1. */
+int sso_platform_send_all(int fd, const void *data, size_t len);
+
+/* Receives exactly len bytes from a socket, retrying EINTR. Returns 0, or -1
+ * on end of stream, an error, or the socket's receive time-out. */
+int sso_platform_recv_all(int fd, void *buf, size_t len);
+
 /* Replaces path with the given bytes atomically: a reader sees either the old
  * or the new contents, never a mix. The file gets the given mode. Returns 0 or
  * -1 with errno set. */

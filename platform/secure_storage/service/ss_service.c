@@ -12,6 +12,7 @@
 #include "ss_manager.h"
 #include "ss_store.h"
 #include "ss_wire.h"
+#include "sso_platform_common.h"
 
 #define TAG "SS_SERVICE"
 
@@ -31,43 +32,12 @@ static const char *op_name(uint32_t op)
     }
 }
 
-/* 0 once len bytes arrived; -1 on EOF, error or a stall past the socket's
- * receive time-out. */
-static int read_full(int fd, void *buf, size_t len)
-{
-    unsigned char *p = buf;
-    while (len > 0) {
-        ssize_t n = recv(fd, p, len, 0);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return -1;
-        p += n;
-        len -= (size_t)n;
-    }
-    return 0;
-}
-
-static int write_full(int fd, const void *buf, size_t len)
-{
-    const unsigned char *p = buf;
-    while (len > 0) {
-        ssize_t n = send(fd, p, len, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return -1;
-        p += n;
-        len -= (size_t)n;
-    }
-    return 0;
-}
-
 static int reply(int fd, int status, const unsigned char *data, size_t len)
 {
     unsigned char header[SS_WIRE_REPLY_HEADER_LEN];
     ss_wire_encode_reply_header(status, (uint32_t)len, header);
-    if (write_full(fd, header, sizeof(header)) != 0 || (len > 0 && write_full(fd, data, len) != 0))
+    if (sso_platform_send_all(fd, header, sizeof(header)) != 0 ||
+        (len > 0 && sso_platform_send_all(fd, data, len) != 0))
         return SS_ERROR_SERVICE_UNAVAILABLE;
     return status;
 }
@@ -124,14 +94,14 @@ int ss_service_handle(int fd, const struct ss_policy *policy)
     }
 
     unsigned char header[SS_WIRE_REQUEST_HEADER_LEN];
-    if (read_full(fd, header, sizeof(header)) != 0) {
+    if (sso_platform_recv_all(fd, header, sizeof(header)) != 0) {
         return cut_short(&peer);
     }
     struct ss_wire_request request;
     int rc = ss_wire_decode_request_header(header, sizeof(header), &request);
     unsigned char item[SS_WIRE_MAX_ITEM_ID_LEN];
     if (rc == SS_ERROR_NONE) {
-        if (read_full(fd, item, request.item_len) != 0) {
+        if (sso_platform_recv_all(fd, item, request.item_len) != 0) {
             return cut_short(&peer);
         }
         rc = ss_wire_decode_item(item, request.item_len, &request);
@@ -156,7 +126,7 @@ int ss_service_handle(int fd, const struct ss_policy *policy)
         data = malloc(request.data_len);
         if (!data)
             return reply(fd, SS_ERROR_OUT_OF_MEMORY, NULL, 0);
-        if (read_full(fd, data, request.data_len) != 0) {
+        if (sso_platform_recv_all(fd, data, request.data_len) != 0) {
             explicit_bzero(data, request.data_len);
             free(data);
             return cut_short(&peer);
