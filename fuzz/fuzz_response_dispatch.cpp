@@ -9,7 +9,9 @@
 // starts a private bus and the transport once. When delivery is asked for (or
 // when the input happens to carry the right request id), the callback, request
 // id and user data of the tuple are replaced by a fake callback of the shape's
-// form, the monitor thread id and a cookie; the fake checks what it is given.
+// form, the monitor thread id and a cookie, and the request is recorded as
+// outstanding; the fake checks what it is given. Any other input must not be
+// delivered: nothing recorded matches it.
 #include <gio/gio.h>
 #include <sso_api/sso_api.h>
 
@@ -297,8 +299,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // A request id equal to the live one would make the dispatcher call
     // whatever callback value the input holds: address it properly instead.
     deliver = addressable && (deliver || RequestIdOf(tuple) == g_monitorThreadId);
-    if (deliver)
+    if (deliver) {
         tuple = Addressed(tuple, method.type);
+        // Only a result this process asked for is delivered: record the
+        // request it answers, as the request frame does when it sends one.
+        CSSOSvcGdbus *transport = SSOAPISingleton<CSSOSvcGdbus>::PeekInstance();
+        if (transport == nullptr)
+            ssofuzz::Fail("the transport is gone");
+        transport->Requests().Add(method.name, FakeCallback(method.type),
+                                  static_cast<gint64>(reinterpret_cast<intptr_t>(&g_cookie)));
+    }
 
     g_current = tuple;
     g_currentType = method.type;

@@ -27,7 +27,6 @@ namespace {
 constexpr const char *kWhitelistTokenKeyPrefix = "DATA_KEY_NAME_WHILIST_ACCESSTOKEN_RESPONSE_";
 // The kind of check both paths ask the caller identity for.
 constexpr int kCheckCallerPackage = 1;
-constexpr const char *kWhitelistMethod = "sso_service_request_whitelist_accesstoken";
 
 } // namespace
 

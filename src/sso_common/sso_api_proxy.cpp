@@ -15,8 +15,6 @@
 
 namespace {
 
-// How long the check of an unknown sender may ask the bus for its pid.
-constexpr int kPeerPidTimeoutMs = 1000;
 // How long the holder of the client name is looked up for the log.
 constexpr int kHolderLookupMs = 1000;
 
