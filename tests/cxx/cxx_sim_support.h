@@ -39,6 +39,15 @@ template <class T> sso::Result<T> Await(std::future<sso::Result<T>> &pending)
     return pending.get();
 }
 
+// The same for the library's own handle; takes it, so that a call's
+// handle can be awaited in place.
+template <class T> sso::Result<T> Await(sso::Future<T> pending)
+{
+    if (pending.wait_for(20s) != std::future_status::ready)
+        return sso::Result<T>(std::make_error_code(std::errc::timed_out));
+    return pending.get();
+}
+
 class CxxSimTest : public ssotest::SimulatorTest {
 protected:
     void SetUp() override
