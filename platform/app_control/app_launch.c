@@ -6,6 +6,7 @@
 #include <limits.h>
 #include <stdint.h>
 #include <pthread.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -209,6 +210,7 @@ struct child_watch {
 static void *reap_in_background(void *data)
 {
     pid_t pid = (pid_t)(intptr_t)data;
+    pthread_setname_np(pthread_self(), "app-reaper");
     while (waitpid(pid, NULL, 0) < 0 && errno == EINTR) {
     }
     return NULL;
@@ -224,8 +226,17 @@ static void child_watch_free(gpointer data)
         pthread_t thread;
         pthread_attr_t attr;
         if (pthread_attr_init(&attr) == 0) {
+            /* It never takes the application's signals. */
+            sigset_t quiet, saved;
+            sigfillset(&quiet);
+            sigdelset(&quiet, SIGSEGV);
+            sigdelset(&quiet, SIGBUS);
+            sigdelset(&quiet, SIGABRT);
+            int masked = pthread_sigmask(SIG_BLOCK, &quiet, &saved) == 0;
             pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
             (void)pthread_create(&thread, &attr, reap_in_background, (void *)(intptr_t)cw->pid);
+            if (masked)
+                pthread_sigmask(SIG_SETMASK, &saved, NULL);
             pthread_attr_destroy(&attr);
         }
     }

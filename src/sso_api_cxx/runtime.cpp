@@ -4,6 +4,7 @@
 
 #include <glib.h>
 #include <pthread.h>
+#include <signal.h>
 
 #include <algorithm>
 #include <cstring>
@@ -28,6 +29,29 @@ template <class T, class Make> void Answer(void *user_data, Shape shape, Make ma
     } catch (...) {
         typed.fail(make_error_code(errc::out_of_memory));
     }
+}
+
+// The deadline thread never takes the application's signals (a handler or
+// sigwait() of the application sees them on its own threads); faults stay
+// deliverable.
+template <class Body> std::thread StartQuietThread(Body body)
+{
+    sigset_t quiet;
+    sigset_t saved;
+    sigfillset(&quiet);
+    for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT})
+        sigdelset(&quiet, fault);
+    const bool restore = pthread_sigmask(SIG_BLOCK, &quiet, &saved) == 0;
+    struct Restore {
+        bool on;
+        sigset_t *mask;
+        ~Restore()
+        {
+            if (on)
+                pthread_sigmask(SIG_SETMASK, mask, nullptr);
+        }
+    } restoreAtEnd{restore, &saved};
+    return std::thread(std::move(body));
 }
 
 std::string Copy(const char *text)
@@ -66,7 +90,7 @@ std::error_code Runtime::Enlist(const std::shared_ptr<PendingBase> &request,
         if (timeout.count() >= 0) {
             try {
                 if (!deadline_thread_.joinable())
-                    deadline_thread_ = std::thread([this] { EnforceDeadlines(); });
+                    deadline_thread_ = StartQuietThread([this] { EnforceDeadlines(); });
                 const Clock::time_point when = Clock::now() + timeout;
                 deadlines_.emplace(when, id);
                 entry->second.deadline = when;

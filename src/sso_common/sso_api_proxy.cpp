@@ -12,6 +12,7 @@
 #include "SSOAPIUtil.h"
 #include "sso_glib_ptr.h"
 #include "sso_log.h"
+#include "sso_thread_signals.h"
 
 namespace {
 
@@ -376,7 +377,11 @@ bool CSSOSvcGdbus::m_CreateProxyMonitor(SSOClock::time_point deadline)
     SSO_LOGY("LOCK_CREATE END");
 
     pthread_t thread = 0;
-    int err = pthread_create(&thread, nullptr, m_RunProxyMonitor, this);
+    int err;
+    {
+        SSOQuietThreadStart quiet;
+        err = pthread_create(&thread, nullptr, m_RunProxyMonitor, this);
+    }
     if (err != 0) {
         SSO_LOGE("Failed to pthread_create() : %d", err);
         return sso_private_fail(SSO_ERROR_INTERNAL, false);

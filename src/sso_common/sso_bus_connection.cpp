@@ -15,6 +15,7 @@
 
 #include "sso_glib_ptr.h"
 #include "sso_log.h"
+#include "sso_thread_signals.h"
 
 namespace {
 
@@ -1061,6 +1062,7 @@ void CSSOBusConnection::Wake()
 
 void CSSOBusConnection::StartReader()
 {
+    SSOQuietThreadStart quiet;
     m_reader = std::thread([this] {
         pthread_setname_np(pthread_self(), "SSOBusReader");
         ReaderLoop();

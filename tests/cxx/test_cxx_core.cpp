@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <glib.h>
+#include <pthread.h>
+#include <signal.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -163,6 +165,28 @@ TEST_F(CxxCore, TheDeadlineCompletesTheRequestAndTheLateResultIsDropped)
 
     Deliver(sent, 0, "AT.late");
     EXPECT_EQ(calls_.Count(), 1u);
+}
+
+// The deadline thread never takes the application's signals; faults stay
+// deliverable on it.
+TEST_F(CxxCore, TheDeadlineThreadBlocksTheApplicationsSignalsButNotFaults)
+{
+    std::promise<sigset_t> mask;
+    auto seen = mask.get_future();
+    sso::Request r = cxxtest::fake_request(
+        {},
+        [&](sso::Result<std::string>) {
+            sigset_t current;
+            pthread_sigmask(SIG_BLOCK, nullptr, &current);
+            mask.set_value(current);
+        },
+        sso::Options(1ms).deliver(kHere));
+    ASSERT_EQ(seen.wait_for(10s), std::future_status::ready);
+    const sigset_t blocked = seen.get();
+    for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGCHLD, SIGPIPE, SIGALRM})
+        EXPECT_TRUE(sigismember(&blocked, sig)) << strsignal(sig);
+    for (int sig : {SIGSEGV, SIGBUS, SIGABRT})
+        EXPECT_FALSE(sigismember(&blocked, sig)) << strsignal(sig);
 }
 
 TEST_F(CxxCore, DeadlinesFireInTheirOwnOrder)

@@ -13,12 +13,14 @@
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "app_control_test_util.h"
 #include "sso_test_harness.h"
+#include "../reliability/reliability_support.h"
 
 namespace {
 
@@ -301,6 +303,14 @@ TEST_F(AppLaunch, AChildOutlivingTheCallersLoopIsStillReaped)
         pid = apptest::WaitForRecord(RecordPath("orphan")).Pid();
         // The loop and its context go away while the child runs.
     }
+    // A thread of the platform's waits for the child; it never takes the
+    // application's signals.
+    std::optional<unsigned long long> mask;
+    ASSERT_TRUE(ssotest::WaitUntil(
+        [&] { return (mask = reliability::BlockedSignalsOf("app-reaper")).has_value(); }));
+    for (int sig : {SIGINT, SIGTERM, SIGUSR1, SIGCHLD})
+        EXPECT_TRUE(reliability::MaskHolds(*mask, sig)) << strsignal(sig);
+    EXPECT_FALSE(reliability::MaskHolds(*mask, SIGSEGV));
     kill(pid, SIGKILL);
     EXPECT_TRUE(WaitReaped(pid));
     // A destroyed context delivers nothing.

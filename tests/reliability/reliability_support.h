@@ -9,9 +9,11 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -70,6 +72,28 @@ inline long long ThreadIdNamed(const std::string &wanted)
             return std::stoll(tid);
     }
     return 0;
+}
+
+// The signals the thread of that name blocks ("SigBlk" of its status), or
+// nothing when no such thread runs.
+inline std::optional<unsigned long long> BlockedSignalsOf(const std::string &name)
+{
+    const long long tid = ThreadIdNamed(name);
+    if (tid == 0)
+        return std::nullopt;
+    std::ifstream status("/proc/self/task/" + std::to_string(tid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        unsigned long long mask = 0;
+        if (std::sscanf(line.c_str(), "SigBlk: %llx", &mask) == 1)
+            return mask;
+    }
+    return std::nullopt;
+}
+
+// Whether @p mask (as BlockedSignalsOf gives it) holds @p sig.
+inline bool MaskHolds(unsigned long long mask, int sig)
+{
+    return (mask >> (sig - 1)) & 1u;
 }
 
 // Open descriptors, not counting the one that lists them.
