@@ -28,6 +28,19 @@ constexpr const char *kWebAccountAppId = "QHVMP48x7k.WebAccountExtension";
 
 constexpr const char *kActionDefault = "Default";
 
+// The action of a PIN flow by its pin type: 1 and 2 pick their own, any
+// other type the plain one.
+struct PinActions {
+    const char *plain;
+    const char *type1;
+    const char *type2;
+};
+
+const char *PinAction(int pin_type, const PinActions &actions)
+{
+    return pin_type == 1 ? actions.type1 : pin_type == 2 ? actions.type2 : actions.plain;
+}
+
 // The account data given to the switch-account and voice pages identifies a
 // user: only a debug device shows it in the log.
 const char *ShownData(const std::string &text, bool identifying)
@@ -341,26 +354,18 @@ SSO_API int sso_request_account_verification_using_pin(const char *account_id,
                                                        sso_account_ui_result_cb callback,
                                                        void *user_data, int pin_type)
 try {
-    const char *action = kActionDefault;
-    if (pin_type == 1)
-        action = "PINVerify";
-    else if (pin_type == 2)
-        action = "PINVerify_NAccount";
-    return sso_private_request_account_action(kAccountPinAppId, account_id, callback, user_data,
-                                              action);
+    return sso_private_request_account_action(
+        kAccountPinAppId, account_id, callback, user_data,
+        PinAction(pin_type, {kActionDefault, "PINVerify", "PINVerify_NAccount"}));
 }
 SSO_API_CATCH(-1)
 
 SSO_API int sso_request_account_setup_pin(const char *account_id, sso_account_ui_result_cb callback,
                                           void *user_data, int pin_type)
 try {
-    const char *action = "PINSetup";
-    if (pin_type == 1)
-        action = "PINSetup_High";
-    else if (pin_type == 2)
-        action = "PINSetup_NAccount";
-    return sso_private_request_account_action(kAccountPinAppId, account_id, callback, user_data,
-                                              action);
+    return sso_private_request_account_action(
+        kAccountPinAppId, account_id, callback, user_data,
+        PinAction(pin_type, {"PINSetup", "PINSetup_High", "PINSetup_NAccount"}));
 }
 SSO_API_CATCH(-1)
 

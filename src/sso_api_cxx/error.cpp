@@ -4,51 +4,41 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <optional>
+#include <utility>
 #include <string>
 
 namespace sso {
 
 namespace {
 
-struct ErrcInfo {
-    errc value;
-    const char *name;
-    const char *message;
-};
-
-constexpr ErrcInfo kErrc[] = {
-    {errc::invalid_argument, "invalid_argument", "an argument was not accepted"},
-    {errc::unloading, "unloading", "the library is being unloaded"},
-    {errc::no_bus, "no_bus", "the system bus cannot be reached"},
-    {errc::service_not_running, "service_not_running", "the SSO service is not running"},
-    {errc::service_refused, "service_refused", "the SSO service refused the request"},
-    {errc::timed_out, "timed_out", "the SSO service did not accept the request in time"},
-    {errc::link_given_up, "link_given_up", "the link to the SSO service was given up"},
-    {errc::not_signed_in, "not_signed_in", "nobody is signed in"},
-    {errc::not_allowed, "not_allowed", "the application may not make this call"},
-    {errc::storage_unreadable, "storage_unreadable", "the account data cannot be read"},
-    {errc::account_limit, "account_limit", "the device holds six accounts already"},
-    {errc::client_name_taken, "client_name_taken",
-     "another process holds this process's client bus name"},
-    {errc::bus_error, "bus_error", "the call on the bus failed"},
-    {errc::not_supported, "not_supported", "not supported (retired, or not on this product)"},
-    {errc::out_of_memory, "out_of_memory", "a text could not be allocated"},
-    {errc::launch_failed, "launch_failed", "the account UI could not be launched"},
-    {errc::not_found, "not_found", "the value asked for is not stored"},
-    {errc::internal, "internal", "an unexpected failure inside the library"},
-    {errc::failed, "failed", "the call failed"},
-    {errc::deadline_exceeded, "deadline_exceeded", "the deadline passed before the result came"},
-    {errc::cancelled, "cancelled", "the request was cancelled"},
-    {errc::superseded, "superseded", "a newer account page replaced this one"},
-    {errc::too_many_requests, "too_many_requests", "too many requests wait for their results"},
-};
-
-const ErrcInfo *Find(int value)
+// The outcomes of this layer (the C library names its causes, 1 to 49):
+// name and sentence, or nothing.
+std::optional<std::pair<const char *, const char *>> OwnOutcome(int value)
 {
-    for (const auto &info : kErrc)
-        if (static_cast<int>(info.value) == value)
-            return &info;
-    return nullptr;
+    switch (static_cast<errc>(value)) {
+    case errc::failed:
+        return {{"failed", "the call failed"}};
+    case errc::deadline_exceeded:
+        return {{"deadline_exceeded", "the deadline passed before the result came"}};
+    case errc::cancelled:
+        return {{"cancelled", "the request was cancelled"}};
+    case errc::superseded:
+        return {{"superseded", "a newer account page replaced this one"}};
+    case errc::too_many_requests:
+        return {{"too_many_requests", "too many requests wait for their results"}};
+    default:
+        return std::nullopt;
+    }
+}
+
+// A cause the C library names, or nothing.
+std::optional<sso_error_e> CCause(int value)
+{
+    if (value <= SSO_ERROR_NONE || value >= static_cast<int>(errc::failed) ||
+        std::strcmp(sso_error_name(static_cast<sso_error_e>(value)), "unknown") == 0)
+        return std::nullopt;
+    return static_cast<sso_error_e>(value);
 }
 
 class Category final : public std::error_category {
@@ -56,8 +46,10 @@ public:
     const char *name() const noexcept override { return "sso"; }
     std::string message(int value) const override
     {
-        const ErrcInfo *info = Find(value);
-        return info != nullptr ? info->message : "unknown error " + std::to_string(value);
+        if (auto cause = CCause(value))
+            return sso_strerror(*cause);
+        auto own = OwnOutcome(value);
+        return own ? own->second : "unknown error " + std::to_string(value);
     }
     std::error_condition default_error_condition(int value) const noexcept override
     {
@@ -113,8 +105,10 @@ std::error_code make_error_code(errc e) noexcept
 
 const char *name(errc e) noexcept
 {
-    const ErrcInfo *info = Find(static_cast<int>(e));
-    return info != nullptr ? info->name : "unknown";
+    if (auto cause = CCause(static_cast<int>(e)))
+        return sso_error_name(*cause);
+    auto own = OwnOutcome(static_cast<int>(e));
+    return own ? own->first : "unknown";
 }
 
 const char *service_result_name(int code) noexcept
@@ -134,7 +128,7 @@ std::error_code failure_after(int rc) noexcept
     const sso_error_e cause = sso_last_error();
     if (cause == SSO_ERROR_SERVICE_REFUSED && sso_last_service_answer() != 0)
         return std::error_code(sso_last_service_answer(), service_category());
-    if (cause != SSO_ERROR_NONE && Find(static_cast<int>(cause)) != nullptr)
+    if (CCause(static_cast<int>(cause)))
         return make_error_code(static_cast<errc>(cause));
     // No cause recorded: what the return value says.
     switch (rc) {

@@ -31,24 +31,25 @@
 #include <string>
 #include <vector>
 
+#include "../../tools/sso-simulator/bus_names.h"
+#include "../../tools/sso-simulator/control_api.h"
 #include "../../tools/sso-simulator/result_codes.h"
 #include "run_tool.h"
 #include "sso_test_harness.h"
 
 namespace ssotest {
 
-// Bus name, object and interfaces the simulator serves.
-inline constexpr const char *kSsoServiceName = "org.orvex.tv.ssoservice.server";
-inline constexpr const char *kSsoServicePath = "/org/orvex/tv/ssoservice/server";
-inline constexpr const char *kSsoServiceInterface = "org.orvex.tv.ssoservice.server.interface";
-inline constexpr const char *kSsoClientNamePrefix = "org.orvex.tv.ssoservice.ssoclient.";
-inline constexpr const char *kSsoClientPath = "/org/orvex/tv/ssoservice/ssoclient";
-inline constexpr const char *kSsoClientInterface = "org.orvex.tv.ssoservice.ssoclient.interface";
-inline constexpr const char *kSsoSignalPath = "/org/orvex/tv/ssoservice/signal";
-inline constexpr const char *kSsoSignalInterface = "org.orvex.tv.ssoservice.signal";
-inline constexpr const char *kSimulatorControlPath = "/org/orvex/tv/ssoservice/simulator";
-inline constexpr const char *kSimulatorControlInterface =
-    "org.orvex.tv.ssoservice.simulator.Control";
+// Bus name, object and interfaces the simulator serves: the simulator's own.
+inline constexpr const char *kSsoServiceName = ssosim::kServiceBusName;
+inline constexpr const char *kSsoServicePath = ssosim::kServicePath;
+inline constexpr const char *kSsoServiceInterface = ssosim::kServiceInterface;
+inline constexpr const char *kSsoClientNamePrefix = ssosim::kClientBusPrefix;
+inline constexpr const char *kSsoClientPath = ssosim::kClientPath;
+inline constexpr const char *kSsoClientInterface = ssosim::kClientInterface;
+inline constexpr const char *kSsoSignalPath = ssosim::kSignalPath;
+inline constexpr const char *kSsoSignalInterface = ssosim::kSignalInterface;
+inline constexpr const char *kSimulatorControlPath = ssosim::kControlPath;
+inline constexpr const char *kSimulatorControlInterface = ssosim::kControlInterface;
 
 // How the simulator treats requests to one method. Unset fields keep what
 // was scripted before (Configure merges); Reset/ResetMethod undo scripting.
