@@ -12,10 +12,12 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <future>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "app_control_test_util.h"
@@ -303,8 +305,43 @@ TEST_F(AppLaunch, AChildOutlivingTheCallersLoopIsStillReaped)
         pid = apptest::WaitForRecord(RecordPath("orphan")).Pid();
         // The loop and its context go away while the child runs.
     }
-    // A thread of the platform's waits for the child; it never takes the
-    // application's signals.
+    kill(pid, SIGKILL);
+    EXPECT_TRUE(WaitReaped(pid));
+    // A destroyed context delivers nothing.
+    EXPECT_EQ(0u, replies.Count());
+}
+
+// When the launching context goes while the child runs, a thread of the
+// platform's waits for the child. It never takes the application's signals.
+// The launching thread stays until the end: the child gets SIGKILL when it
+// ends.
+TEST_F(AppLaunch, TheThreadThatReapsAnOrphanedChildTakesNoSignalOfTheApplication)
+{
+    std::promise<int> launched;
+    std::promise<void> release;
+    std::thread owner([&launched, done = release.get_future(), this]() mutable {
+        GMainContext *ctx = g_main_context_new();
+        g_main_context_push_thread_default(ctx);
+        app_control_h h =
+            Request({{"test_app.action", "hang"}, {"test_app.record", RecordPath("quiet")}});
+        const int rc = app_control_send_launch_request(h, nullptr, nullptr);
+        app_control_destroy(h);
+        g_main_context_pop_thread_default(ctx);
+        g_main_context_unref(ctx);
+        launched.set_value(rc);
+        done.wait();
+    });
+    struct Join {
+        std::promise<void> &release;
+        std::thread &owner;
+        ~Join()
+        {
+            release.set_value();
+            owner.join();
+        }
+    } join{release, owner};
+    ASSERT_EQ(APP_CONTROL_ERROR_NONE, launched.get_future().get());
+    const pid_t pid = apptest::WaitForRecord(RecordPath("quiet")).Pid();
     std::optional<unsigned long long> mask;
     ASSERT_TRUE(ssotest::WaitUntil(
         [&] { return (mask = reliability::BlockedSignalsOf("app-reaper")).has_value(); }));
@@ -313,8 +350,6 @@ TEST_F(AppLaunch, AChildOutlivingTheCallersLoopIsStillReaped)
     EXPECT_FALSE(reliability::MaskHolds(*mask, SIGSEGV));
     kill(pid, SIGKILL);
     EXPECT_TRUE(WaitReaped(pid));
-    // A destroyed context delivers nothing.
-    EXPECT_EQ(0u, replies.Count());
 }
 
 TEST_F(AppLaunch, WithoutACallbackTheAppRunsAndItsReplyIsDropped)
