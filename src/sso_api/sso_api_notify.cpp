@@ -302,11 +302,11 @@ SSO_API int sso_register_login_state_changed_cb(sso_login_state_changed_multi_cb
 try {
     if (!sso_private_subscribe_vconf_login_state_change()) {
         SSO_LOGE("Can't register login state changed callback.");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     if (map_multi_login_state_callback.count(callback) != 0) {
         SSO_LOGE("Callback already present return ..");
-        return -1;
+        return sso_private_fail(SSO_ERROR_INVALID_ARGUMENT, -1);
     }
     SSO_LOGY("Add login state changed callback and user data");
     map_multi_login_state_callback.emplace(callback, user_data);

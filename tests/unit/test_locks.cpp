@@ -10,28 +10,29 @@
 
 namespace {
 
-int TryLockFromAnotherThread(pthread_mutex_t *mutex)
+// What a try of the lock answers on another thread (0: taken, and let go
+// at once).
+template <class Lock>
+int TryFromAnotherThread(Lock *lock, int (*tryLock)(Lock *), int (*unlock)(Lock *))
 {
     int result = -1;
     std::thread t([&] {
-        result = pthread_mutex_trylock(mutex);
+        result = tryLock(lock);
         if (result == 0)
-            pthread_mutex_unlock(mutex);
+            unlock(lock);
     });
     t.join();
     return result;
 }
 
+int TryLockFromAnotherThread(pthread_mutex_t *mutex)
+{
+    return TryFromAnotherThread(mutex, pthread_mutex_trylock, pthread_mutex_unlock);
+}
+
 int TryReadLockFromAnotherThread(pthread_rwlock_t *lock)
 {
-    int result = -1;
-    std::thread t([&] {
-        result = pthread_rwlock_tryrdlock(lock);
-        if (result == 0)
-            pthread_rwlock_unlock(lock);
-    });
-    t.join();
-    return result;
+    return TryFromAnotherThread(lock, pthread_rwlock_tryrdlock, pthread_rwlock_unlock);
 }
 
 using Locks = ssotest::RootTest;

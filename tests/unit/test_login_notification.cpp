@@ -276,8 +276,13 @@ TEST_F(LoginNotification, RegisteringTheSameCallbackTwiceKeepsTheFirstUserData)
     int a = 0, b = 0;
     ASSERT_EQ(Register(Multi<1>, &a), 0);
     int rc = 0;
-    loop_.Run([&] { rc = sso_register_login_state_changed_cb(Multi<1>, &b); });
+    sso_error_e cause = SSO_ERROR_NONE;
+    loop_.Run([&] {
+        rc = sso_register_login_state_changed_cb(Multi<1>, &b);
+        cause = sso_last_error();
+    });
     EXPECT_EQ(rc, -1);
+    EXPECT_EQ(cause, SSO_ERROR_INVALID_ARGUMENT) << sso_error_name(cause);
     EXPECT_TRUE(log().Contains("Callback already present return .."));
     EXPECT_TRUE(log().Contains("map size 1"));
 }

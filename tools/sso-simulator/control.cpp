@@ -88,15 +88,9 @@ void Control::OnMethodCall(GDBusConnection *, const gchar *, const gchar *, cons
         if (owned)
             g_dbus_method_invocation_return_value(owned.release(), reply);
     } catch (const BehaviourError &e) {
-        SIM_LOGW("control %s refused: %s", method_name, e.what());
-        if (owned)
-            g_dbus_method_invocation_return_error(owned.release(), G_DBUS_ERROR,
-                                                  G_DBUS_ERROR_INVALID_ARGS, "%s", e.what());
+        AnswerInvalidArgs(std::string("control ") + method_name, owned, e.what());
     } catch (const InvalidArgs &e) {
-        SIM_LOGW("control %s refused: %s", method_name, e.what());
-        if (owned)
-            g_dbus_method_invocation_return_error(owned.release(), G_DBUS_ERROR,
-                                                  G_DBUS_ERROR_INVALID_ARGS, "%s", e.what());
+        AnswerInvalidArgs(std::string("control ") + method_name, owned, e.what());
     } catch (const AccountError &e) {
         // Messages name login ids and GUIDs the caller gave; the log gets
         // only the error name.
@@ -104,16 +98,8 @@ void Control::OnMethodCall(GDBusConnection *, const gchar *, const gchar *, cons
         if (owned)
             g_dbus_method_invocation_return_dbus_error(owned.release(), e.error_name.c_str(),
                                                        e.what());
-    } catch (const std::exception &e) {
-        SIM_LOGE("control %s failed: %s", method_name, e.what());
-        if (owned)
-            g_dbus_method_invocation_return_error(owned.release(), G_DBUS_ERROR,
-                                                  G_DBUS_ERROR_FAILED, "%s", e.what());
     } catch (...) {
-        SIM_LOGE("control %s failed", method_name);
-        if (owned)
-            g_dbus_method_invocation_return_error_literal(owned.release(), G_DBUS_ERROR,
-                                                          G_DBUS_ERROR_FAILED, "internal error");
+        AnswerHandlerFailure(std::string("control ") + method_name, owned);
     }
 }
 

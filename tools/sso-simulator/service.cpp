@@ -78,16 +78,8 @@ void Service::OnMethodCall(GDBusConnection *, const gchar *sender, const gchar *
     try {
         static_cast<Service *>(user_data)->Handle(sender ? sender : "", method_name, parameters,
                                                   owned);
-    } catch (const std::exception &e) {
-        SIM_LOGE("%s failed: %s", method_name, e.what());
-        if (owned)
-            g_dbus_method_invocation_return_error(owned.release(), G_DBUS_ERROR,
-                                                  G_DBUS_ERROR_FAILED, "%s", e.what());
     } catch (...) {
-        SIM_LOGE("%s failed", method_name);
-        if (owned)
-            g_dbus_method_invocation_return_error_literal(owned.release(), G_DBUS_ERROR,
-                                                          G_DBUS_ERROR_FAILED, "internal error");
+        AnswerHandlerFailure(method_name, owned);
     }
 }
 
@@ -217,6 +209,32 @@ void Service::Complete(const Request &request, const EffectiveBehaviour &behavio
     }
     ++tallies_[request.object_name].delivered;
     delivery_.Deliver(request, result);
+}
+
+void AnswerHandlerFailure(const std::string &what, ObjectPtr<GDBusMethodInvocation> &invocation)
+{
+    try {
+        throw;
+    } catch (const std::exception &e) {
+        SIM_LOGE("%s failed: %s", what.c_str(), e.what());
+        if (invocation)
+            g_dbus_method_invocation_return_error(invocation.release(), G_DBUS_ERROR,
+                                                  G_DBUS_ERROR_FAILED, "%s", e.what());
+    } catch (...) {
+        SIM_LOGE("%s failed", what.c_str());
+        if (invocation)
+            g_dbus_method_invocation_return_error_literal(invocation.release(), G_DBUS_ERROR,
+                                                          G_DBUS_ERROR_FAILED, "internal error");
+    }
+}
+
+void AnswerInvalidArgs(const std::string &what, ObjectPtr<GDBusMethodInvocation> &invocation,
+                       const char *message)
+{
+    SIM_LOGW("%s refused: %s", what.c_str(), message);
+    if (invocation)
+        g_dbus_method_invocation_return_error(invocation.release(), G_DBUS_ERROR,
+                                              G_DBUS_ERROR_INVALID_ARGS, "%s", message);
 }
 
 } // namespace ssosim

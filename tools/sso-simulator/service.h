@@ -24,6 +24,17 @@
 
 namespace ssosim {
 
+// Called inside a catch block of a method handler: logs the failure under
+// what ("<what> failed: <message>") and answers the call, if it is still
+// unanswered, with G_DBUS_ERROR_FAILED and the message ("internal error"
+// for what is not a std::exception).
+void AnswerHandlerFailure(const std::string &what, ObjectPtr<GDBusMethodInvocation> &invocation);
+
+// Answers the call, if it is still unanswered, with G_DBUS_ERROR_INVALID_ARGS
+// and the message, after a warning under what ("<what> refused: <message>").
+void AnswerInvalidArgs(const std::string &what, ObjectPtr<GDBusMethodInvocation> &invocation,
+                       const char *message);
+
 class Service {
 public:
     Service(GDBusConnection *connection, const Contract &contract, BehaviourTable &behaviours,

@@ -197,6 +197,20 @@ int RunAccountAction(const Invocation &inv, const std::string &account, Launch l
     return kExitOk;
 }
 
+// A PIN flow: its --pin-type names (and the type without one), the account,
+// then the request.
+int RunPinAction(const Invocation &inv, const std::vector<std::pair<std::string, int>> &types,
+                 int fallback, int (*request)(const char *, sso_account_ui_result_cb, void *, int))
+{
+    int rc = 0, type = 0;
+    std::string account;
+    if (!PinType(inv, types, fallback, &type, &rc) || !AccountId(inv, &account, &rc))
+        return rc;
+    return RunAccountAction(inv, account, [type, request](const char *id, Pending *p) {
+        return request(id, OnText, p, type);
+    });
+}
+
 } // namespace
 
 int CmdVerifyAccount(const Invocation &inv)
@@ -212,26 +226,14 @@ int CmdVerifyAccount(const Invocation &inv)
 
 int CmdVerifyPin(const Invocation &inv)
 {
-    int rc = 0, type = 0;
-    std::string account;
-    if (!PinType(inv, {{"verify", 1}, {"other-account", 2}, {"plain", 0}}, 1, &type, &rc) ||
-        !AccountId(inv, &account, &rc))
-        return rc;
-    return RunAccountAction(inv, account, [type](const char *id, Pending *p) {
-        return sso_request_account_verification_using_pin(id, OnText, p, type);
-    });
+    return RunPinAction(inv, {{"verify", 1}, {"other-account", 2}, {"plain", 0}}, 1,
+                        sso_request_account_verification_using_pin);
 }
 
 int CmdSetupPin(const Invocation &inv)
 {
-    int rc = 0, type = 0;
-    std::string account;
-    if (!PinType(inv, {{"plain", 0}, {"high", 1}, {"other-account", 2}}, 0, &type, &rc) ||
-        !AccountId(inv, &account, &rc))
-        return rc;
-    return RunAccountAction(inv, account, [type](const char *id, Pending *p) {
-        return sso_request_account_setup_pin(id, OnText, p, type);
-    });
+    return RunPinAction(inv, {{"plain", 0}, {"high", 1}, {"other-account", 2}}, 0,
+                        sso_request_account_setup_pin);
 }
 
 } // namespace ssoctl
