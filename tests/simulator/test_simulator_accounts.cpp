@@ -325,11 +325,22 @@ private:
     int fd_;
 };
 
-// Runs op (a control call) on another thread while the watch's context runs
-// here, so the subscriber is called while the simulator may still be
-// writing, as a reader on the device would be.
-template <typename Fn> bool RunWatched(LoginStatusWatch &watch, Fn op)
+// What one control call wrote, as the device saw it: the keys in the order
+// they were written, and what the login_status subscriber found each time it
+// was called.
+struct Watched {
+    std::vector<std::string> order;
+    std::vector<LoginStatusWatch::Seen> seen;
+};
+
+// Runs op (a control call) on another thread while a subscriber's context
+// runs here, so the subscriber is called while the simulator may still be
+// writing, as a reader on the device would be. A call the subscriber never
+// hears of fails the test and leaves seen empty.
+template <typename Fn> Watched Watch(const std::string &root, Fn op)
 {
+    LoginStatusWatch watch;
+    WriteOrder order(root);
     std::string error;
     std::thread t([&] {
         try {
@@ -338,10 +349,10 @@ template <typename Fn> bool RunWatched(LoginStatusWatch &watch, Fn op)
             error = e.what();
         }
     });
-    const bool seen = watch.WaitFor(1);
+    EXPECT_TRUE(watch.WaitFor(1));
     t.join();
     EXPECT_EQ("", error);
-    return seen;
+    return {order.Take(), watch.seen()};
 }
 
 // ---- start-up ----
@@ -491,15 +502,14 @@ TEST_F(SimAccounts, RemovingTheSignedInAccountSignsItOutFirst)
     sim_.AddAccount(Ana());
     sim_.SignIn("kim@example.com");
     const int v0 = Version();
-    LoginStatusWatch watch;
-    WriteOrder order(root_.path());
-    ASSERT_TRUE(RunWatched(watch, [&] { sim_.RemoveAccount("kim@example.com"); }));
+    const Watched w = Watch(root_.path(), [&] { sim_.RemoveAccount("kim@example.com"); });
+    ASSERT_FALSE(w.seen.empty());
     // A complete sign-out, then the removal.
     EXPECT_EQ((std::vector<std::string>{kPrevId, kPrevGuid, kEventExtra, kDocumentItem, kVersion,
                                         kDisplayName, kLoginStatus, kEventExtra, kDocumentItem,
                                         kVersion, kAccountCount}),
-              order.Take());
-    EXPECT_EQ(0, watch.seen()[0].login_status);
+              w.order);
+    EXPECT_EQ(0, w.seen[0].login_status);
     EXPECT_EQ(v0 + 2, Version()); // the sign-out's document, then the removal's
     EXPECT_EQ(std::optional<int>(0), Int(kLoginStatus));
     EXPECT_EQ(std::optional<std::string>("kim@example.com"), Str(kPrevId));
@@ -645,13 +655,12 @@ TEST_F(SimAccounts, LoginStatusIsWrittenLastOnSignIn)
 {
     sim_.AddAccount(Kim());
     const int v0 = Version();
-    LoginStatusWatch watch;
-    WriteOrder order(root_.path());
-    ASSERT_TRUE(RunWatched(watch, [&] { sim_.SignIn("kim@example.com"); }));
+    const Watched w = Watch(root_.path(), [&] { sim_.SignIn("kim@example.com"); });
+    ASSERT_FALSE(w.seen.empty());
     EXPECT_EQ((std::vector<std::string>{kEventExtra, kDocumentItem, kVersion, kAccountCount,
                                         kDisplayName, kCountry2, kCountry3, kLoginStatus}),
-              order.Take());
-    const auto &s = watch.seen().at(0);
+              w.order);
+    const auto &s = w.seen.at(0);
     EXPECT_EQ(1, s.login_status);
     // Everything login_status announces was in place when it changed.
     EXPECT_EQ(std::optional<int>(v0 + 1), s.version);
@@ -670,13 +679,12 @@ TEST_F(SimAccounts, SignOutRemovesTheActiveAccountAndSetsThePrevious)
     sim_.AddAccount(Ana());
     sim_.SignIn("ana@example.org");
     const int v0 = Version();
-    LoginStatusWatch watch;
-    WriteOrder order(root_.path());
-    ASSERT_TRUE(RunWatched(watch, [&] { sim_.SignOut(); }));
+    const Watched w = Watch(root_.path(), [&] { sim_.SignOut(); });
+    ASSERT_FALSE(w.seen.empty());
     EXPECT_EQ((std::vector<std::string>{kPrevId, kPrevGuid, kEventExtra, kDocumentItem, kVersion,
                                         kDisplayName, kLoginStatus}),
-              order.Take());
-    const auto &s = watch.seen().at(0);
+              w.order);
+    const auto &s = w.seen.at(0);
     EXPECT_EQ(0, s.login_status);
     EXPECT_EQ(std::optional<int>(v0 + 1), s.version);
     EXPECT_FALSE(ParseJson(s.document).isMember("active_account"));
@@ -703,14 +711,13 @@ TEST_F(SimAccounts, SwitchingSetsThePreviousToTheOldAccount)
     sim_.AddAccount(Ana());
     sim_.SignIn("kim@example.com");
     const int v0 = Version();
-    LoginStatusWatch watch;
-    WriteOrder order(root_.path());
-    ASSERT_TRUE(RunWatched(watch, [&] { sim_.SignIn("FEDCBA9876543210FEDCBA9876543210"); }));
+    const Watched w = Watch(root_.path(), [&] { sim_.SignIn("FEDCBA9876543210FEDCBA9876543210"); });
+    ASSERT_FALSE(w.seen.empty());
     EXPECT_EQ(
         (std::vector<std::string>{kPrevId, kPrevGuid, kEventExtra, kDocumentItem, kVersion,
                                   kAccountCount, kDisplayName, kCountry2, kCountry3, kLoginStatus}),
-        order.Take());
-    const auto &s = watch.seen().at(0);
+        w.order);
+    const auto &s = w.seen.at(0);
     EXPECT_EQ(1, s.login_status);
     EXPECT_EQ(std::optional<int>(v0 + 1), s.version);
     EXPECT_EQ("ana@example.org", ParseJson(s.document)["active_account"]["account_id"].asString());

@@ -388,19 +388,25 @@ int RunCallClient(const Parsed &p)
     return kExitOk;
 }
 
+// Prints the one text of a "(s)" reply: as the JSON member, or the line.
+int PrintTextReply(GVariant *reply, const char *member)
+{
+    const gchar *text = nullptr;
+    g_variant_get(reply, "(&s)", &text);
+    if (g_json) {
+        Json::Value out(Json::objectValue);
+        out[member] = text;
+        ssotools::PrintJson(out);
+    } else {
+        std::printf("%s\n", text);
+    }
+    return kExitOk;
+}
+
 int RunObjectName(const Parsed &)
 {
     VariantPtr reply = ControlClient().Call("GetObjectName", nullptr, "(s)");
-    const gchar *name = nullptr;
-    g_variant_get(reply.get(), "(&s)", &name);
-    if (g_json) {
-        Json::Value out(Json::objectValue);
-        out["object_name"] = name;
-        ssotools::PrintJson(out);
-    } else {
-        std::printf("%s\n", name);
-    }
-    return kExitOk;
+    return PrintTextReply(reply.get(), "object_name");
 }
 
 int RunQuit(const Parsed &)
@@ -454,16 +460,7 @@ int RunAccountAdd(const Parsed &p)
         throw UsageError("ctl account add needs --login-id ID" + Hint("account add"));
     VariantPtr reply =
         ControlClient().Call("AddAccount", g_variant_new("(@a{sv})", fields.get()), "(s)");
-    const gchar *guid = nullptr;
-    g_variant_get(reply.get(), "(&s)", &guid);
-    if (g_json) {
-        Json::Value out(Json::objectValue);
-        out["guid"] = guid;
-        ssotools::PrintJson(out);
-    } else {
-        std::printf("%s\n", guid);
-    }
-    return kExitOk;
+    return PrintTextReply(reply.get(), "guid");
 }
 
 int RunAccountRm(const Parsed &p)
