@@ -239,41 +239,45 @@ int RunConfigure(const Parsed &p)
         long long number;
         std::string text;
     };
+    // The options that script a behaviour key, with the key's type and
+    // range; flags ('b') take no value.
+    struct KeyOption {
+        const char *option;
+        const char *key;
+        char type;
+        long long min;
+        long long max;
+    };
+    static const KeyOption kKeyOptions[] = {
+        {"--accept", "accept", 'i', INT32_MIN, INT32_MAX},
+        {"--result", "result", 'i', INT32_MIN, INT32_MAX},
+        {"--answer-delay", "answer_delay_ms", 'u', 0, UINT32_MAX},
+        {"--result-delay", "result_delay_ms", 'u', 0, UINT32_MAX},
+        {"--drop", "drop_result", 'b', 0, 1},
+        {"--no-answer", "no_answer", 'b', 0, 1},
+        {"--refuse-percent", "refuse_percent", 'u', 0, 100},
+        {"--drop-percent", "drop_percent", 'u', 0, 100},
+        {"--answer-delay-max", "answer_delay_max_ms", 'u', 0, UINT32_MAX},
+        {"--result-delay-max", "result_delay_max_ms", 'u', 0, UINT32_MAX},
+        {"--random-seed", "random_seed", 'u', 0, UINT32_MAX},
+    };
     std::vector<Entry> entries;
     std::vector<std::string> payloads;
     bool have_payloads = false;
     for (const auto &[name, value] : p.options) {
-        if (name == "--accept")
-            entries.push_back({"accept", 'i', ParseInteger(name, value, INT32_MIN, INT32_MAX), ""});
-        else if (name == "--result")
-            entries.push_back({"result", 'i', ParseInteger(name, value, INT32_MIN, INT32_MAX), ""});
-        else if (name == "--answer-delay")
-            entries.push_back(
-                {"answer_delay_ms", 'u', ParseInteger(name, value, 0, UINT32_MAX), ""});
-        else if (name == "--result-delay")
-            entries.push_back(
-                {"result_delay_ms", 'u', ParseInteger(name, value, 0, UINT32_MAX), ""});
-        else if (name == "--drop")
-            entries.push_back({"drop_result", 'b', 1, ""});
-        else if (name == "--no-answer")
-            entries.push_back({"no_answer", 'b', 1, ""});
-        else if (name == "--refuse-percent")
-            entries.push_back({"refuse_percent", 'u', ParseInteger(name, value, 0, 100), ""});
-        else if (name == "--drop-percent")
-            entries.push_back({"drop_percent", 'u', ParseInteger(name, value, 0, 100), ""});
-        else if (name == "--answer-delay-max")
-            entries.push_back(
-                {"answer_delay_max_ms", 'u', ParseInteger(name, value, 0, UINT32_MAX), ""});
-        else if (name == "--result-delay-max")
-            entries.push_back(
-                {"result_delay_max_ms", 'u', ParseInteger(name, value, 0, UINT32_MAX), ""});
-        else if (name == "--random-seed")
-            entries.push_back({"random_seed", 'u', ParseInteger(name, value, 0, UINT32_MAX), ""});
-        else if (name == "--error")
+        if (name == "--error") {
             entries.push_back({"error", 's', 0, value});
-        else if (name == "--payload") {
+        } else if (name == "--payload") {
             payloads.push_back(value);
             have_payloads = true;
+        } else {
+            for (const KeyOption &o : kKeyOptions) {
+                if (name != o.option)
+                    continue;
+                const long long number =
+                    o.type == 'b' ? 1 : ParseInteger(name, value, o.min, o.max);
+                entries.push_back({o.key, o.type, number, ""});
+            }
         }
     }
 
