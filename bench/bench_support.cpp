@@ -115,13 +115,13 @@ void Environment::SignIn(const std::string &login_id)
         sim_.AddAccount(account);
     } catch (const std::runtime_error &e) {
         // A simulator shared by several benchmark binaries may know it.
-        if (std::string(e.what()).find(ssotest::kSimErrorAccountExists) == std::string::npos)
+        if (std::string(e.what()).find(ssosim::kErrorAccountExists) == std::string::npos)
             throw;
     }
     try {
         sim_.SignIn(login_id);
     } catch (const std::runtime_error &e) {
-        if (std::string(e.what()).find(ssotest::kSimErrorAlreadySignedIn) == std::string::npos)
+        if (std::string(e.what()).find(ssosim::kErrorAlreadySignedIn) == std::string::npos)
             throw;
     }
     sim_.Publish();

@@ -115,9 +115,9 @@ TEST_F(CxxRequests, AccountOperationsInBothForms)
     auto wrong = RunBoth(sso::verify_password, {"nope"});
     for (auto *r : {&wrong.callback, &wrong.future}) {
         EXPECT_TRUE(r->answered());
-        EXPECT_EQ(r->code(), ssotest::kSimResultWrongPassword);
+        EXPECT_EQ(r->code(), ssosim::kResultWrongPassword);
         EXPECT_EQ(r->error(),
-                  std::error_code(ssotest::kSimResultWrongPassword, sso::service_category()));
+                  std::error_code(ssosim::kResultWrongPassword, sso::service_category()));
     }
 
     EXPECT_BOTH_OK(RunBoth(sso::set_password, {kLee, "lee-new"}));
@@ -174,7 +174,7 @@ TEST_F(CxxRequests, DeviceAccountCreationInBothForms)
     EXPECT_TRUE(registered.callback.ok()) << registered.callback.error().message();
     // The second registration of the same account is the service's to refuse.
     EXPECT_TRUE(registered.future.answered());
-    EXPECT_EQ(registered.future.code(), ssotest::kSimResultAccountExists);
+    EXPECT_EQ(registered.future.code(), ssosim::kResultAccountExists);
 }
 
 TEST_F(CxxRequests, AtTheSixAccountLimitTheRequestFailsWithAccountLimitSendingNothing)
@@ -227,7 +227,7 @@ TEST_F(CxxRequests, ProfileAndGroupsInBothForms)
     EXPECT_BOTH_OK(users);
     EXPECT_EQ(ParseJson(users.callback.value())["groupId"].asString(), group);
     auto notMine = sso::request_group_users({kAppId, token, "FG-other"}).get();
-    EXPECT_EQ(notMine.code(), ssotest::kSimResultNoSuchGroup);
+    EXPECT_EQ(notMine.code(), ssosim::kResultNoSuchGroup);
 }
 
 TEST_F(CxxRequests, WhitelistTokensInBothFormsAndReadBackLocally)

@@ -55,7 +55,7 @@ inline constexpr const char *kSimulatorControlInterface = ssosim::kControlInterf
 // was scripted before (Configure merges); Reset/ResetMethod undo scripting.
 // Defaults of an unscripted method: accept 1 (sso_is_account_switching_available:
 // 1 with more than one account registered, else 0), result and payloads from
-// the simulated state (see kSimResult*), no delays, result delivered, no
+// the simulated state (see ssosim::kResult*), no delays, result delivered, no
 // error, answered. A scripted field always wins. The state changes (sign-in,
 // tokens issued...) only when the delivered result is 0: a scripted non-zero
 // result changes nothing; a dropped result still changes the state; scripted
@@ -156,38 +156,17 @@ struct AccountSpec {
 //       accounts; request_current_account_noti republishes; sso_reset revokes
 //       every issued token and code.
 //
-// The result codes the simulator delivers when nobody scripted a result (the
-// values and their meanings: tools/sso-simulator/result_codes.h). A refused
-// request gets one of them, "" in every string payload, and changes nothing.
-inline constexpr int kSimResultOk = ssosim::kResultOk;
-inline constexpr int kSimResultServiceError = ssosim::kResultServiceError;
-inline constexpr int kSimResultInvalidRequest = ssosim::kResultInvalidRequest;
-inline constexpr int kSimResultNotSignedIn = ssosim::kResultNotSignedIn;
-inline constexpr int kSimResultWrongPassword = ssosim::kResultWrongPassword;
-inline constexpr int kSimResultInvalidClient = ssosim::kResultInvalidClient;
-inline constexpr int kSimResultNoSuchAccount = ssosim::kResultNoSuchAccount;
-inline constexpr int kSimResultAccountLimit = ssosim::kResultAccountLimit;
-inline constexpr int kSimResultAccountExists = ssosim::kResultAccountExists;
-inline constexpr int kSimResultInvalidToken = ssosim::kResultInvalidToken;
-inline constexpr int kSimResultNotWhitelisted = ssosim::kResultNotWhitelisted;
-inline constexpr int kSimResultNoSuchGroup = ssosim::kResultNoSuchGroup;
-// The answer to a request whose object name is not the sender's, and the
-// error a read with such a name gets; the table of every code with its name.
-inline constexpr int kSimResultNotYourObject = ssosim::kResultNotYourObject;
-inline constexpr const char *kSimErrorNotYourObject = ssosim::kErrorNotYourObject;
-inline constexpr const auto &kSimResultCodeTable = ssosim::kResultCodeTable;
+// The result codes the simulator delivers when nobody scripted a result, the
+// error names it answers refused account operations with, and the table of
+// every code with its name are the simulator's own (ssosim::kResult*,
+// ssosim::kError*, ssosim::kResultCodeTable in
+// tools/sso-simulator/result_codes.h). A refused request gets one of the
+// codes, "" in every string payload, and changes nothing.
 
 // The application-data key under which the simulator stores a whitelist token
 // for an app id (in "SSO_PUBLICDATA_ID_<package>", under the account's GUID).
 inline constexpr const char *kSimWhitelistTokenKeyPrefix =
     "DATA_KEY_NAME_WHILIST_ACCESSTOKEN_RESPONSE_";
-
-// Error names the simulator answers refused account operations with.
-inline constexpr const char *kSimErrorNoSuchAccount = ssosim::kErrorNoSuchAccount;
-inline constexpr const char *kSimErrorAccountExists = ssosim::kErrorAccountExists;
-inline constexpr const char *kSimErrorAccountLimit = ssosim::kErrorAccountLimit;
-inline constexpr const char *kSimErrorNotSignedIn = ssosim::kErrorNotSignedIn;
-inline constexpr const char *kSimErrorAlreadySignedIn = ssosim::kErrorAlreadySignedIn;
 
 // What a finished sso-simulator command printed.
 using SimulatorCommandResult = ToolResult;
@@ -284,7 +263,7 @@ public:
     int Quit(std::chrono::milliseconds timeout = std::chrono::seconds(5));
 
     // ---- accounts (each throws std::runtime_error whose message holds the
-    // D-Bus error name, e.g. kSimErrorAccountLimit) ----
+    // D-Bus error name, e.g. ssosim::kErrorAccountLimit) ----
 
     // Registers an account (at most six); returns its GUID. Publishes the
     // document and account_count and bumps the version.

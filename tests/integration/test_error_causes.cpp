@@ -82,7 +82,7 @@ TEST_F(Causes, NobodySignedInIsNotSignedIn)
 TEST_F(Causes, ARefusalKeepsTheServicesAnswer)
 {
     ssotest::Behaviour refuse;
-    refuse.accept = ssotest::kSimResultNotYourObject;
+    refuse.accept = ssosim::kResultNotYourObject;
     sim_.Configure("sso_request_access_token", refuse);
     Forget();
     EXPECT_EQ(Token(), -1);
@@ -215,7 +215,7 @@ TEST(CauseNames, EveryCauseHasAStableSnakeCaseNameAndASentence)
 
 TEST(CauseNames, TheServicesResultCodesAreNamedAsTheServiceNamesThem)
 {
-    for (const auto &c : ssotest::kSimResultCodeTable) {
+    for (const auto &c : ssosim::kResultCodeTable) {
         std::string expected = c.name;
         for (char &ch : expected)
             if (ch == '-')

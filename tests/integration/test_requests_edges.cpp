@@ -447,7 +447,7 @@ TEST_P(RequestsParameterLine, IsWrittenExactlyAndOnlyWithTheMarkerWhenItIsADevel
     // A failed result changes nothing in the simulator: the first request (a
     // sign-out, a switch) cannot refuse the second by its effect.
     ssotest::Behaviour noEffect;
-    noEffect.result = ssotest::kSimResultServiceError;
+    noEffect.result = ssosim::kResultServiceError;
     sim_.Configure("*", noEffect);
     ASSERT_EQ(c.send(), 0);
     EXPECT_EQ(log().Contains(colored), !c.devel) << colored;

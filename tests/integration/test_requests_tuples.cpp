@@ -490,7 +490,7 @@ TEST_P(RequestsPerMember, SendsItsExactTupleWithConsecutiveEventIndexesFromZero)
     // A failed result changes nothing in the simulator: the first request
     // (a sign-out, a switch) cannot refuse the second by its effect.
     ssotest::Behaviour noEffect;
-    noEffect.result = ssotest::kSimResultServiceError;
+    noEffect.result = ssosim::kResultServiceError;
     sim_.Configure(c.serverMethod, noEffect);
     int first = 0;
     int second = 0;

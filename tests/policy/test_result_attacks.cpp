@@ -214,7 +214,7 @@ TEST_F(ResultAttacks, ARequestInTheClientsNameIsRefusedByTheService)
         RunAttacker({"forge", obj, PointerText(reinterpret_cast<const void *>(&RecordingCb)),
                      PointerText(&own), std::to_string(SSOAPIClientUtil::GetDBusProxyThreadId())});
     EXPECT_NE(std::string::npos,
-              out.find("answer " + std::to_string(ssotest::kSimResultNotYourObject) + "\n"))
+              out.find("answer " + std::to_string(ssosim::kResultNotYourObject) + "\n"))
         << out;
     EXPECT_EQ(std::string::npos, out.find("caught")) << out;
     EXPECT_EQ(1u, sim_.Deliveries().size());

@@ -825,7 +825,7 @@ protected:
         // Every request is accepted and answered with a failure, which
         // changes nothing: each call meets the same world.
         ssotest::Behaviour failing;
-        failing.result = ssotest::kSimResultServiceError;
+        failing.result = ssosim::kResultServiceError;
         sim_.Configure("*", failing);
         if (GetParam().world == World::WithPackage) {
             ASSERT_EQ(

@@ -530,7 +530,7 @@ TEST_F(SimAccounts, SixAccountsAtMost)
     AccountSpec seventh;
     seventh.login_id = "user7@example.com";
     const std::string error = ErrorOf([&] { sim_.AddAccount(seventh); });
-    EXPECT_TRUE(Has(error, ssotest::kSimErrorAccountLimit)) << error;
+    EXPECT_TRUE(Has(error, ssosim::kErrorAccountLimit)) << error;
     EXPECT_TRUE(Has(error, "6")) << error;
     EXPECT_EQ(v0, Version());
     EXPECT_EQ(6, Document()["account_count"].asInt());
@@ -546,11 +546,11 @@ TEST_F(SimAccounts, RefusalsCarryClearErrors)
 {
     sim_.AddAccount(Kim());
     const int v0 = Version();
-    EXPECT_TRUE(Has(ErrorOf([&] { sim_.AddAccount(Kim()); }), ssotest::kSimErrorAccountExists));
+    EXPECT_TRUE(Has(ErrorOf([&] { sim_.AddAccount(Kim()); }), ssosim::kErrorAccountExists));
     AccountSpec clash;
     clash.login_id = "other@example.com";
     clash.guid = "0123456789ABCDEF0123456789ABCDEF";
-    EXPECT_TRUE(Has(ErrorOf([&] { sim_.AddAccount(clash); }), ssotest::kSimErrorAccountExists));
+    EXPECT_TRUE(Has(ErrorOf([&] { sim_.AddAccount(clash); }), ssosim::kErrorAccountExists));
     AccountSpec bad;
     bad.login_id = "bad@example.com";
     bad.country = "KOREA";
@@ -566,13 +566,13 @@ TEST_F(SimAccounts, RefusalsCarryClearErrors)
     piped.login_id = "a|b";
     EXPECT_TRUE(Has(ErrorOf([&] { sim_.AddAccount(piped); }), "InvalidArgs"));
     EXPECT_TRUE(
-        Has(ErrorOf([&] { sim_.SignIn("nobody@example.com"); }), ssotest::kSimErrorNoSuchAccount));
+        Has(ErrorOf([&] { sim_.SignIn("nobody@example.com"); }), ssosim::kErrorNoSuchAccount));
     EXPECT_TRUE(Has(ErrorOf([&] { sim_.RemoveAccount("nobody@example.com"); }),
-                    ssotest::kSimErrorNoSuchAccount));
-    EXPECT_TRUE(Has(ErrorOf([&] { sim_.SignOut(); }), ssotest::kSimErrorNotSignedIn));
+                    ssosim::kErrorNoSuchAccount));
+    EXPECT_TRUE(Has(ErrorOf([&] { sim_.SignOut(); }), ssosim::kErrorNotSignedIn));
     sim_.SignIn("kim@example.com");
     EXPECT_TRUE(
-        Has(ErrorOf([&] { sim_.SignIn("kim@example.com"); }), ssotest::kSimErrorAlreadySignedIn));
+        Has(ErrorOf([&] { sim_.SignIn("kim@example.com"); }), ssosim::kErrorAlreadySignedIn));
     // Only the one sign-in wrote anything.
     EXPECT_EQ(v0 + 1, Version());
 }

@@ -275,7 +275,7 @@ TEST_F(SimFamilies, WithNobodySignedInATokenIsRefusedAndNothingIssued)
 {
     sim_.AddAccount(Kim());
     const RecordedCall call = AccessToken();
-    EXPECT_EQ(ssotest::kSimResultNotSignedIn, Int32Arg(call, "result"));
+    EXPECT_EQ(ssosim::kResultNotSignedIn, Int32Arg(call, "result"));
     EXPECT_EQ("", StringArg(call, "access_token"));
     EXPECT_EQ(0u, Issued().size());
 }
@@ -285,14 +285,14 @@ TEST_F(SimFamilies, ARegisteredClientMustPresentItsSecret)
     sim_.AddAccount(Kim());
     sim_.SignIn(kim_);
     sim_.RegisterClient(kApp, "the-right-secret");
-    EXPECT_EQ(ssotest::kSimResultInvalidClient,
+    EXPECT_EQ(ssosim::kResultInvalidClient,
               Int32Arg(AccessToken(kApp, "a-wrong-secret"), "result"));
     EXPECT_EQ(0, Int32Arg(AccessToken(kApp, "the-right-secret"), "result"));
     // Other app ids take any secret, but never an empty one.
     EXPECT_EQ(0, Int32Arg(AccessToken("org.example.other", "anything"), "result"));
-    EXPECT_EQ(ssotest::kSimResultInvalidClient,
+    EXPECT_EQ(ssosim::kResultInvalidClient,
               Int32Arg(AccessToken("org.example.other", ""), "result"));
-    EXPECT_EQ(ssotest::kSimResultInvalidRequest, Int32Arg(AccessToken("", kSecret), "result"));
+    EXPECT_EQ(ssosim::kResultInvalidRequest, Int32Arg(AccessToken("", kSecret), "result"));
     EXPECT_EQ(2u, Issued().size());
     EXPECT_THROW(sim_.RegisterClient("", "x"), std::runtime_error);
 }
@@ -308,12 +308,12 @@ TEST_F(SimFamilies, AnAuthCodeBuysOneTokenForItsOwnApp)
         return Send("sso_request_access_token_using_authcode", "sso_request_access_token",
                     {app, kSecret, code, "tv.read"});
     };
-    EXPECT_EQ(ssotest::kSimResultInvalidToken, Int32Arg(exchange("org.example.thief"), "result"));
+    EXPECT_EQ(ssosim::kResultInvalidToken, Int32Arg(exchange("org.example.thief"), "result"));
     const RecordedCall ok = exchange(kApp);
     EXPECT_EQ(0, Int32Arg(ok, "result"));
     EXPECT_TRUE(LooksLikeToken(StringArg(ok, "access_token"), "AT."));
     // Redeemed: the same code buys nothing more.
-    EXPECT_EQ(ssotest::kSimResultInvalidToken, Int32Arg(exchange(kApp), "result"));
+    EXPECT_EQ(ssosim::kResultInvalidToken, Int32Arg(exchange(kApp), "result"));
 
     const Json::Value issued = Issued();
     ASSERT_EQ(2u, issued.size());
@@ -397,14 +397,14 @@ TEST_F(SimFamilies, ADeviceCodeNeedsNobodySignedInAUserCodeDoes)
     EXPECT_TRUE(LooksLikeToken(StringArg(device, "auth_code"), "AC."));
     const RecordedCall user = Send("sso_request_user_authcode", "sso_request_service_auth_code",
                                    {kApp, kNoValue, "user"});
-    EXPECT_EQ(ssotest::kSimResultNotSignedIn, Int32Arg(user, "result"));
+    EXPECT_EQ(ssosim::kResultNotSignedIn, Int32Arg(user, "result"));
     EXPECT_EQ("", StringArg(user, "auth_code"));
     const Json::Value issued = Issued();
     ASSERT_EQ(1u, issued.size());
     EXPECT_EQ("", issued[0]["account_guid"].asString());
     EXPECT_EQ("device", issued[0]["extra"]["code_for"].asString());
     for (const char *m : {"sso_request_auth_code", "sso_request_auth_code_for_effortless_login"})
-        EXPECT_EQ(ssotest::kSimResultNotSignedIn, Int32Arg(Send(m, m, {kApp, kNoValue}), "result"))
+        EXPECT_EQ(ssosim::kResultNotSignedIn, Int32Arg(Send(m, m, {kApp, kNoValue}), "result"))
             << m;
 }
 
@@ -420,11 +420,10 @@ TEST_F(SimFamilies, AnIdAndPasswordCodeChecksTheNamedAccount)
     const RecordedCall ok = request("kim@example.com", "kim-secret");
     EXPECT_EQ(0, Int32Arg(ok, "result"));
     const RecordedCall wrong = request("kim@example.com", "ana-secret");
-    EXPECT_EQ(ssotest::kSimResultWrongPassword, Int32Arg(wrong, "result"));
+    EXPECT_EQ(ssosim::kResultWrongPassword, Int32Arg(wrong, "result"));
     EXPECT_EQ("", StringArg(wrong, "auth_code"));
-    EXPECT_EQ(ssotest::kSimResultWrongPassword, Int32Arg(request("kim@example.com", ""), "result"));
-    EXPECT_EQ(ssotest::kSimResultNoSuchAccount,
-              Int32Arg(request("nobody@example.com", "x"), "result"));
+    EXPECT_EQ(ssosim::kResultWrongPassword, Int32Arg(request("kim@example.com", ""), "result"));
+    EXPECT_EQ(ssosim::kResultNoSuchAccount, Int32Arg(request("nobody@example.com", "x"), "result"));
     const Json::Value issued = Issued();
     ASSERT_EQ(1u, issued.size());
     // For the named account, not the signed-in one; and nobody is switched.
@@ -495,7 +494,7 @@ TEST_F(SimFamilies, GeneratingRefusesAWrongPasswordAndASeventhAccount)
     const RecordedCall wrong =
         Send("sso_generate_token_with_ID_PWD", "sso_generate_token_with_ID_PWD",
              {"kim@example.com", "not-it"}, {0});
-    EXPECT_EQ(ssotest::kSimResultWrongPassword, Int32Arg(wrong, "result"));
+    EXPECT_EQ(ssosim::kResultWrongPassword, Int32Arg(wrong, "result"));
     EXPECT_EQ("", StringArg(wrong, "response_data"));
     EXPECT_EQ("", SignedIn());
     EXPECT_EQ(0, Int32Arg(Send("sso_generate_token_with_ID_PWD", "sso_generate_token_with_ID_PWD",
@@ -509,11 +508,11 @@ TEST_F(SimFamilies, GeneratingRefusesAWrongPasswordAndASeventhAccount)
     const RecordedCall full = Send("sso_generate_token_with_authcode_dsc_deleteFlag",
                                    "sso_generate_token_with_authcode_dsc_deleteFlag",
                                    {"seventh@example.com", "AC.x", kNoValue}, {1});
-    EXPECT_EQ(ssotest::kSimResultAccountLimit, Int32Arg(full, "result"));
+    EXPECT_EQ(ssosim::kResultAccountLimit, Int32Arg(full, "result"));
     EXPECT_EQ(6u, ParseJson(sim_.Accounts())["accounts"].size());
     EXPECT_EQ(kim_, SignedIn());
     EXPECT_EQ(version, Version()) << "a refusal published something";
-    EXPECT_EQ(ssotest::kSimResultInvalidRequest,
+    EXPECT_EQ(ssosim::kResultInvalidRequest,
               Int32Arg(Send("sso_generate_token_with_authcode_dsc",
                             "sso_generate_token_with_authcode_dsc", {"AC.x", "a|b", kNoValue}, {1}),
                        "result"));
@@ -542,8 +541,8 @@ TEST_F(SimFamilies, RegisteringAddsTheAccountAndOnAlsoSignsItIn)
     EXPECT_EQ(guid, PublishedActiveGuid());
     EXPECT_EQ(2, Published()["account_count"].asInt());
 
-    EXPECT_EQ(ssotest::kSimResultAccountExists, Int32Arg(reg("first@example.com", "on"), "result"));
-    EXPECT_EQ(ssotest::kSimResultInvalidRequest, Int32Arg(reg("", "on"), "result"));
+    EXPECT_EQ(ssosim::kResultAccountExists, Int32Arg(reg("first@example.com", "on"), "result"));
+    EXPECT_EQ(ssosim::kResultInvalidRequest, Int32Arg(reg("", "on"), "result"));
     EXPECT_EQ(guid, SignedIn());
     EXPECT_EQ(2u, ParseJson(sim_.Accounts())["accounts"].size());
 }
@@ -562,7 +561,7 @@ TEST_F(SimFamilies, LogoutSignsTheAccountOut)
     EXPECT_EQ(std::optional<int>(0), VconfInt("db/sso/login_status"));
     EXPECT_EQ(kim_, VconfStr("memory/sso/prev_login_guid"));
     const RecordedCall again = Send("sso_perform_logout", "sso_perform_logout", {kNoValue});
-    EXPECT_EQ(ssotest::kSimResultNotSignedIn, Int32Arg(again, "result"));
+    EXPECT_EQ(ssosim::kResultNotSignedIn, Int32Arg(again, "result"));
     EXPECT_EQ("", StringArg(again, "response_data"));
 }
 
@@ -572,13 +571,13 @@ TEST_F(SimFamilies, VerifyingAPasswordChecksTheSignedInAccount)
     auto verify = [&](const std::string &pw) {
         return Send("sso_verify_password", "sso_verify_password", {pw});
     };
-    EXPECT_EQ(ssotest::kSimResultNotSignedIn, Int32Arg(verify("kim-secret"), "result"));
+    EXPECT_EQ(ssosim::kResultNotSignedIn, Int32Arg(verify("kim-secret"), "result"));
     sim_.SignIn(kim_);
     const RecordedCall ok = verify("kim-secret");
     EXPECT_EQ(0, Int32Arg(ok, "result"));
     EXPECT_TRUE(ParseJson(StringArg(ok, "response_data"))["verified"].asBool());
     const RecordedCall wrong = verify("guess");
-    EXPECT_EQ(ssotest::kSimResultWrongPassword, Int32Arg(wrong, "result"));
+    EXPECT_EQ(ssosim::kResultWrongPassword, Int32Arg(wrong, "result"));
     EXPECT_EQ("", StringArg(wrong, "response_data"));
 }
 
@@ -621,13 +620,13 @@ TEST_F(SimFamilies, SettingAPasswordChangesWhatVerifies)
     EXPECT_EQ(0, Int32Arg(Send("sso_verify_password", "sso_verify_password", {"brand-new-pw"}),
                           "result"));
     EXPECT_EQ(
-        ssotest::kSimResultWrongPassword,
+        ssosim::kResultWrongPassword,
         Int32Arg(Send("sso_verify_password", "sso_verify_password", {"kim-secret"}), "result"));
     EXPECT_EQ(
-        ssotest::kSimResultNoSuchAccount,
+        ssosim::kResultNoSuchAccount,
         Int32Arg(Send("sso_set_passfw", "sso_set_passfw", {"nobody@example.com", "x"}), "result"));
     EXPECT_EQ(
-        ssotest::kSimResultInvalidRequest,
+        ssosim::kResultInvalidRequest,
         Int32Arg(Send("sso_set_passfw", "sso_set_passfw", {"kim@example.com", ""}), "result"));
     EXPECT_FALSE(log().Contains("brand-new-pw"));
 }
@@ -639,7 +638,7 @@ TEST_F(SimFamilies, APasswordResetNeedsARegisteredAddress)
         Send("sso_request_reset_passwd", "sso_request_reset_passwd", {"kim@example.com"});
     EXPECT_EQ(0, Int32Arg(ok, "result"));
     EXPECT_EQ("kim@example.com", ParseJson(StringArg(ok, "response_data"))["email"].asString());
-    EXPECT_EQ(ssotest::kSimResultNoSuchAccount,
+    EXPECT_EQ(ssosim::kResultNoSuchAccount,
               Int32Arg(Send("sso_request_reset_passwd", "sso_request_reset_passwd",
                             {"stranger@example.com"}),
                        "result"));
@@ -668,21 +667,21 @@ TEST_F(SimFamilies, SwitchingChangesTheActiveAccountAndWhatIsPublished)
                           "result"));
     EXPECT_EQ(kim_, SignedIn());
     // By GUID takes a GUID, by id an id.
-    EXPECT_EQ(ssotest::kSimResultNoSuchAccount,
+    EXPECT_EQ(ssosim::kResultNoSuchAccount,
               Int32Arg(Send("sso_switch_account_by_guid", "sso_switch_account_by_guid",
                             {"ana@example.org", kNoValue}),
                        "result"));
     EXPECT_EQ(
-        ssotest::kSimResultNoSuchAccount,
+        ssosim::kResultNoSuchAccount,
         Int32Arg(Send("sso_switch_account", "sso_switch_account", {"nobody@example.com", kNoValue}),
                  "result"));
     EXPECT_EQ(kim_, SignedIn());
 
     // With a user token: the account's own one only.
-    EXPECT_EQ(ssotest::kSimResultInvalidToken, Int32Arg(Send("sso_switch_account_with_usertoken",
-                                                             "sso_switch_account_with_usertoken",
-                                                             {"ana@example.org", "UT-kim-token"}),
-                                                        "result"));
+    EXPECT_EQ(ssosim::kResultInvalidToken, Int32Arg(Send("sso_switch_account_with_usertoken",
+                                                         "sso_switch_account_with_usertoken",
+                                                         {"ana@example.org", "UT-kim-token"}),
+                                                    "result"));
     EXPECT_EQ(kim_, SignedIn());
     EXPECT_EQ(
         0, Int32Arg(Send("sso_switch_account_with_usertoken", "sso_switch_account_with_usertoken",
@@ -731,7 +730,7 @@ TEST_F(SimFamilies, ResetRevokesEveryIssuedTokenButKeepsTheAccounts)
     EXPECT_EQ(1, Sync("sso_reset"));
     EXPECT_TRUE(Issued()[0]["revoked"].asBool());
     EXPECT_EQ(
-        ssotest::kSimResultInvalidToken,
+        ssosim::kResultInvalidToken,
         Int32Arg(Send("sso_get_user_family_group", "sso_get_user_family_group", {kApp, token}),
                  "result"));
     EXPECT_EQ(kim_, SignedIn());
@@ -807,7 +806,7 @@ TEST_F(SimFamilies, ProfileQueriesNeedSomeoneSignedIn)
     for (const char *m : {"sso_get_user_info", "sso_get_user_info_v4",
                           "sso_identify_current_user_info", "sso_get_namecheck_auth_info"}) {
         const RecordedCall call = Send(m, m, {});
-        EXPECT_EQ(ssotest::kSimResultNotSignedIn, Int32Arg(call, "result")) << m;
+        EXPECT_EQ(ssosim::kResultNotSignedIn, Int32Arg(call, "result")) << m;
         // Every text empty, none of the generic defaults.
         for (const auto &name : {"user_id", "first_name", "auth", "response_data", "birthday",
                                  "identify_url", "age", "check_url"}) {
@@ -841,24 +840,23 @@ TEST_F(SimFamilies, TheFamilyGroupTakesATokenTheSimulatorIssued)
     EXPECT_EQ("member", g["members"][1]["role"].asString());
 
     // Not issued, issued to another app, or to another account: refused.
-    EXPECT_EQ(ssotest::kSimResultInvalidToken,
+    EXPECT_EQ(ssosim::kResultInvalidToken,
               Int32Arg(Send("sso_get_user_family_group", "sso_get_user_family_group",
                             {kApp, "AT.made-up"}),
                        "result"));
-    EXPECT_EQ(ssotest::kSimResultInvalidToken,
+    EXPECT_EQ(ssosim::kResultInvalidToken,
               Int32Arg(Send("sso_get_user_family_group", "sso_get_user_family_group",
                             {"org.example.other", token}),
                        "result"));
     sim_.SignIn(ana_);
     EXPECT_EQ(
-        ssotest::kSimResultInvalidToken,
+        ssosim::kResultInvalidToken,
         Int32Arg(Send("sso_get_user_family_group", "sso_get_user_family_group", {kApp, token}),
                  "result"));
     sim_.SignOut();
-    EXPECT_EQ(
-        ssotest::kSimResultNotSignedIn,
-        Int32Arg(Send("sso_get_user_family_group", "sso_get_user_family_group", {kApp, token}),
-                 "result"));
+    EXPECT_EQ(ssosim::kResultNotSignedIn, Int32Arg(Send("sso_get_user_family_group",
+                                                        "sso_get_user_family_group", {kApp, token}),
+                                                   "result"));
 }
 
 TEST_F(SimFamilies, GroupUsersAreTheMembersOfTheSignedInAccountsGroup)
@@ -874,11 +872,11 @@ TEST_F(SimFamilies, GroupUsersAreTheMembersOfTheSignedInAccountsGroup)
     EXPECT_EQ("FG-KIM-HOUSE", u["groupId"].asString());
     ASSERT_EQ(2u, u["users"].size());
     EXPECT_EQ("kim@example.com", u["users"][0]["accountId"].asString());
-    EXPECT_EQ(ssotest::kSimResultNoSuchGroup,
+    EXPECT_EQ(ssosim::kResultNoSuchGroup,
               Int32Arg(Send("sso_get_user_group_users", "sso_get_user_group_users",
                             {kApp, token, "FG-SOMEONE-ELSE"}),
                        "result"));
-    EXPECT_EQ(ssotest::kSimResultInvalidToken,
+    EXPECT_EQ(ssosim::kResultInvalidToken,
               Int32Arg(Send("sso_get_user_group_users", "sso_get_user_group_users",
                             {kApp, "AT.nope", "FG-KIM-HOUSE"}),
                        "result"));
@@ -931,11 +929,11 @@ TEST_F(SimFamilies, RegisteredWhitelistPairsAreTheOnlyOnesServed)
                     "RESULT_sso_service_request_whitelist_accesstoken",
                     {kApp, "org.example.tv.package", signature, kNoValue});
     };
-    EXPECT_EQ(ssotest::kSimResultNotSignedIn, Int32Arg(request("ANY"), "result"));
+    EXPECT_EQ(ssosim::kResultNotSignedIn, Int32Arg(request("ANY"), "result"));
     sim_.SignIn(kim_);
     sim_.RegisterWhitelist("org.example.tv.package", "GOOD-SIGNATURE");
     const RecordedCall bad = request("BAD-SIGNATURE");
-    EXPECT_EQ(ssotest::kSimResultNotWhitelisted, Int32Arg(bad, "result"));
+    EXPECT_EQ(ssosim::kResultNotWhitelisted, Int32Arg(bad, "result"));
     EXPECT_EQ("", StringArg(bad, "response"));
     EXPECT_FALSE(ReadItem("SSO_PUBLICDATA_ID_org.example.tv.package").has_value());
     EXPECT_EQ(0, Int32Arg(request("GOOD-SIGNATURE"), "result"));
@@ -1079,7 +1077,7 @@ TEST_F(SimFamilies, ADelayedResultIsDecidedWhenItIsDue)
     EXPECT_EQ(1, r.Int());
     sim_.SignOut(); // long before the result is due
     ASSERT_TRUE(client_.WaitForCalls(1));
-    EXPECT_EQ(ssotest::kSimResultNotSignedIn, Int32Arg(client_.Calls().at(0), "result"));
+    EXPECT_EQ(ssosim::kResultNotSignedIn, Int32Arg(client_.Calls().at(0), "result"));
     EXPECT_EQ(0u, Issued().size());
 }
 
@@ -1098,7 +1096,7 @@ TEST_F(SimFamilies, TheCommandLineListsIssuedTokensAndRegisters)
     sim_.AddAccount(Kim());
     sim_.SignIn(kim_);
     ASSERT_EQ(0, ssotest::RunSimulatorCommand({"ctl", "client", "add", kApp, "cli-secret"}).status);
-    EXPECT_EQ(ssotest::kSimResultInvalidClient, Int32Arg(AccessToken(kApp, "other"), "result"));
+    EXPECT_EQ(ssosim::kResultInvalidClient, Int32Arg(AccessToken(kApp, "other"), "result"));
     const std::string token = StringArg(AccessToken(kApp, "cli-secret"), "access_token");
 
     auto listed = ssotest::RunSimulatorCommand({"ctl", "issued"});
@@ -1114,7 +1112,7 @@ TEST_F(SimFamilies, TheCommandLineListsIssuedTokensAndRegisters)
     ASSERT_EQ(0, ssotest::RunSimulatorCommand(
                      {"ctl", "whitelist", "add", "org.example.tv.package", "GOOD"})
                      .status);
-    EXPECT_EQ(ssotest::kSimResultNotWhitelisted,
+    EXPECT_EQ(ssosim::kResultNotWhitelisted,
               Int32Arg(Send("sso_service_request_whitelist_accesstoken",
                             "RESULT_sso_service_request_whitelist_accesstoken",
                             {kApp, "org.example.tv.package", "BAD", kNoValue}),
@@ -1136,10 +1134,10 @@ TEST(SimFamiliesHelp, TheRunHelpNamesEveryResultCode)
 {
     auto help = ssotest::RunSimulatorCommand({"run", "--help"});
     ASSERT_EQ(0, help.status) << help.err;
-    for (const auto &c : ssotest::kSimResultCodeTable)
+    for (const auto &c : ssosim::kResultCodeTable)
         EXPECT_TRUE(Has(help.out, std::to_string(c.code) + "  " + c.name)) << c.name;
-    EXPECT_EQ(3, ssotest::kSimResultNotSignedIn);
-    EXPECT_EQ(4, ssotest::kSimResultWrongPassword);
+    EXPECT_EQ(3, ssosim::kResultNotSignedIn);
+    EXPECT_EQ(4, ssosim::kResultWrongPassword);
 }
 
 } // namespace

@@ -630,14 +630,14 @@ TEST_F(SimRequests, AnObjectNameOfAnotherProcessIsRefusedAndNothingDelivered)
                                   other.BuildRequest("sso_request_access_token",
                                                      "sso_request_access_token", RequestValues{}));
         ASSERT_TRUE(r.ok()) << name << ": " << r.error_name;
-        EXPECT_EQ(ssotest::kSimResultNotYourObject, r.Int()) << name;
+        EXPECT_EQ(ssosim::kResultNotYourObject, r.Int()) << name;
     }
     // A read is refused with the service's error instead of data.
     simtest::FakeClient other("obj1_org.example.app");
     Reply data = client_.Request(
         "sso_get_public_account_data",
         g_variant_new("(sxs)", "obj1_org.example.app", gint64{1}, "sso_get_public_account_data"));
-    EXPECT_EQ(ssotest::kSimErrorNotYourObject, data.error_name);
+    EXPECT_EQ(ssosim::kErrorNotYourObject, data.error_name);
     Barrier();
     EXPECT_EQ(1u, sim_.Deliveries().size());
     EXPECT_EQ(1u, client_.Calls().size());

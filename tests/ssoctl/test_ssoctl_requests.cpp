@@ -48,7 +48,7 @@ TEST_F(CtlRequests, TokenWithAScopeAndTheSecretFromStdin)
     EXPECT_EQ(1, refused.status) << Show(refused);
     Json::Value v = ParseJson(refused.out);
     EXPECT_FALSE(v["ok"].asBool());
-    EXPECT_EQ(ssotest::kSimResultInvalidClient, v["result"].asInt());
+    EXPECT_EQ(ssosim::kResultInvalidClient, v["result"].asInt());
     EXPECT_EQ("invalid_client", v["error"].asString());
     EXPECT_TRUE(Contains(refused.err, "token: service answered 5: invalid client")) << refused.err;
 }
@@ -281,7 +281,7 @@ TEST_F(CtlRequests, VerifyPasswordRightAndWrong)
     EXPECT_EQ("password verified\n", ok.out);
     CtlResult wrong = RunCtl({"--json", "verify-password", "--password", "nope"});
     EXPECT_EQ(1, wrong.status) << Show(wrong);
-    EXPECT_EQ(ssotest::kSimResultWrongPassword, ParseJson(wrong.out)["result"].asInt());
+    EXPECT_EQ(ssosim::kResultWrongPassword, ParseJson(wrong.out)["result"].asInt());
 }
 
 TEST_F(CtlRequests, SetPasswordThenResetMail)

@@ -84,7 +84,7 @@ TEST_F(CtlWhitelist, AnUnlistedSignatureIsNotWhitelisted)
     sim_.RegisterWhitelist(kPackage, "00");
     CtlResult r = AsApp({"--json", "whitelist-token", "request", "--app-id", "wl.app"});
     EXPECT_EQ(1, r.status) << Show(r);
-    EXPECT_EQ(ssotest::kSimResultNotWhitelisted, ParseJson(r.out)["result"].asInt());
+    EXPECT_EQ(ssosim::kResultNotWhitelisted, ParseJson(r.out)["result"].asInt());
 }
 
 TEST_F(CtlWhitelist, AnotherPackageIsRefusedWithoutAsking)
