@@ -213,23 +213,25 @@ TEST_F(CallerInformation, OnlyKindOneIsServedEvenForTheServicePackage)
                                "pParamPackageId(org.orvex.ssoservice). Return false\033[0m"));
 }
 
-TEST_F(CallerInformation, TheServicePackageMayNameAnyPackage)
+// The service's package and the account package may each name any package.
+class PrivilegedPackage
+    : public CallerInformation,
+      public ::testing::WithParamInterface<std::pair<const char *, const char *>> {};
+
+TEST_P(PrivilegedPackage, MayNameAnyPackage)
 {
-    CCallerInformation *info = RegisteredAs("org.orvex.ssoservice", "org.orvex.ssoservice.app");
+    const auto [package, app] = GetParam();
+    CCallerInformation *info = RegisteredAs(package, app);
     EXPECT_TRUE(info->CheckCaller(1, "org.someone.else"));
     EXPECT_TRUE(info->CheckCaller(1, ""));
-    EXPECT_TRUE(log().Contains(
-        "[END] m_packageId is 'org.orvex.ssoservice'. pParamPackageId(org.someone.else)"));
+    EXPECT_TRUE(log().Contains(std::string("[END] m_packageId is '") + package +
+                               "'. pParamPackageId(org.someone.else)"));
 }
 
-TEST_F(CallerInformation, TheAccountPackageMayNameAnyPackage)
-{
-    CCallerInformation *info =
-        RegisteredAs("com.veltra.orvex.veltra-account", "com.veltra.account.app");
-    EXPECT_TRUE(info->CheckCaller(1, "org.someone.else"));
-    EXPECT_TRUE(log().Contains("[END] m_packageId is 'com.veltra.orvex.veltra-account'. "
-                               "pParamPackageId(org.someone.else)"));
-}
+INSTANTIATE_TEST_SUITE_P(
+    ServiceAndAccount, PrivilegedPackage,
+    ::testing::Values(std::make_pair("org.orvex.ssoservice", "org.orvex.ssoservice.app"),
+                      std::make_pair("com.veltra.orvex.veltra-account", "com.veltra.account.app")));
 
 TEST_F(CallerInformation, AnOrdinaryPackageMayNameOnlyItselfExactly)
 {
