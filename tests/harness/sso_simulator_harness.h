@@ -121,6 +121,26 @@ struct AccountSpec {
     std::optional<std::string> family_group;
 };
 
+// The two accounts most suites start from: kim, with a display name, both
+// country codes and an icon chosen, and lee, with the simulator's defaults.
+inline AccountSpec KimAccount()
+{
+    AccountSpec kim;
+    kim.login_id = "kim@example.com";
+    kim.display_name = "Kim Min";
+    kim.country = "KOR";
+    kim.country2 = "KR";
+    kim.icon_path = "/opt/usr/share/account/kim.png";
+    return kim;
+}
+
+inline AccountSpec LeeAccount()
+{
+    AccountSpec lee;
+    lee.login_id = "lee@example.com";
+    return lee;
+}
+
 // What an unscripted request does, decided from the simulated state when its
 // result is due (text fields as the library sends them; "HAS_NO_VALUE" means
 // absent):

@@ -42,16 +42,8 @@ protected:
     void SetUp() override
     {
         SimulatorTest::SetUp();
-        ssotest::AccountSpec kim;
-        kim.login_id = "kim@example.com";
-        kim.display_name = "Kim Min";
-        kim.country = "KOR";
-        kim.country2 = "KR";
-        kim.icon_path = "/opt/usr/share/account/kim.png";
-        kimGuid_ = sim_.AddAccount(kim);
-        ssotest::AccountSpec lee;
-        lee.login_id = "lee@example.com";
-        leeGuid_ = sim_.AddAccount(lee);
+        kimGuid_ = sim_.AddAccount(ssotest::KimAccount());
+        leeGuid_ = sim_.AddAccount(ssotest::LeeAccount());
     }
 
     // The simulator's own record of an account.

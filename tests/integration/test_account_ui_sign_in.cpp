@@ -37,9 +37,7 @@ protected:
                 {"app", "add", id, "--exec", ssotest::ToolPath("sso-account-ui-test")});
             ASSERT_EQ(r.status, 0) << r.err;
         }
-        ssotest::AccountSpec kim;
-        kim.login_id = "kim@example.com";
-        sim_.AddAccount(kim);
+        sim_.AddAccount(ssotest::KimAccount());
         FirstCalls().Clear();
     }
     void TearDown() override

@@ -40,9 +40,7 @@ protected:
     {
         setenv("SSO_PLATFORM_APP_ID", "org.example.causes", 1);
         SimulatorTest::SetUp();
-        ssotest::AccountSpec kim;
-        kim.login_id = "kim@example.com";
-        sim_.AddAccount(kim);
+        sim_.AddAccount(ssotest::KimAccount());
         sim_.SignIn("kim@example.com");
         sim_.RegisterClient("tv.app", "secret");
     }

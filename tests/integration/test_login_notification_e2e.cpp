@@ -56,10 +56,7 @@ protected:
     void SetUp() override
     {
         SimulatorTest::SetUp();
-        ssotest::AccountSpec kim;
-        kim.login_id = "kim@example.com";
-        kim.icon_path = "/opt/usr/share/account/kim.png";
-        kimGuid_ = sim_.AddAccount(kim);
+        kimGuid_ = sim_.AddAccount(ssotest::KimAccount());
         g_notes.Clear();
     }
     void TearDown() override

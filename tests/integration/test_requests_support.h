@@ -144,14 +144,8 @@ protected:
         setenv("SSO_PLATFORM_APP_ID", kAppId, 1);
         SimulatorTest::SetUp();
         Recorder::Get().Clear();
-        ssotest::AccountSpec kim;
-        kim.login_id = "kim@example.com";
-        kim.country = "KOR";
-        kim.country2 = "KR";
-        kimGuid_ = sim_.AddAccount(kim);
-        ssotest::AccountSpec lee;
-        lee.login_id = "lee@example.com";
-        leeGuid_ = sim_.AddAccount(lee);
+        kimGuid_ = sim_.AddAccount(ssotest::KimAccount());
+        leeGuid_ = sim_.AddAccount(ssotest::LeeAccount());
         if (SignInFirst())
             sim_.SignIn("kim@example.com");
     }

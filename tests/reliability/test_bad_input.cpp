@@ -813,13 +813,10 @@ protected:
         // the test instead of passing as a line on stderr.
         g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_LEVEL_CRITICAL));
         SimulatorTest::SetUp();
-        ssotest::AccountSpec kim;
-        kim.login_id = "kim@example.com";
+        ssotest::AccountSpec kim = ssotest::KimAccount();
         kim.password = "pw-kim";
         guid_ = sim_.AddAccount(kim);
-        ssotest::AccountSpec lee;
-        lee.login_id = "lee@example.com";
-        sim_.AddAccount(lee);
+        sim_.AddAccount(ssotest::LeeAccount());
         sim_.SignIn("kim@example.com");
         vconf_set_int("memory/sso/view_status", 0);
         // Every request is accepted and answered with a failure, which

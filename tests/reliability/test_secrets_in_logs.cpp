@@ -105,12 +105,10 @@ protected:
         ASSERT_EQ(PACKAGE_MANAGER_ERROR_NONE,
                   certtest::AddSignedPackage(certtest::MakeCert(root_.path()), kPackage, kAppId));
 
-        ssotest::AccountSpec kim;
-        kim.login_id = "kim@example.com";
+        ssotest::AccountSpec kim = ssotest::KimAccount();
         kim.password = kKimPassword;
         sim_.AddAccount(kim);
-        ssotest::AccountSpec lee;
-        lee.login_id = "lee@example.com";
+        ssotest::AccountSpec lee = ssotest::LeeAccount();
         lee.password = kLeePassword;
         sim_.AddAccount(lee);
         sim_.SignIn("kim@example.com");

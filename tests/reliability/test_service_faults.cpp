@@ -212,9 +212,7 @@ TEST_F(ServiceFaults, ALateLivenessCheckFailsTheRequestWithinOneTimeOut)
     // Nothing in this process has marked the service alive yet, so the
     // request asks first; that one slow answer is all it waits for.
     Warm();
-    ssotest::AccountSpec kim;
-    kim.login_id = "kim@example.com";
-    sim_.AddAccount(kim);
+    sim_.AddAccount(ssotest::KimAccount());
     sim_.SignIn("kim@example.com");
     ssotest::Behaviour slow;
     slow.answer_delay_ms = 8000;
