@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <map>
 
 #include "glib_util.h"
@@ -133,11 +134,51 @@ void CheckIdentifier(const char *what, const std::string &value)
                                      " must not contain '|' or control characters");
 }
 
+namespace {
+
+// Every field of an account: its name in the control interface and in the
+// simulator's own state, its member in the published document (nullptr:
+// never published), and where it is kept.
+struct AccountFieldInfo {
+    const char *name;
+    const char *published;
+    std::string Account::*member;
+    std::optional<std::string> AccountFields::*requested;
+};
+
+const AccountFieldInfo kAccountFields[] = {
+    {"login_id", "account_id", &Account::login_id, &AccountFields::login_id},
+    {"guid", "account_guid", &Account::guid, &AccountFields::guid},
+    {"uid", "account_uid", &Account::uid, &AccountFields::uid},
+    {"icon_path", "account_icon_path", &Account::icon_path, &AccountFields::icon_path},
+    {"auth", "account_auth", &Account::auth, &AccountFields::auth},
+    {"user_pin_set", "user_pin_set", &Account::user_pin_set, &AccountFields::user_pin_set},
+    {"country", "userCountryCode", &Account::country, &AccountFields::country},
+    {"country2", "alpha2CountryCode", &Account::country2, &AccountFields::country2},
+    {"display_name", "displayName", &Account::display_name, &AccountFields::display_name},
+    {"first_name", nullptr, &Account::first_name, &AccountFields::first_name},
+    {"last_name", nullptr, &Account::last_name, &AccountFields::last_name},
+    {"device_id", "userDeviceID", &Account::device_id, &AccountFields::device_id},
+    {"password", nullptr, &Account::password, &AccountFields::password},
+    {"prefix_name", nullptr, &Account::prefix_name, &AccountFields::prefix_name},
+    {"birth_date", nullptr, &Account::birth_date, &AccountFields::birth_date},
+    {"zip_code", nullptr, &Account::zip_code, &AccountFields::zip_code},
+    {"mobile_num", nullptr, &Account::mobile_num, &AccountFields::mobile_num},
+    {"receive_email", nullptr, &Account::receive_email, &AccountFields::receive_email},
+    {"family_group", nullptr, &Account::family_group, &AccountFields::family_group},
+};
+
+} // namespace
+
 const char *AccountFieldKeys()
 {
-    return "login_id, guid, uid, icon_path, auth, user_pin_set, country, country2, "
-           "display_name, first_name, last_name, device_id, password, prefix_name, birth_date, "
-           "zip_code, mobile_num, receive_email, family_group";
+    static const std::string keys = [] {
+        std::string out;
+        for (const auto &field : kAccountFields)
+            out += (out.empty() ? "" : ", ") + std::string(field.name);
+        return out;
+    }();
+    return keys.c_str();
 }
 
 AccountFields AccountFieldsFromVariant(GVariant *dict)
@@ -145,37 +186,19 @@ AccountFields AccountFieldsFromVariant(GVariant *dict)
     if (!g_variant_is_of_type(dict, G_VARIANT_TYPE_VARDICT))
         throw InvalidAccountArgs("account fields must be a{sv}");
     AccountFields f;
-    const std::map<std::string, std::optional<std::string> AccountFields::*> kKeys = {
-        {"login_id", &AccountFields::login_id},
-        {"guid", &AccountFields::guid},
-        {"uid", &AccountFields::uid},
-        {"icon_path", &AccountFields::icon_path},
-        {"auth", &AccountFields::auth},
-        {"user_pin_set", &AccountFields::user_pin_set},
-        {"country", &AccountFields::country},
-        {"country2", &AccountFields::country2},
-        {"display_name", &AccountFields::display_name},
-        {"first_name", &AccountFields::first_name},
-        {"last_name", &AccountFields::last_name},
-        {"device_id", &AccountFields::device_id},
-        {"password", &AccountFields::password},
-        {"prefix_name", &AccountFields::prefix_name},
-        {"birth_date", &AccountFields::birth_date},
-        {"zip_code", &AccountFields::zip_code},
-        {"mobile_num", &AccountFields::mobile_num},
-        {"receive_email", &AccountFields::receive_email},
-        {"family_group", &AccountFields::family_group},
-    };
     ForEachVardictEntry(dict, [&](const gchar *key, GVariant *value) {
-        auto it = kKeys.find(key);
-        if (it == kKeys.end())
+        const AccountFieldInfo *known = nullptr;
+        for (const auto &field : kAccountFields)
+            if (std::strcmp(field.name, key) == 0)
+                known = &field;
+        if (known == nullptr)
             throw InvalidAccountArgs(std::string("unknown account field '") + key +
                                      "' (known: " + AccountFieldKeys() + ")");
         if (!g_variant_is_of_type(value, G_VARIANT_TYPE_STRING))
             throw InvalidAccountArgs(std::string("account field '") + key +
                                      "' must have type 's', got '" +
                                      g_variant_get_type_string(value) + "'");
-        f.*(it->second) = g_variant_get_string(value, nullptr);
+        f.*(known->requested) = g_variant_get_string(value, nullptr);
     });
     return f;
 }
@@ -371,16 +394,9 @@ const Account *AccountRegistry::active() const
 Json::Value PublicAccount(const Account &a)
 {
     Json::Value v(Json::objectValue);
-    v["account_id"] = a.login_id;
-    v["account_guid"] = a.guid;
-    v["account_uid"] = a.uid;
-    v["account_icon_path"] = a.icon_path;
-    v["account_auth"] = a.auth;
-    v["user_pin_set"] = a.user_pin_set;
-    v["userCountryCode"] = a.country;
-    v["alpha2CountryCode"] = a.country2;
-    v["displayName"] = a.display_name;
-    v["userDeviceID"] = a.device_id;
+    for (const auto &field : kAccountFields)
+        if (field.published != nullptr)
+            v[field.published] = a.*(field.member);
     return v;
 }
 
@@ -412,25 +428,8 @@ Json::Value InternalAccounts(const AccountRegistry &registry)
     Json::Value list(Json::arrayValue);
     for (const auto &a : registry.accounts()) {
         Json::Value v(Json::objectValue);
-        v["login_id"] = a.login_id;
-        v["guid"] = a.guid;
-        v["uid"] = a.uid;
-        v["icon_path"] = a.icon_path;
-        v["auth"] = a.auth;
-        v["user_pin_set"] = a.user_pin_set;
-        v["country"] = a.country;
-        v["country2"] = a.country2;
-        v["display_name"] = a.display_name;
-        v["first_name"] = a.first_name;
-        v["last_name"] = a.last_name;
-        v["device_id"] = a.device_id;
-        v["password"] = a.password;
-        v["prefix_name"] = a.prefix_name;
-        v["birth_date"] = a.birth_date;
-        v["zip_code"] = a.zip_code;
-        v["mobile_num"] = a.mobile_num;
-        v["receive_email"] = a.receive_email;
-        v["family_group"] = a.family_group;
+        for (const auto &field : kAccountFields)
+            v[field.name] = a.*(field.member);
         v["active"] = active != nullptr && active->guid == a.guid;
         list.append(v);
     }
