@@ -125,8 +125,7 @@ struct AccountSpec {
 // country codes and an icon chosen, and lee, with the simulator's defaults.
 inline AccountSpec KimAccount()
 {
-    AccountSpec kim;
-    kim.login_id = "kim@example.com";
+    AccountSpec kim{"kim@example.com"};
     kim.display_name = "Kim Min";
     kim.country = "KOR";
     kim.country2 = "KR";
@@ -136,9 +135,7 @@ inline AccountSpec KimAccount()
 
 inline AccountSpec LeeAccount()
 {
-    AccountSpec lee;
-    lee.login_id = "lee@example.com";
-    return lee;
+    return AccountSpec{"lee@example.com"};
 }
 
 // What an unscripted request does, decided from the simulated state when its

@@ -44,4 +44,43 @@ protected:
     FakeClient client_;
 };
 
+// The two accounts of the simulator's own tests: every field of kim
+// chosen, ana with defaults where the tests want them. Both are in one
+// family group.
+inline ssotest::AccountSpec Kim()
+{
+    ssotest::AccountSpec s{"kim@example.com"};
+    s.guid = "0123456789ABCDEF0123456789ABCDEF";
+    s.uid = "4815162342";
+    s.icon_path = "/opt/sso-test/icons/kim.png";
+    s.auth = "UT-kim-token";
+    s.user_pin_set = "Y";
+    s.country = "KOR";
+    s.display_name = "Kim J.";
+    s.first_name = "Jisoo";
+    s.last_name = "Kim";
+    s.device_id = "DEVICE-KIM-1";
+    s.password = "kim-secret";
+    s.prefix_name = "Dr";
+    s.birth_date = "19850317";
+    s.zip_code = "04524";
+    s.mobile_num = "+82-10-5550-0101";
+    s.receive_email = "Y";
+    s.family_group = "FG-KIM-HOUSE";
+    return s;
+}
+inline ssotest::AccountSpec Ana()
+{
+    ssotest::AccountSpec s{"ana@example.org"};
+    s.guid = "FEDCBA9876543210FEDCBA9876543210";
+    s.uid = "1123581321";
+    s.auth = "UT-ana-token";
+    s.country = "USA";
+    s.first_name = "Ana";
+    s.last_name = "Silva";
+    s.password = "ana-secret";
+    s.family_group = "FG-KIM-HOUSE";
+    return s;
+}
+
 } // namespace simtest

@@ -23,10 +23,14 @@
 #include <vector>
 
 #include "json_text.h"
+#include "sim_fixture.h"
 #include "sso_simulator_harness.h"
 #include "sso_test_harness.h"
 
 namespace {
+
+using simtest::Ana;
+using simtest::Kim;
 
 using ssotest::AccountSpec;
 using ssotest::Has;
@@ -170,35 +174,6 @@ protected:
             return e.what();
         }
         return "";
-    }
-
-    static AccountSpec Kim()
-    {
-        AccountSpec s;
-        s.login_id = "kim@example.com";
-        s.guid = "0123456789ABCDEF0123456789ABCDEF";
-        s.uid = "4815162342";
-        s.icon_path = "/opt/sso-test/icons/kim.png";
-        s.auth = "UT-kim-token";
-        s.user_pin_set = "Y";
-        s.country = "KOR";
-        s.display_name = "Kim J.";
-        s.first_name = "Jisoo";
-        s.last_name = "Kim";
-        s.device_id = "DEVICE-KIM-1";
-        s.password = "kim-secret";
-        return s;
-    }
-    static AccountSpec Ana()
-    {
-        AccountSpec s;
-        s.login_id = "ana@example.org";
-        s.guid = "FEDCBA9876543210FEDCBA9876543210";
-        s.auth = "UT-ana-token";
-        s.country = "USA";
-        s.first_name = "Ana";
-        s.last_name = "Silva";
-        return s;
     }
 };
 

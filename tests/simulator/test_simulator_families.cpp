@@ -23,6 +23,9 @@
 
 namespace {
 
+using simtest::Ana;
+using simtest::Kim;
+
 using simtest::Int32Arg;
 using simtest::RecordedCall;
 using simtest::Reply;
@@ -185,38 +188,6 @@ protected:
         return Send("sso_request_access_token", "sso_request_access_token", {app, secret, scope});
     }
 
-    static AccountSpec Kim()
-    {
-        AccountSpec s;
-        s.login_id = "kim@example.com";
-        s.guid = "0123456789ABCDEF0123456789ABCDEF";
-        s.uid = "4815162342";
-        s.auth = "UT-kim-token";
-        s.country = "KOR";
-        s.first_name = "Jisoo";
-        s.last_name = "Kim";
-        s.password = "kim-secret";
-        s.prefix_name = "Dr";
-        s.birth_date = "19850317";
-        s.zip_code = "04524";
-        s.mobile_num = "+82-10-5550-0101";
-        s.receive_email = "Y";
-        s.family_group = "FG-KIM-HOUSE";
-        return s;
-    }
-    static AccountSpec Ana()
-    {
-        AccountSpec s;
-        s.login_id = "ana@example.org";
-        s.guid = "FEDCBA9876543210FEDCBA9876543210";
-        s.uid = "1123581321";
-        s.auth = "UT-ana-token";
-        s.first_name = "Ana";
-        s.last_name = "Silva";
-        s.password = "ana-secret";
-        s.family_group = "FG-KIM-HOUSE";
-        return s;
-    }
     static AccountSpec Plain(const std::string &login_id)
     {
         AccountSpec s;
