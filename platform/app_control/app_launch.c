@@ -226,12 +226,13 @@ static void child_watch_free(gpointer data)
         pthread_t thread;
         pthread_attr_t attr;
         if (pthread_attr_init(&attr) == 0) {
-            /* It never takes the application's signals. */
+            /* It never takes the application's signals; faults stay
+             * deliverable, as on the library's own threads. */
+            static const int faults[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT};
             sigset_t quiet, saved;
             sigfillset(&quiet);
-            sigdelset(&quiet, SIGSEGV);
-            sigdelset(&quiet, SIGBUS);
-            sigdelset(&quiet, SIGABRT);
+            for (size_t i = 0; i < sizeof faults / sizeof faults[0]; i++)
+                sigdelset(&quiet, faults[i]);
             int masked = pthread_sigmask(SIG_BLOCK, &quiet, &saved) == 0;
             pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
             (void)pthread_create(&thread, &attr, reap_in_background, (void *)(intptr_t)cw->pid);
